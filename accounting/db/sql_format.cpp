@@ -1,0 +1,147 @@
+// Locale-independent formatting of values into statement text.
+#include "accounting/db/sql_format.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include <fmt/format.h>
+
+namespace kvc::sql {
+
+std::string Quoted(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + 2);
+  out += '\'';
+  for (char c : text) {
+    if (c == '\'') out += '\'';
+    out += c;
+  }
+  out += '\'';
+  return out;
+}
+
+std::string QuotedAsIs(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + 2);
+  out += '\'';
+  out += text;
+  out += '\'';
+  return out;
+}
+
+std::string Integer(int64_t value) { return fmt::format("{}", value); }
+
+std::string Amount(double value) {
+  if (!std::isfinite(value)) return DefaultDouble(value);
+  // Round half away from zero on the value in hundredths. The nudge of a few
+  // units in the last place makes 1.005 (stored as 1.00499999...) round the way
+  // its decimal text reads.
+  double hundredths = value * 100.0;
+  double nudged = hundredths + std::copysign(std::fabs(hundredths) * 4e-16, hundredths);
+  double rounded = std::round(nudged);
+  if (rounded == 0.0) return "0.00";
+  // {:.2f} of a whole number of hundredths divided by 100 prints it exactly.
+  return fmt::format("{:.2f}", rounded / 100.0);
+}
+
+std::string DefaultDouble(double value) {
+  if (std::isnan(value)) return "NAN";
+  if (std::isinf(value)) return value > 0 ? "INF" : "-INF";
+  if (value == 0.0) return "0";
+  // Shortest precision (up to 15 digits) whose text reads back as the value;
+  // a value that needs more than 15 digits is written with 15.
+  int precision = 15;
+  for (int p = 1; p <= 15; ++p) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%.*e", p - 1, value);
+    if (std::strtod(buf, nullptr) == value) {
+      precision = p;
+      break;
+    }
+  }
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.*e", precision - 1, value);
+  // buf is "-d.ddddde+XX": split mantissa digits and exponent.
+  std::string text(buf);
+  bool negative = text[0] == '-';
+  if (negative) text.erase(0, 1);
+  size_t e = text.find('e');
+  std::string mantissa = text.substr(0, e);
+  int exponent = std::atoi(text.c_str() + e + 1);
+  std::string digits;
+  for (char c : mantissa)
+    if (c != '.') digits += c;
+  while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
+  std::string out = negative ? "-" : "";
+  if (exponent >= 15 || exponent < -5) {
+    out += digits[0];
+    if (digits.size() > 1) {
+      out += '.';
+      out += digits.substr(1);
+    }
+    out += 'E';
+    out += std::to_string(exponent);
+    return out;
+  }
+  if (exponent < 0) {
+    out += "0.";
+    out.append(static_cast<size_t>(-exponent - 1), '0');
+    out += digits;
+    return out;
+  }
+  size_t int_len = static_cast<size_t>(exponent) + 1;
+  if (digits.size() <= int_len) {
+    out += digits;
+    out.append(int_len - digits.size(), '0');
+  } else {
+    out += digits.substr(0, int_len);
+    out += '.';
+    out += digits.substr(int_len);
+  }
+  return out;
+}
+
+namespace {
+std::string_view TrimBlanks(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+  return text;
+}
+}  // namespace
+
+bool ParseDouble(std::string_view text, double& out) {
+  text = TrimBlanks(text);
+  if (text.empty()) return false;
+  if (text.front() == '+') text.remove_prefix(1);
+  double v = 0;
+  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
+  if (ec != std::errc() || ptr != text.data() + text.size()) return false;
+  out = v;
+  return true;
+}
+
+bool ParseInteger(std::string_view text, int64_t& out) {
+  text = TrimBlanks(text);
+  if (text.empty()) return false;
+  if (text.front() == '+') text.remove_prefix(1);
+  int64_t v = 0;
+  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
+  if (ec != std::errc() || ptr != text.data() + text.size()) return false;
+  out = v;
+  return true;
+}
+
+std::string IntegerList(const std::vector<int64_t>& values) {
+  std::string out = "(";
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i) out += ',';
+    out += Integer(values[i]);
+  }
+  out += ')';
+  return out;
+}
+
+}  // namespace kvc::sql
