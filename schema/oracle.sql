@@ -1,0 +1,311 @@
+-- Accounting tables for Oracle, with every name within 30 characters.
+-- Each statement ends with a semicolon at the end of a line so the loader can split and run them one by one.
+
+-- Chart of accounts
+create table CTB_CONTA (
+    EMPRESA             NUMBER(10) NOT NULL,
+    REVENDA             NUMBER(10) NOT NULL,
+    CONTA               VARCHAR2(20) NOT NULL,
+    CONTA_SUPERIORA     VARCHAR2(20),
+    NIVEL               VARCHAR2(1),
+    NIVEL_DIVISAO       NUMBER(10),
+    LANCAMENTO_DIVIDIDO VARCHAR2(1),
+    DES_CONTA           VARCHAR2(100),
+    CONSTRAINT PK_CTB_CONTA PRIMARY KEY (EMPRESA, REVENDA, CONTA)
+);
+create index IX_CTB_CONTA_1 on CTB_CONTA (EMPRESA, REVENDA, CONTA_SUPERIORA);
+
+-- Journal entries
+create table CTB_LANCAMENTO (
+    EMPRESA                NUMBER(10) NOT NULL,
+    REVENDA                NUMBER(10) NOT NULL,
+    ANO_MES                NUMBER(10) NOT NULL,
+    LANCAMENTO             NUMBER(10) NOT NULL,
+    LCO_ORIGEM             NUMBER(10),
+    USUARIO                NUMBER(10),
+    CONTA                  VARCHAR2(20),
+    HISTORICO_PADRAO       NUMBER(10),
+    DIA                    NUMBER(10),
+    NATUREZA               VARCHAR2(1),
+    VAL_LANCAMENTO         NUMBER(15,2),
+    ORIGEM                 VARCHAR2(1),
+    HIS_COMPLEMENTAR       VARCHAR2(250),
+    DOCUMENTO              NUMBER(10),
+    LCO_OK                 VARCHAR2(1),
+    OPERACAO               NUMBER(10),
+    ENCERRAMENTO_EXERCICIO VARCHAR2(1),
+    REVENDA_OPERACAO       NUMBER(10),
+    CONSTRAINT PK_CTB_LANCAMENTO PRIMARY KEY (EMPRESA, REVENDA, ANO_MES, LANCAMENTO)
+);
+create index IX_CTB_LANCAMENTO_1 on CTB_LANCAMENTO (EMPRESA, REVENDA, CONTA, ANO_MES);
+create index IX_CTB_LANCAMENTO_2 on CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LCO_ORIGEM);
+
+-- Division rows of journal entries, no primary key because SEQUENCIA restarts per session
+create table CTB_LANCAMENTO_DIVIDIDO (
+    SEQUENCIA           NUMBER(10),
+    EMPRESA             NUMBER(10),
+    REVENDA             NUMBER(10),
+    ANO_MES             NUMBER(10),
+    LANCAMENTO          NUMBER(10),
+    REVENDA_DIVISAO     NUMBER(10),
+    CENTRO_CUSTO        NUMBER(10),
+    FONTE               NUMBER(10),
+    CATEGORIA           NUMBER(10),
+    SECAO_OFICINA       NUMBER(10),
+    TIPO_ITEM           VARCHAR2(1),
+    MODALIDADE_OPERACAO VARCHAR2(1),
+    REVENDA_ORIGEM      NUMBER(10),
+    VAL_DIVISAO         NUMBER(15,2)
+);
+create index IX_CTB_LANCAMENTO_DIVIDIDO_1 on CTB_LANCAMENTO_DIVIDIDO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO);
+
+-- Journal entries, CV copy with the same layout as CTB_LANCAMENTO
+create table CTB_LANCAMENTO_CV (
+    EMPRESA                NUMBER(10) NOT NULL,
+    REVENDA                NUMBER(10) NOT NULL,
+    ANO_MES                NUMBER(10) NOT NULL,
+    LANCAMENTO             NUMBER(10) NOT NULL,
+    LCO_ORIGEM             NUMBER(10),
+    USUARIO                NUMBER(10),
+    CONTA                  VARCHAR2(20),
+    HISTORICO_PADRAO       NUMBER(10),
+    DIA                    NUMBER(10),
+    NATUREZA               VARCHAR2(1),
+    VAL_LANCAMENTO         NUMBER(15,2),
+    ORIGEM                 VARCHAR2(1),
+    HIS_COMPLEMENTAR       VARCHAR2(250),
+    DOCUMENTO              NUMBER(10),
+    LCO_OK                 VARCHAR2(1),
+    OPERACAO               NUMBER(10),
+    ENCERRAMENTO_EXERCICIO VARCHAR2(1),
+    REVENDA_OPERACAO       NUMBER(10),
+    CONSTRAINT PK_CTB_LANCAMENTO_CV PRIMARY KEY (EMPRESA, REVENDA, ANO_MES, LANCAMENTO)
+);
+create index IX_CTB_LANCAMENTO_CV_1 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, CONTA, ANO_MES);
+create index IX_CTB_LANCAMENTO_CV_2 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, ANO_MES, LCO_ORIGEM);
+
+-- Division rows, CV copy with the same layout as CTB_LANCAMENTO_DIVIDIDO
+create table CTB_LANCAMENTO_DIVIDIDO_CV (
+    SEQUENCIA           NUMBER(10),
+    EMPRESA             NUMBER(10),
+    REVENDA             NUMBER(10),
+    ANO_MES             NUMBER(10),
+    LANCAMENTO          NUMBER(10),
+    REVENDA_DIVISAO     NUMBER(10),
+    CENTRO_CUSTO        NUMBER(10),
+    FONTE               NUMBER(10),
+    CATEGORIA           NUMBER(10),
+    SECAO_OFICINA       NUMBER(10),
+    TIPO_ITEM           VARCHAR2(1),
+    MODALIDADE_OPERACAO VARCHAR2(1),
+    REVENDA_ORIGEM      NUMBER(10),
+    VAL_DIVISAO         NUMBER(15,2)
+);
+create index IX_CTB_LANC_DIVIDIDO_CV_1 on CTB_LANCAMENTO_DIVIDIDO_CV (EMPRESA, REVENDA, ANO_MES, LANCAMENTO);
+
+-- Opening balance per account and year. Keep the column order, rows are inserted without a column list
+create table CTB_SALDO_ANTERIOR (
+    EMPRESA NUMBER(10) NOT NULL,
+    REVENDA NUMBER(10) NOT NULL,
+    CONTA   VARCHAR2(20) NOT NULL,
+    ANO     NUMBER(10) NOT NULL,
+    SALDO   NUMBER(15,2),
+    CONSTRAINT PK_CTB_SALDO_ANTERIOR PRIMARY KEY (EMPRESA, REVENDA, CONTA, ANO)
+);
+
+-- Opening balance per account, year and division
+create table CTB_SALDO_ANTERIOR_DIVISAO (
+    SEQUENCIA           NUMBER(10) NOT NULL,
+    EMPRESA             NUMBER(10),
+    REVENDA             NUMBER(10),
+    ANO                 NUMBER(10),
+    CONTA               VARCHAR2(20),
+    REVENDA_DIVISAO     NUMBER(10),
+    TIPO_ITEM           VARCHAR2(1),
+    CATEGORIA           NUMBER(10),
+    CENTRO_CUSTO        NUMBER(10),
+    MODALIDADE_OPERACAO VARCHAR2(1),
+    SECAO_OFICINA       NUMBER(10),
+    FONTE               NUMBER(10),
+    SALDO               NUMBER(15,2),
+    REVENDA_ORIGEM      NUMBER(10),
+    CONSTRAINT PK_CTB_SALDO_ANTERIOR_DIVISAO PRIMARY KEY (SEQUENCIA)
+);
+create index IX_CTB_SALDO_ANT_DIVISAO_1 on CTB_SALDO_ANTERIOR_DIVISAO (EMPRESA, REVENDA, CONTA, ANO);
+
+-- Opening balance, CV copy. Keep the column order, rows are inserted without a column list
+create table CTB_SALDO_ANTERIOR_CV (
+    EMPRESA NUMBER(10) NOT NULL,
+    REVENDA NUMBER(10) NOT NULL,
+    CONTA   VARCHAR2(20) NOT NULL,
+    ANO     NUMBER(10) NOT NULL,
+    SALDO   NUMBER(15,2),
+    CONSTRAINT PK_CTB_SALDO_ANTERIOR_CV PRIMARY KEY (EMPRESA, REVENDA, CONTA, ANO)
+);
+
+-- Opening balance per division, CV copy
+create table CTB_SALDO_ANTERIOR_DIVISAO_CV (
+    SEQUENCIA           NUMBER(10) NOT NULL,
+    EMPRESA             NUMBER(10),
+    REVENDA             NUMBER(10),
+    ANO                 NUMBER(10),
+    CONTA               VARCHAR2(20),
+    REVENDA_DIVISAO     NUMBER(10),
+    TIPO_ITEM           VARCHAR2(1),
+    CATEGORIA           NUMBER(10),
+    CENTRO_CUSTO        NUMBER(10),
+    MODALIDADE_OPERACAO VARCHAR2(1),
+    SECAO_OFICINA       NUMBER(10),
+    FONTE               NUMBER(10),
+    SALDO               NUMBER(15,2),
+    REVENDA_ORIGEM      NUMBER(10),
+    CONSTRAINT PK_CTB_SALDO_ANT_DIVISAO_CV PRIMARY KEY (SEQUENCIA)
+);
+create index IX_CTB_SALDO_ANT_DIVISAO_CV_1 on CTB_SALDO_ANTERIOR_DIVISAO_CV (EMPRESA, REVENDA, CONTA, ANO);
+
+-- Opening balance per account and month
+create table CTB_SALANT_MES (
+    EMPRESA NUMBER(10) NOT NULL,
+    REVENDA NUMBER(10) NOT NULL,
+    CONTA   VARCHAR2(20) NOT NULL,
+    ANO_MES NUMBER(10) NOT NULL,
+    SALDO   NUMBER(15,2),
+    CONSTRAINT PK_CTB_SALANT_MES PRIMARY KEY (EMPRESA, REVENDA, CONTA, ANO_MES)
+);
+
+-- Opening balance per account, month and division, no primary key
+create table CTB_SALANT_DIVISAO_MES (
+    EMPRESA             NUMBER(10),
+    REVENDA             NUMBER(10),
+    CONTA               VARCHAR2(20),
+    ANO_MES             NUMBER(10),
+    REVENDA_DIVISAO     NUMBER(10),
+    CENTRO_CUSTO        NUMBER(10),
+    FONTE               NUMBER(10),
+    CATEGORIA           NUMBER(10),
+    SECAO_OFICINA       NUMBER(10),
+    TIPO_ITEM           VARCHAR2(1),
+    MODALIDADE_OPERACAO VARCHAR2(1),
+    SALDO               NUMBER(15,2)
+);
+create index IX_CTB_SALANT_DIVISAO_MES_1 on CTB_SALANT_DIVISAO_MES (EMPRESA, REVENDA, CONTA, ANO_MES);
+
+-- Accounting division levels
+create table CTB_DIVISAO_CONTABIL (
+    EMPRESA      NUMBER(10) NOT NULL,
+    REVENDA      NUMBER(10) NOT NULL,
+    NIVEL        NUMBER(10) NOT NULL,
+    TIPO_DIVISAO VARCHAR2(1),
+    CONSTRAINT PK_CTB_DIVISAO_CONTABIL PRIMARY KEY (EMPRESA, REVENDA, NIVEL)
+);
+
+-- Cost centres
+create table CTB_CENTRO_CUSTO (
+    EMPRESA           NUMBER(10) NOT NULL,
+    REVENDA           NUMBER(10) NOT NULL,
+    CENTRO_CUSTO      NUMBER(10) NOT NULL,
+    DES_CENTRO_CUSTO  VARCHAR2(60),
+    INATIVO_CONSULTAS VARCHAR2(1),
+    CONSTRAINT PK_CTB_CENTRO_CUSTO PRIMARY KEY (EMPRESA, REVENDA, CENTRO_CUSTO)
+);
+
+-- Book numbering and the month of the last result calculation
+create table FAT_NUMERACAO_LIVROS (
+    EMPRESA                   NUMBER(10) NOT NULL,
+    REVENDA                   NUMBER(10) NOT NULL,
+    ANOMES_APURACAO_RESULTADO DATE,
+    CONSTRAINT PK_FAT_NUMERACAO_LIVROS PRIMARY KEY (EMPRESA, REVENDA)
+);
+
+-- Invoice headers
+create table FAT_MOVIMENTO_CAPA (
+    EMPRESA            NUMBER(10) NOT NULL,
+    REVENDA            NUMBER(10) NOT NULL,
+    NUMERO_NOTA_FISCAL NUMBER(10) NOT NULL,
+    SERIE_NOTA_FISCAL  VARCHAR2(5) NOT NULL,
+    TIPO_TRANSACAO     VARCHAR2(5) NOT NULL,
+    CONTADOR           NUMBER(10) NOT NULL,
+    OPERACAO           NUMBER(10),
+    CONSTRAINT PK_FAT_MOVIMENTO_CAPA PRIMARY KEY (EMPRESA, REVENDA, NUMERO_NOTA_FISCAL, SERIE_NOTA_FISCAL, TIPO_TRANSACAO, CONTADOR)
+);
+
+-- Free text lines of invoices
+create table FAT_MOVIMENTO_DESC_LIVRE (
+    EMPRESA            NUMBER(10) NOT NULL,
+    REVENDA            NUMBER(10) NOT NULL,
+    NUMERO_NOTA_FISCAL NUMBER(10) NOT NULL,
+    SERIE_NOTA_FISCAL  VARCHAR2(5) NOT NULL,
+    TIPO_TRANSACAO     VARCHAR2(5) NOT NULL,
+    CONTADOR           NUMBER(10) NOT NULL,
+    ORDEM              NUMBER(10) NOT NULL,
+    DESCRICAO          VARCHAR2(250),
+    CONSTRAINT PK_FAT_MOVIMENTO_DESC_LIVRE PRIMARY KEY (EMPRESA, REVENDA, NUMERO_NOTA_FISCAL, SERIE_NOTA_FISCAL, TIPO_TRANSACAO, CONTADOR, ORDEM)
+);
+
+-- Transaction types
+create table FAT_TIPO_TRANSACAO (
+    TIPO_TRANSACAO   VARCHAR2(5) NOT NULL,
+    UTILIZA_DESPESAS VARCHAR2(1),
+    CONSTRAINT PK_FAT_TIPO_TRANSACAO PRIMARY KEY (TIPO_TRANSACAO)
+);
+
+-- Change log header
+create table GER_LOG_CADASTROS (
+    LOG_CADASTROS  NUMBER(10) NOT NULL,
+    EMPRESA        NUMBER(10),
+    REVENDA        NUMBER(10),
+    USUARIO        NUMBER(10),
+    DTA_ALTERACAO  TIMESTAMP,
+    TIPO_ALTERACAO VARCHAR2(1),
+    TABELA         VARCHAR2(60),
+    CONSTRAINT PK_GER_LOG_CADASTROS PRIMARY KEY (LOG_CADASTROS)
+);
+
+-- Change log items, no primary key
+create table GER_LOG_CADASTROS_ITENS (
+    LOG_CADASTROS  NUMBER(10) NOT NULL,
+    CAMPO          VARCHAR2(60),
+    VALOR_ANTERIOR VARCHAR2(250),
+    VALOR_ATUAL    VARCHAR2(250),
+    CONTEUDO_CHAVE VARCHAR2(250)
+);
+create index IX_GER_LOG_CADASTROS_ITENS_1 on GER_LOG_CADASTROS_ITENS (LOG_CADASTROS);
+
+-- Numbering sequences, one row per table and key
+create table GER_NUMERADOR (
+    EMPRESA       NUMBER(10) NOT NULL,
+    REVENDA       NUMBER(10) NOT NULL,
+    TABELA        VARCHAR2(60) NOT NULL,
+    CHAVE         VARCHAR2(60) NOT NULL,
+    ULTIMO_NUMERO NUMBER(10) NOT NULL,
+    CONSTRAINT PK_GER_NUMERADOR PRIMARY KEY (EMPRESA, REVENDA, TABELA, CHAVE)
+);
+
+-- Summarised balances kept for the rest of the suite. Unused key texts hold an empty string and unused key integers hold -1
+-- Oracle stores an empty string as NULL, so here TEXTO3 and TEXTO4 are nullable and stay out of the primary key
+create table INT_SALDO_SUMARIZADO (
+    TIPO_SALDO VARCHAR2(1) NOT NULL,
+    TEXTO3     VARCHAR2(10),
+    TEXTO4     VARCHAR2(10),
+    CONTA      VARCHAR2(20) NOT NULL,
+    NATUREZA   VARCHAR2(1) NOT NULL,
+    EMPRESA    NUMBER(10) NOT NULL,
+    REVENDA    NUMBER(10) NOT NULL,
+    ANO_MES    NUMBER(10) NOT NULL,
+    DIVISAO1   NUMBER(10) NOT NULL,
+    DIVISAO2   NUMBER(10) NOT NULL,
+    DIVISAO3   NUMBER(10) NOT NULL,
+    DIVISAO4   NUMBER(10) NOT NULL,
+    DIVISAO5   NUMBER(10) NOT NULL,
+    SALDO      NUMBER(15,2),
+    CONSTRAINT PK_INT_SALDO_SUMARIZADO PRIMARY KEY (TIPO_SALDO, CONTA, NATUREZA, EMPRESA, REVENDA, ANO_MES, DIVISAO1, DIVISAO2, DIVISAO3, DIVISAO4, DIVISAO5)
+);
+
+-- Structure version of this database
+create table GER_VERSAO_ESTRUTURA (
+    VERSAO VARCHAR2(10) NOT NULL,
+    CONSTRAINT PK_GER_VERSAO_ESTRUTURA PRIMARY KEY (VERSAO)
+);
+
+-- Structure version row
+insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09');
