@@ -1,0 +1,33 @@
+// The few places where the SOCI connection needs a backend's own handle.
+#ifndef KVC_DB_BACKENDS_BACKEND_HOOKS_H_
+#define KVC_DB_BACKENDS_BACKEND_HOOKS_H_
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace soci {
+class statement;
+}
+
+namespace kvc::db {
+
+// For a prepared SQLite statement: true for each result column that has no
+// declared type (an expression), whose values SOCI reads as text.
+std::vector<bool> SqliteExpressionColumns(soci::statement& st, size_t columns);
+
+// Creates an empty Firebird database through the client library
+// ("HOST:/path/file.fdb" on a server, or a local path for the embedded
+// engine), with UTF8 as default character set. Throws DatabaseError with the
+// server's message.
+void CreateFirebirdDatabase(const std::string& location, const std::string& user,
+                            const std::string& password);
+
+// Drops a Firebird database (connects and removes the file). Throws
+// DatabaseError with the server's message.
+void DropFirebirdDatabase(const std::string& location, const std::string& user,
+                          const std::string& password);
+
+}  // namespace kvc::db
+
+#endif  // KVC_DB_BACKENDS_BACKEND_HOOKS_H_

@@ -1,0 +1,416 @@
+// The Connection implementation over SOCI: URL parsing, parameter binding,
+// reading rows into ResultSet with the values normalised across servers, and
+// transactions (with each statement committed on its own outside one).
+#include <soci/soci.h>
+
+#include <cctype>
+#include <deque>
+#include <memory>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "accounting/db/backends/backend_hooks.h"
+#include "accounting/db/connection.h"
+#include "accounting/db/dialect.h"
+#include "accounting/db/error.h"
+#include "accounting/db/placeholders.h"
+#include "accounting/db/sql_format.h"
+
+namespace kvc::db {
+namespace {
+
+std::string Lower(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// SOCI connection strings quote values that hold blanks with double quotes.
+std::string SociValue(std::string_view value) {
+  if (value.find_first_of(" \t") == std::string_view::npos) return std::string(value);
+  return "\"" + std::string(value) + "\"";
+}
+
+struct ParsedUrl {
+  std::string soci;     // the SOCI connection string
+  std::string display;  // the URL without its password, for messages
+  ServerKind kind = ServerKind::kSqlite;
+};
+
+// USER[:PASSWORD]@HOST[:PORT]/REST
+struct Authority {
+  std::string user, password, host, port, rest;
+};
+Authority SplitAuthority(std::string_view text, std::string_view url) {
+  Authority a;
+  size_t at = text.rfind('@');
+  size_t slash = text.find('/', at == std::string_view::npos ? 0 : at);
+  if (at == std::string_view::npos || slash == std::string_view::npos)
+    throw DatabaseError("malformed database URL (expected USER@HOST[:PORT]/DATABASE): " +
+                            std::string(url.substr(0, url.find("://") + 3)) + "...",
+                        "");
+  std::string_view user = text.substr(0, at);
+  size_t colon = user.find(':');
+  a.user = std::string(user.substr(0, colon));
+  if (colon != std::string_view::npos) a.password = std::string(user.substr(colon + 1));
+  std::string_view host = text.substr(at + 1, slash - at - 1);
+  colon = host.find(':');
+  a.host = std::string(host.substr(0, colon));
+  if (colon != std::string_view::npos) a.port = std::string(host.substr(colon + 1));
+  a.rest = std::string(text.substr(slash + 1));
+  return a;
+}
+
+ServerKind OdbcServerKind(std::string_view connection_string) {
+  std::string lower = Lower(connection_string);
+  if (lower.find("postgres") != std::string::npos) return ServerKind::kPostgresql;
+  if (lower.find("sqlite") != std::string::npos) return ServerKind::kSqlite;
+  if (lower.find("oracle") != std::string::npos) return ServerKind::kOracle;
+  if (lower.find("firebird") != std::string::npos) return ServerKind::kFirebird;
+  // FreeTDS and the vendor's own driver both reach SQL Server.
+  return ServerKind::kSqlServer;
+}
+
+ParsedUrl ParseUrl(std::string_view url, std::string_view password) {
+  ParsedUrl p;
+  if (url.starts_with("sqlite:") && !url.starts_with("sqlite://")) {
+    std::string path(url.substr(7));
+    p.soci = "sqlite3://db=" + SociValue(path) + " timeout=30";
+    p.display = std::string(url);
+    p.kind = ServerKind::kSqlite;
+  } else if (url.starts_with("firebird://") && url.find("service=") == std::string_view::npos) {
+    Authority a = SplitAuthority(url.substr(11), url);
+    if (a.password.empty()) a.password = std::string(password);
+    // A path with a '/' is a file on the server; a bare name is an alias.
+    std::string path = a.rest;
+    if (path.find('/') != std::string::npos && !path.starts_with("/")) path = "/" + path;
+    std::string service = a.host + (a.port.empty() ? "" : "/" + a.port) + ":" + path;
+    p.soci = "firebird://service=" + SociValue(service) + " user=" + a.user +
+             (a.password.empty() ? "" : " password=" + SociValue(a.password)) + " charset=UTF8";
+    p.display = "firebird://" + a.user + "@" + a.host + (a.port.empty() ? "" : ":" + a.port) +
+                "/" + a.rest;
+    p.kind = ServerKind::kFirebird;
+  } else if ((url.starts_with("postgresql://") || url.starts_with("postgres://")) &&
+             url.find("host=") == std::string_view::npos &&
+             url.find("dbname=") == std::string_view::npos) {
+    size_t start = url.find("://") + 3;
+    Authority a = SplitAuthority(url.substr(start), url);
+    if (a.password.empty()) a.password = std::string(password);
+    p.soci = "postgresql://host=" + a.host + (a.port.empty() ? "" : " port=" + a.port) +
+             " dbname=" + SociValue(a.rest) + " user=" + a.user +
+             (a.password.empty() ? "" : " password=" + SociValue(a.password));
+    p.display = "postgresql://" + a.user + "@" + a.host + (a.port.empty() ? "" : ":" + a.port) +
+                "/" + a.rest;
+    p.kind = ServerKind::kPostgresql;
+  } else if (url.starts_with("odbc:") && !url.starts_with("odbc://")) {
+    std::string cs(url.substr(5));
+    if (!password.empty() && Lower(cs).find("pwd=") == std::string::npos)
+      cs += ";PWD=" + std::string(password);
+    p.soci = "odbc://" + cs;
+    p.display = "odbc:" + std::string(url.substr(5, url.find("PWD=") == std::string_view::npos
+                                                       ? std::string_view::npos
+                                                       : url.find("PWD=") - 5));
+    p.kind = OdbcServerKind(cs);
+  } else if (url.find("://") != std::string_view::npos) {
+    p.soci = std::string(url);
+    std::string scheme = Lower(url.substr(0, url.find("://")));
+    p.display = scheme + "://...";
+    if (scheme == "sqlite3" || scheme == "sqlite")
+      p.kind = ServerKind::kSqlite;
+    else if (scheme == "firebird")
+      p.kind = ServerKind::kFirebird;
+    else if (scheme == "postgresql")
+      p.kind = ServerKind::kPostgresql;
+    else if (scheme == "odbc")
+      p.kind = OdbcServerKind(url);
+    else
+      throw DatabaseError("unsupported database URL scheme '" + scheme + "'", "");
+  } else {
+    throw DatabaseError("unsupported database URL '" + std::string(url) +
+                            "' (expected sqlite:PATH, firebird://USER@HOST/PATH, "
+                            "postgresql://USER@HOST/DBNAME or odbc:CONNECTION-STRING)",
+                        "");
+  }
+  return p;
+}
+
+// Storage for the values bound to one statement; SOCI keeps references to it,
+// so it must outlive the statement's execution and never move.
+struct BindSlot {
+  long long integer = 0;
+  double real = 0;
+  std::string text;
+  std::tm date{};
+  soci::indicator indicator = soci::i_ok;
+};
+
+class SociConnection final : public Connection {
+ public:
+  SociConnection(const ParsedUrl& url) : dialect_(&DialectFor(url.kind)), kind_(url.kind) {
+    try {
+      session_.open(url.soci);
+    } catch (const std::exception& e) {
+      throw DatabaseError("cannot connect to " + url.display + ": " + e.what(), "");
+    }
+    session_.uppercase_column_names(true);
+    if (kind_ == ServerKind::kSqlite) {
+      // Foreign keys are not declared; a busy database waits instead of
+      // failing at once.
+      Run("pragma busy_timeout = 30000", {}, nullptr);
+    }
+  }
+
+  ~SociConnection() override {
+    // The Firebird backend commits pending work when the session closes;
+    // work of an unfinished transaction must be rolled back instead.
+    try {
+      if (in_transaction_ || kind_ == ServerKind::kFirebird) session_.rollback();
+    } catch (...) {
+    }
+  }
+
+  const Dialect& dialect() const override { return *dialect_; }
+
+  long long Execute(const std::string& sql, const BoundParams& params) override {
+    long long affected = -1;
+    Run(sql, params, nullptr, &affected);
+    return affected;
+  }
+
+  ResultSet Query(const std::string& sql, const BoundParams& params) override {
+    ResultSet rs;
+    Run(sql, params, &rs);
+    return rs;
+  }
+
+  void Begin(Isolation) override {
+    if (in_transaction_) throw DatabaseError("a transaction is already active", "begin");
+    try {
+      // Firebird keeps an implicit transaction open for reads; end it first.
+      if (kind_ == ServerKind::kFirebird) session_.commit();
+      session_.begin();
+      // Read committed: the server default on PostgreSQL and SQL Server; set
+      // explicitly there. SQLite transactions are serialisable by nature and
+      // Firebird's backend starts its default (snapshot) transaction.
+      if (kind_ == ServerKind::kPostgresql)
+        session_ << "set transaction isolation level read committed";
+      in_transaction_ = true;
+    } catch (const soci::soci_error& e) {
+      throw DatabaseError(e.get_error_message(), "begin");
+    }
+  }
+
+  void Commit() override {
+    if (!in_transaction_) throw DatabaseError("no transaction is active", "commit");
+    in_transaction_ = false;
+    try {
+      session_.commit();
+    } catch (const soci::soci_error& e) {
+      throw DatabaseError(e.get_error_message(), "commit");
+    }
+  }
+
+  void Rollback() override {
+    if (!in_transaction_) throw DatabaseError("no transaction is active", "rollback");
+    in_transaction_ = false;
+    try {
+      session_.rollback();
+    } catch (const soci::soci_error& e) {
+      throw DatabaseError(e.get_error_message(), "rollback");
+    }
+  }
+
+  bool InTransaction() const override { return in_transaction_; }
+
+ private:
+  void Run(const std::string& sql, const BoundParams& params, ResultSet* rs,
+           long long* affected = nullptr) {
+    PositionalText positional = ToPositional(sql);
+    std::string text = positional.text;
+    if (kind_ != ServerKind::kSqlite) text = DropAmbiguousComments(text);
+    // One slot per placeholder occurrence, bound in text order.
+    std::deque<BindSlot> slots;
+    try {
+      soci::statement st(session_);
+      soci::row row;
+      if (rs) st.exchange(soci::into(row));
+      for (const std::string& name : positional.names) {
+        const Value* value = nullptr;
+        for (const BoundParam& p : params)
+          if (SameFieldName(p.name, name)) value = &p.value;
+        if (!value)
+          throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
+        BindSlot& slot = slots.emplace_back();
+        if (value->IsNull()) {
+          slot.indicator = soci::i_null;
+          st.exchange(soci::use(slot.text, slot.indicator));
+        } else if (value->IsInteger()) {
+          slot.integer = value->AsInteger();
+          st.exchange(soci::use(slot.integer, slot.indicator));
+        } else if (value->IsFloat()) {
+          slot.real = value->AsFloat();
+          st.exchange(soci::use(slot.real, slot.indicator));
+        } else if (value->IsDateTime()) {
+          slot.date = value->AsDateTime().ToTm();
+          st.exchange(soci::use(slot.date, slot.indicator));
+        } else {
+          slot.text = value->AsString();
+          st.exchange(soci::use(slot.text, slot.indicator));
+        }
+      }
+      st.alloc();
+      st.prepare(text);
+      st.define_and_bind();
+      if (rs) {
+        bool got = st.execute(true);
+        ReadColumns(st, row, *rs);
+        while (got) {
+          ReadRow(row, *rs);
+          got = st.fetch();
+        }
+        FinishColumns(*rs);
+      } else {
+        st.execute(true);
+        if (affected) *affected = st.get_affected_rows();
+      }
+      st.clean_up();
+      if (!in_transaction_ && kind_ == ServerKind::kFirebird) session_.commit();
+    } catch (const soci::soci_error& e) {
+      AfterFailure();
+      throw DatabaseError(e.get_error_message(), sql);
+    } catch (const DatabaseError&) {
+      AfterFailure();
+      throw;
+    } catch (const std::exception& e) {
+      AfterFailure();
+      throw DatabaseError(e.what(), sql);
+    }
+  }
+
+  void AfterFailure() {
+    if (!in_transaction_ && kind_ == ServerKind::kFirebird) {
+      try {
+        session_.rollback();
+      } catch (...) {
+      }
+    }
+  }
+
+  void ReadColumns(soci::statement& st, const soci::row& row, ResultSet& rs) {
+    const size_t n = row.size();
+    rs.columns.resize(n);
+    rs.types.resize(n);
+    expression_columns_.assign(n, false);
+    for (size_t i = 0; i < n; ++i) {
+      const soci::column_properties& props = row.get_properties(i);
+      rs.columns[i] = props.get_name();
+      switch (props.get_data_type()) {
+        case soci::dt_double:
+          rs.types[i] = FieldType::kFloat;
+          break;
+        case soci::dt_integer:
+        case soci::dt_long_long:
+        case soci::dt_unsigned_long_long:
+          rs.types[i] = FieldType::kInteger;
+          break;
+        case soci::dt_date:
+          rs.types[i] = FieldType::kDateTime;
+          break;
+        default:
+          rs.types[i] = FieldType::kString;
+      }
+    }
+    if (kind_ == ServerKind::kSqlite && n > 0) expression_columns_ = SqliteExpressionColumns(st, n);
+  }
+
+  void ReadRow(const soci::row& row, ResultSet& rs) {
+    const size_t n = row.size();
+    std::vector<Value>& out = rs.rows.emplace_back();
+    out.reserve(n);
+    for (size_t i = 0; i < n; ++i) {
+      if (row.get_indicator(i) == soci::i_null) {
+        out.emplace_back();
+        continue;
+      }
+      switch (row.get_properties(i).get_data_type()) {
+        case soci::dt_double:
+          out.emplace_back(row.get<double>(i));
+          break;
+        case soci::dt_integer:
+          out.emplace_back(row.get<int>(i));
+          break;
+        case soci::dt_long_long:
+          out.emplace_back(row.get<long long>(i));
+          break;
+        case soci::dt_unsigned_long_long:
+          out.emplace_back(static_cast<long long>(row.get<unsigned long long>(i)));
+          break;
+        case soci::dt_date:
+          out.emplace_back(DateTime::FromTm(row.get<std::tm>(i)));
+          break;
+        default: {
+          std::string text = row.get<std::string>(i);
+          if (dialect_->TrimsReadText()) {
+            size_t end = text.find_last_not_of(' ');
+            text.erase(end == std::string::npos ? 0 : end + 1);
+          }
+          if (expression_columns_[i])
+            out.push_back(NumberFromExpressionText(std::move(text)));
+          else
+            out.emplace_back(std::move(text));
+        }
+      }
+    }
+  }
+
+  // An SQLite expression column (a sum, a count, coalesce) has no declared
+  // type, and SOCI hands it over as text: "105.5", "3". Canonical numbers are
+  // turned back into numbers; the column's type follows its values.
+  static Value NumberFromExpressionText(std::string text) {
+    int64_t i = 0;
+    if (sql::ParseInteger(text, i) && sql::Integer(i) == text) return Value(static_cast<long long>(i));
+    double d = 0;
+    if (!text.empty() && text.front() != ' ' && text.back() != ' ' &&
+        text.find_first_of("0123456789") != std::string::npos &&
+        text.find_first_not_of("0123456789.-+eE") == std::string::npos && sql::ParseDouble(text, d))
+      return Value(d);
+    return Value(std::move(text));
+  }
+
+  void FinishColumns(ResultSet& rs) {
+    for (size_t c = 0; c < expression_columns_.size(); ++c) {
+      if (!expression_columns_[c]) continue;
+      bool any_text = false, any_float = false, any_value = false;
+      for (auto& r : rs.rows) {
+        if (r[c].IsNull()) continue;
+        any_value = true;
+        any_text = any_text || r[c].IsString();
+        any_float = any_float || r[c].IsFloat();
+      }
+      if (!any_value) continue;
+      if (any_text) {
+        // Mixed: keep the column as text, as the server sent it.
+        for (auto& r : rs.rows)
+          if (!r[c].IsNull() && !r[c].IsString()) r[c] = Value(r[c].AsString());
+        rs.types[c] = FieldType::kString;
+      } else {
+        rs.types[c] = any_float ? FieldType::kFloat : FieldType::kInteger;
+      }
+    }
+  }
+
+  soci::session session_;
+  const Dialect* dialect_;
+  ServerKind kind_;
+  bool in_transaction_ = false;
+  std::vector<bool> expression_columns_;
+};
+
+}  // namespace
+
+std::unique_ptr<Connection> Connect(std::string_view url, std::string_view password) {
+  return std::make_unique<SociConnection>(ParseUrl(url, password));
+}
+
+}  // namespace kvc::db

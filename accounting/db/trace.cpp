@@ -1,0 +1,109 @@
+// The statement trace and fault injection decorator.
+#include "accounting/db/trace.h"
+
+#include "accounting/db/error.h"
+
+namespace kvc::db {
+
+std::vector<std::string> TracingConnection::Statements() const {
+  std::vector<std::string> out;
+  for (const auto& t : trace_)
+    if (t.kind == TracedStatement::Kind::kExecute || t.kind == TracedStatement::Kind::kQuery)
+      out.push_back(t.sql);
+  return out;
+}
+
+void TracingConnection::FailNth(size_t n, std::string message) {
+  sent_ = 0;
+  fail_nth_ = n;
+  fail_message_ = std::move(message);
+}
+
+void TracingConnection::FailMatching(std::string fragment, std::string message) {
+  fail_fragments_.push_back(std::move(fragment));
+  fail_message_ = std::move(message);
+}
+
+void TracingConnection::FailCommit(bool on, std::string message) {
+  fail_commit_ = on;
+  commit_message_ = std::move(message);
+}
+
+void TracingConnection::ClearFaults() {
+  sent_ = 0;
+  fail_nth_ = 0;
+  fail_fragments_.clear();
+  fail_commit_ = false;
+}
+
+void TracingConnection::MaybeFail(TracedStatement& traced) {
+  ++sent_;
+  bool fail = fail_nth_ != 0 && sent_ == fail_nth_;
+  for (const auto& f : fail_fragments_) fail = fail || traced.sql.find(f) != std::string::npos;
+  if (!fail) return;
+  traced.failed = traced.injected = true;
+  Record(traced);
+  throw DatabaseError(fail_message_, traced.sql);
+}
+
+void TracingConnection::Record(TracedStatement traced) {
+  if (sink_ && (traced.kind == TracedStatement::Kind::kExecute ||
+                traced.kind == TracedStatement::Kind::kQuery))
+    sink_(traced);
+  trace_.push_back(std::move(traced));
+}
+
+long long TracingConnection::Execute(const std::string& sql, const BoundParams& params) {
+  TracedStatement t{TracedStatement::Kind::kExecute, sql, params, false, false};
+  MaybeFail(t);
+  try {
+    long long n = inner_.Execute(sql, params);
+    Record(std::move(t));
+    return n;
+  } catch (...) {
+    t.failed = true;
+    Record(std::move(t));
+    throw;
+  }
+}
+
+ResultSet TracingConnection::Query(const std::string& sql, const BoundParams& params) {
+  TracedStatement t{TracedStatement::Kind::kQuery, sql, params, false, false};
+  MaybeFail(t);
+  try {
+    ResultSet rs = inner_.Query(sql, params);
+    Record(std::move(t));
+    return rs;
+  } catch (...) {
+    t.failed = true;
+    Record(std::move(t));
+    throw;
+  }
+}
+
+void TracingConnection::Begin(Isolation isolation) {
+  inner_.Begin(isolation);
+  Record(TracedStatement{TracedStatement::Kind::kBegin, {}, {}, false, false});
+}
+
+void TracingConnection::Commit() {
+  if (fail_commit_) {
+    // The server refuses the commit: its work is gone, as after a failed
+    // commit on a real server.
+    try {
+      inner_.Rollback();
+    } catch (...) {
+    }
+    Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, true});
+    throw DatabaseError(commit_message_, "commit");
+  }
+  inner_.Commit();
+  Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, false, false});
+}
+
+void TracingConnection::Rollback() {
+  inner_.Rollback();
+  Record(TracedStatement{TracedStatement::Kind::kRollback, {}, {}, false, false});
+}
+
+}  // namespace kvc::db

@@ -1,0 +1,197 @@
+// The accounting data module: TddmContabilidadeBD, the one service object of
+// the KVContabilidade01 module, with its state, its datasets and every public
+// operation. Methods are defined across the subsystem folders (module,
+// services, entries, balances, carryforward, closing), one file per family.
+//
+// Threading: one instance serves one thread at a time; nothing is locked.
+#ifndef KVC_MODULE_UDDMCONTABILIDADEBD_H_
+#define KVC_MODULE_UDDMCONTABILIDADEBD_H_
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "accounting/db/client_dataset.h"
+#include "accounting/db/connection.h"
+#include "accounting/db/provider.h"
+#include "accounting/db/sql_dataset.h"
+#include "accounting/db/value.h"
+#include "accounting/module/aplicacao.h"
+#include "accounting/module/progress.h"
+#include "accounting/services/service_libraries.h"
+
+namespace kvc {
+
+// The stateless utility class of the module.
+class TUtilContabil {
+ public:
+  // The marker that stands for the journal table's correlation name in a
+  // caller's extra condition.
+  static constexpr char kAliasMarker[] = "{$ALIAS$}";
+
+  // `statement` with every "{$ALIAS$}" (case-sensitive) replaced by `alias`;
+  // a statement without the marker comes back unchanged.
+  static std::string SetAlias(const std::string& alias, const std::string& statement);
+};
+
+class TddmContabilidadeBD {
+ public:
+  // DataModuleCreate runs here: Aplicacao is created, the division-row
+  // counter is zero, the libraries are not started, the five cache keys are
+  // -1 and the cached text is empty. Neither the connection nor the service
+  // libraries are touched.
+  TddmContabilidadeBD();
+  ~TddmContabilidadeBD();
+  TddmContabilidadeBD(const TddmContabilidadeBD&) = delete;
+  TddmContabilidadeBD& operator=(const TddmContabilidadeBD&) = delete;
+
+  // ---- lifecycle ----------------------------------------------------------
+  // The creation handler (called by the constructor; calling it again resets
+  // the same state).
+  void DataModuleCreate();
+  // Binds the module to the host: refreshes Aplicacao from `owner`, keeps the
+  // connection (not owned) and the handle, installs the statement rewriting
+  // on every command dataset that has no before-open handler, switches
+  // metadata retrieval off, and starts the service libraries. When they
+  // refuse, asks the host to terminate; returns normally either way.
+  void AtualizaTAplicacao(THostContext& owner, db::Connection* connection, int32_t handle);
+  // Starts both service libraries once; see the version rules in the
+  // implementation. Returns false when a library refuses the structure
+  // version.
+  [[nodiscard]] bool InicializaDLLs();
+  // Frees the caches and Aplicacao, shuts both libraries down and forgets the
+  // connection. The object must not be used afterwards.
+  void FinalizaDM();
+
+  // Replaces the service libraries (a host with its own, or tests). REQUIRES:
+  // both non-null; call before AtualizaTAplicacao.
+  void SetServiceLibraries(std::unique_ptr<IGeral01> geral,
+                           std::unique_ptr<IIntegracaoContabil01> integracao);
+
+  // ---- session and transactions --------------------------------------------
+  // Binds every command dataset, in ownership order, to Conexao.
+  void SetaSQLConnection();
+  // Unbinds every command dataset.
+  void LimpaSQLConnection();
+  // Begins a read-committed transaction on Conexao. Never raises; false when
+  // beginning failed.
+  [[nodiscard]] bool IniciaTransacao();
+  // Commits and releases Transacao. Never raises; on a failed commit rolls
+  // back (the caller must not) and returns false.
+  [[nodiscard]] bool ComitaTransacao();
+  // Rolls back and releases Transacao. Never raises; false on failure.
+  [[nodiscard]] bool RollbackTransacao();
+  // The statement-rewriting step run before a command dataset opens.
+  void sdsPadraoBeforeOpen(db::SQLDataSet& dataset);
+
+  // ---- general services ------------------------------------------------------
+  // The database server's date and time (callers pass false, true).
+  DateTime DataHoraBD(bool primeiro, bool segundo);
+  // The next number of table/key for company and dealership, on Conexao.
+  int32_t BuscaProximoNumero(int32_t empresa, int32_t revenda, const std::string& tabela,
+                             const std::string& chave, IProgressCallback* callback,
+                             int32_t passo);
+  // The same on the connection given, inside its caller's transaction.
+  int32_t BuscaProximoNumeroTran(db::Connection& conexao, int32_t empresa, int32_t revenda,
+                                 const std::string& tabela, const std::string& chave,
+                                 int32_t passo);
+  // Forwards a summarised-balance change to the integration library, all
+  // arguments in the order received. True when the library accepted it.
+  [[nodiscard]] bool AtualizaSaldoSumarizado(
+      db::Connection& conexao, const std::string& texto1, const std::string& texto2,
+      const std::string& texto3, const std::string& texto4, const std::string& texto5,
+      const std::string& texto6, int32_t inteiro1, int32_t inteiro2, int32_t inteiro3,
+      int32_t inteiro4, int32_t inteiro5, int32_t inteiro6, int32_t inteiro7, int32_t inteiro8,
+      double valor);
+
+  // ---- journal entries -------------------------------------------------------
+  // A new entry number for company, dealership and month ("LCTO" + anoMes as
+  // given), drawn inside the caller's transaction on Conexao. Throws
+  // std::invalid_argument when empresa or revenda is not a decimal number.
+  int32_t PegaNovoLancamento(const std::string& empresa, const std::string& revenda,
+                             const std::string& anoMes);
+
+  // ---- state (read by tests and hosts) -----------------------------------------
+  TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
+  db::Connection* Conexao() const { return conexao_; }
+  int32_t HandleAplicacao() const { return handle_aplicacao_; }
+  bool TransacaoAtiva() const { return transacao_.has_value(); }
+  bool DLLsInicializadas() const { return dlls_inicializadas_; }
+  int32_t ContadorDivisao() const { return contador_divisao_; }
+  // The five cache keys (company, dealership, month, first day, last day of
+  // the cached movement) and the cached text.
+  const std::array<int32_t, 5>& ChavesCache() const { return chaves_cache_; }
+  const std::string& TextoCache() const { return texto_cache_; }
+  // The error log, or null when none exists.
+  db::ClientDataSet* LogErros() const { return log_erros_.get(); }
+  // Whether each of the three cached result sets exists.
+  bool CacheExiste(size_t i) const { return caches_.at(i) != nullptr; }
+
+  // Every command dataset in ownership order.
+  const std::vector<db::SQLDataSet*>& CommandDataSets() const { return command_datasets_; }
+
+  // ---- components, in ownership order ------------------------------------------
+  db::SQLDataSet sdsDataHora{"sdsDataHora"};
+  db::SQLDataSet sdsNumerador{"sdsNumerador"};
+  db::SQLDataSet sdsAAux{"sdsAAux"};
+  db::SQLDataSet sdsExecutaSQL{"sdsExecutaSQL"};
+  db::SQLDataSet sdsConsultaLoc1{"sdsConsultaLoc1"};
+  db::SQLDataSet sdsAux{"sdsAux"};
+  db::SQLDataSet sdsSaldoTotal{"sdsSaldoTotal"};
+  db::DataSetProvider dspSaldoTotal{"dspSaldoTotal", sdsSaldoTotal, true};
+  db::ClientDataSet cdsSaldoTotal{"cdsSaldoTotal"};
+  db::SQLDataSet sdsBuscaFilho{"sdsBuscaFilho"};
+  db::SQLDataSet sdsContaSuperiora{"sdsContaSuperiora"};
+  db::SQLDataSet sdsBuscaContaSaldo{"sdsBuscaContaSaldo"};
+  db::SQLDataSet sdsBuscaSaldoDivisao{"sdsBuscaSaldoDivisao"};
+  db::SQLDataSet sdsEncerra{"sdsEncerra"};
+  db::DataSetProvider dspEncerra{"dspEncerra", sdsEncerra, true};
+  db::SQLDataSet sdsAux2{"sdsAux2"};
+  db::SQLDataSet sdsAux3{"sdsAux3"};
+  db::SQLDataSet sdsExcluiLanc{"sdsExcluiLanc"};
+  db::SQLDataSet sdsSaldoContaAnalitica{"sdsSaldoContaAnalitica"};
+
+  // The client side of cdsSaldoTotal: its parameters (EMPRESA, REVENDA,
+  // PERINI, PERFIN) and the command text it sends to dspSaldoTotal ("" keeps
+  // the provider's).
+  db::Params cdsSaldoTotalParams;
+  std::string cdsSaldoTotalCommandText;
+
+  // The tag under which the rewriting step is installed as a handler.
+  static constexpr char kRewritingHandlerTag[] = "sdsPadraoBeforeOpen";
+
+ private:
+  void InstallRewriting(db::SQLDataSet& dataset);
+  void SetFixedContent();
+
+  // State, in declaration order of the data module.
+  std::unique_ptr<TAplicacaoLibrary> aplicacao_;
+  db::Connection* conexao_ = nullptr;
+  int32_t handle_aplicacao_ = 0;
+  // The active transaction's isolation; empty when none.
+  std::optional<db::Isolation> transacao_;
+  std::unique_ptr<db::ClientDataSet> log_erros_;
+  int32_t contador_divisao_ = 0;
+  bool dlls_inicializadas_ = false;
+  std::array<std::unique_ptr<db::ClientDataSet>, 3> caches_;
+  std::array<int32_t, 5> chaves_cache_{-1, -1, -1, -1, -1};
+  std::string texto_cache_;
+
+  std::unique_ptr<IGeral01> geral_;
+  std::unique_ptr<IIntegracaoContabil01> integracao_;
+  std::vector<db::SQLDataSet*> command_datasets_;
+};
+
+}  // namespace kvc
+
+// The C entry point for hosts that load the module at run time: returns a new
+// data module, which the host frees with KVContabilidade01_Destroy.
+extern "C" {
+kvc::TddmContabilidadeBD* KVContabilidade01_Create();
+void KVContabilidade01_Destroy(kvc::TddmContabilidadeBD* module);
+}
+
+#endif  // KVC_MODULE_UDDMCONTABILIDADEBD_H_

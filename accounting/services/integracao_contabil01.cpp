@@ -1,0 +1,85 @@
+// The stand-alone accounting-integration library: the structure-version check
+// against the version that the schema stores in the database, and the
+// summarised balances kept in INT_SALDO_SUMARIZADO.
+#include "accounting/db/error.h"
+#include "accounting/db/sql_format.h"
+#include "accounting/services/service_libraries.h"
+
+namespace kvc {
+namespace {
+
+constexpr char kLibraryVersion[] = "2.09";
+
+constexpr char kSelectVersao[] = "select VERSAO from GER_VERSAO_ESTRUTURA";
+constexpr char kUpdateSaldo[] = "update INT_SALDO_SUMARIZADO set SALDO = SALDO ";
+constexpr char kInsertSaldo[] =
+    "insert into INT_SALDO_SUMARIZADO (TIPO_SALDO, TEXTO3, TEXTO4, CONTA, NATUREZA, EMPRESA, "
+    "REVENDA, ANO_MES, DIVISAO1, DIVISAO2, DIVISAO3, DIVISAO4, DIVISAO5, SALDO) values (";
+
+class IntegracaoContabil01 final : public IIntegracaoContabil01 {
+ public:
+  // Accepts the required version only when it is the library's own and the
+  // database's structure version (GER_VERSAO_ESTRUTURA) is the same. A
+  // database without the version table is refused.
+  bool DLL_InicializaIntegracaoContabil01(db::Connection* conexao, const std::string& versao,
+                                          int32_t) override {
+    if (versao != kLibraryVersion || !conexao) return false;
+    try {
+      db::ResultSet rs = conexao->Query(kSelectVersao, {});
+      if (rs.rows.size() != 1) return false;
+      return rs.rows[0][0].AsString() == kLibraryVersion;
+    } catch (const db::DatabaseError&) {
+      return false;
+    }
+  }
+  std::string DLL_VersaoIntegracaoContabil01() override { return kLibraryVersion; }
+  void DLL_FinalizaIntegracaoContabil01(int32_t) override {}
+  void DLL_AtualizaTAplicacaoIntegracaoContabil01(const TAplicacaoLibrary&, db::Connection*,
+                                                  int32_t) override {}
+
+  // texto2 is the kind of change: "I" adds the amount, "E" subtracts it; any
+  // other kind is refused (false). The balance is keyed by the other five
+  // texts and the eight integers, in the order received.
+  bool DLL_AtualizaSaldoSumarizado(db::Connection& conexao, const std::string& texto1,
+                                   const std::string& texto2, const std::string& texto3,
+                                   const std::string& texto4, const std::string& texto5,
+                                   const std::string& texto6, int32_t i1, int32_t i2, int32_t i3,
+                                   int32_t i4, int32_t i5, int32_t i6, int32_t i7, int32_t i8,
+                                   double valor, int32_t) override {
+    double signed_value;
+    if (texto2 == "I")
+      signed_value = valor;
+    else if (texto2 == "E")
+      signed_value = -valor;
+    else
+      return false;
+    const std::string where =
+        " where TIPO_SALDO = " + sql::Quoted(texto1) + " and TEXTO3 = " + sql::Quoted(texto3) +
+        " and TEXTO4 = " + sql::Quoted(texto4) + " and CONTA = " + sql::Quoted(texto5) +
+        " and NATUREZA = " + sql::Quoted(texto6) + " and EMPRESA = " + sql::Integer(i1) +
+        " and REVENDA = " + sql::Integer(i2) + " and ANO_MES = " + sql::Integer(i3) +
+        " and DIVISAO1 = " + sql::Integer(i4) + " and DIVISAO2 = " + sql::Integer(i5) +
+        " and DIVISAO3 = " + sql::Integer(i6) + " and DIVISAO4 = " + sql::Integer(i7) +
+        " and DIVISAO5 = " + sql::Integer(i8);
+    const std::string delta =
+        signed_value < 0 ? "- " + sql::Amount(-signed_value) : "+ " + sql::Amount(signed_value);
+    if (conexao.Execute(kUpdateSaldo + delta + where, {}) == 0)
+      conexao.Execute(kInsertSaldo + sql::Quoted(texto1) + ", " + sql::Quoted(texto3) + ", " +
+                          sql::Quoted(texto4) + ", " + sql::Quoted(texto5) + ", " +
+                          sql::Quoted(texto6) + ", " + sql::Integer(i1) + ", " +
+                          sql::Integer(i2) + ", " + sql::Integer(i3) + ", " + sql::Integer(i4) +
+                          ", " + sql::Integer(i5) + ", " + sql::Integer(i6) + ", " +
+                          sql::Integer(i7) + ", " + sql::Integer(i8) + ", " +
+                          sql::Amount(signed_value) + ")",
+                      {});
+    return true;
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<IIntegracaoContabil01> NewIntegracaoContabil01() {
+  return std::make_unique<IntegracaoContabil01>();
+}
+
+}  // namespace kvc

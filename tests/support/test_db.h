@@ -1,0 +1,61 @@
+// Test databases: a fresh SQLite file per test, and a Firebird server
+// database per test process (emptied before each test) when the environment
+// names a server. Behaviour tests are parameterised over both.
+#ifndef KVC_TESTS_SUPPORT_TEST_DB_H_
+#define KVC_TESTS_SUPPORT_TEST_DB_H_
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "accounting/db/connection.h"
+#include "accounting/db/trace.h"
+#include "accounting/module/uddmContabilidadeBD.h"
+
+namespace kvc::testing {
+
+// "sqlite" or "firebird".
+using BackendName = std::string;
+
+// The backends every behaviour test runs on.
+std::vector<BackendName> AllBackends();
+
+// Opens a connection to an empty database with the schema for `backend`.
+// Returns null when the backend is not configured (the test then skips);
+// with KVC_REQUIRE_SERVERS=1 in the environment a missing server fails.
+std::unique_ptr<db::Connection> OpenTestDatabase(const BackendName& backend);
+
+// Runs one query and returns the first column of every row as text.
+std::vector<std::string> Column(db::Connection& c, const std::string& sql);
+// The single value of a query.
+db::Value Scalar(db::Connection& c, const std::string& sql);
+long long CountRows(db::Connection& c, const std::string& table);
+
+// A fixture with a database, the statement trace over it, and a data module
+// bound to it as a host binds it (TSimpleHostContext, handle 1).
+class ModuleTest : public ::testing::TestWithParam<BackendName> {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Binds a module (created here) to the traced connection.
+  void Bind();
+
+  std::unique_ptr<db::Connection> raw_;
+  std::unique_ptr<db::TracingConnection> trace_;
+  TSimpleHostContext host_;
+  std::unique_ptr<TddmContabilidadeBD> dm_;
+};
+
+// Names the parameterised instances after the backend.
+std::string BackendTestName(const ::testing::TestParamInfo<BackendName>& info);
+
+}  // namespace kvc::testing
+
+#define KVC_INSTANTIATE_BACKENDS(Suite)                                         \
+  INSTANTIATE_TEST_SUITE_P(Db, Suite, ::testing::ValuesIn(kvc::testing::AllBackends()), \
+                           kvc::testing::BackendTestName)
+
+#endif  // KVC_TESTS_SUPPORT_TEST_DB_H_
