@@ -272,7 +272,15 @@ class SociConnection final : public Connection {
         FinishColumns(*rs);
       } else {
         st.execute(true);
-        if (affected) *affected = st.get_affected_rows();
+        if (affected) {
+          // Some servers cannot count rows for every kind of statement (DDL on
+          // Firebird); -1 then means "not known".
+          try {
+            *affected = st.get_affected_rows();
+          } catch (const soci::soci_error&) {
+            *affected = -1;
+          }
+        }
       }
       st.clean_up();
       if (!in_transaction_ && kind_ == ServerKind::kFirebird) session_.commit();

@@ -40,7 +40,10 @@ std::string Amount(double value) {
   // units in the last place makes 1.005 (stored as 1.00499999...) round the way
   // its decimal text reads.
   double hundredths = value * 100.0;
-  double nudged = hundredths + std::copysign(std::fabs(hundredths) * 4e-16, hundredths);
+  // Beyond 1e15 hundredths a double has no fraction left to nudge.
+  double nudged = std::fabs(hundredths) < 1e15
+                      ? hundredths + std::copysign(std::fabs(hundredths) * 4e-16, hundredths)
+                      : hundredths;
   double rounded = std::round(nudged);
   if (rounded == 0.0) return "0.00";
   // {:.2f} of a whole number of hundredths divided by 100 prints it exactly.

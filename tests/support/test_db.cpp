@@ -85,7 +85,8 @@ class FirebirdDatabase {
 
 void EmptyAllTables(db::Connection& c) {
   for (const std::string& table : db::SchemaTables())
-    if (table != "GER_VERSAO_ESTRUTURA") c.Execute("delete from " + table, {});
+    c.Execute("delete from " + table, {});
+  c.Execute("insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09')", {});
 }
 
 std::vector<std::string>& SqliteFiles() {

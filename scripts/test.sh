@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Runs the whole test suite: installs the dependencies, starts the Firebird
+# server on loopback when the shared database kit is beside the project (or
+# uses the one named by KVC_TEST_FIREBIRD), checks formatting, then builds and
+# runs the tests twice: a debug build, and a build with AddressSanitizer and
+# UndefinedBehaviorSanitizer.
+#
+#   scripts/test.sh            everything
+#   scripts/test.sh --quick    the debug build only
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+cd "$here"
+
+bash scripts/install-deps.sh
+
+dbkit="$here/../shared/dbkit"
+if [ -z "${KVC_TEST_FIREBIRD:-}" ] && [ -x "$dbkit/start-firebird.sh" -o -f "$dbkit/start-firebird.sh" ]; then
+  eval "$(bash "$dbkit/start-firebird.sh")"
+  export KVC_TEST_FIREBIRD="SYSDBA:${DBKIT_FB_PASS:-masterkey}@127.0.0.1:/var/lib/firebird/3.0/data"
+fi
+if [ -n "${KVC_TEST_FIREBIRD:-}" ]; then
+  echo "test: Firebird tests on ${KVC_TEST_FIREBIRD#*@}" >&2
+else
+  echo "test: KVC_TEST_FIREBIRD not set; Firebird tests will be skipped" >&2
+fi
+
+bash scripts/check-format.sh
+
+run_preset() {
+  cmake --preset "$1" >/dev/null
+  cmake --build --preset "$1"
+  ctest --preset "$1" -j2
+}
+
+if [ "${1:-}" != "--quick" ]; then
+  ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run_preset asan
+fi
+run_preset debug

@@ -1,0 +1,296 @@
+// The database-access layer on each database: values and types read back,
+// parameters, transactions, the statement trace and fault injection.
+#include <gtest/gtest.h>
+
+#include "accounting/db/error.h"
+#include "accounting/db/placeholders.h"
+#include "accounting/db/schema.h"
+#include "accounting/services/zorutils.h"
+#include "support/test_db.h"
+
+namespace kvc::testing {
+namespace {
+
+using ConnectionTest = ModuleTest;
+
+TEST_P(ConnectionTest, ColumnsAreReadWithTheirTypesAndAnyCase) {
+  raw_->Execute("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
+                "NATUREZA, VAL_LANCAMENTO, DIA) values (1, 2, 202405, 9, '1101', 'D', 100.50, 3)",
+                {});
+  auto rs = raw_->Query("select conta, val_lancamento, dia, natureza, lco_origem from "
+                        "CTB_LANCAMENTO",
+                        {});
+  ASSERT_EQ(rs.rows.size(), 1u);
+  EXPECT_EQ(rs.rows[0][*rs.FindColumn("Conta")].AsString(), "1101");
+  EXPECT_DOUBLE_EQ(rs.rows[0][*rs.FindColumn("VAL_LANCAMENTO")].AsFloat(), 100.5);
+  EXPECT_EQ(rs.rows[0][*rs.FindColumn("dia")].AsInteger(), 3);
+  EXPECT_EQ(rs.rows[0][*rs.FindColumn("NATUREZA")].AsString(), "D") << "no padding";
+  EXPECT_TRUE(rs.rows[0][*rs.FindColumn("LCO_ORIGEM")].IsNull());
+}
+
+TEST_P(ConnectionTest, ExpressionColumnsComeBackAsNumbers) {
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1', 2023, 10.25)", {});
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '2', 2023, 20)", {});
+  auto rs = raw_->Query("select sum(SALDO) TOTAL, count(*) N, 'D' NATUREZA from "
+                        "CTB_SALDO_ANTERIOR",
+                        {});
+  ASSERT_EQ(rs.rows.size(), 1u);
+  EXPECT_DOUBLE_EQ(rs.rows[0][0].AsFloat(), 30.25);
+  EXPECT_EQ(rs.rows[0][1].AsInteger(), 2);
+  EXPECT_NE(rs.types[0], db::FieldType::kString);
+  EXPECT_EQ(rs.types[1], db::FieldType::kInteger);
+  EXPECT_EQ(rs.rows[0][2].AsString(), "D");
+}
+
+TEST_P(ConnectionTest, RepeatedParameterNamesBindOnEveryServer) {
+  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '1', 'S')",
+                {});
+  auto rs = raw_->Query("select CONTA from CTB_CONTA where EMPRESA = :E and REVENDA = :E and "
+                        "CONTA = :C",
+                        {{"e", 1}, {"C", "1"}});
+  ASSERT_EQ(rs.rows.size(), 1u);
+}
+
+TEST_P(ConnectionTest, CommentsWithColonsDoNotBecomeParameters) {
+  auto rs = raw_->Query("select /* at 12:30 it's :X */ VERSAO from GER_VERSAO_ESTRUTURA where "
+                        "VERSAO = :V",
+                        {{"V", "2.09"}});
+  ASSERT_EQ(rs.rows.size(), 1u);
+  EXPECT_EQ(rs.rows[0][0].AsString(), "2.09");
+}
+
+TEST_P(ConnectionTest, MissingParameterValueIsADatabaseError) {
+  try {
+    raw_->Query("select VERSAO from GER_VERSAO_ESTRUTURA where VERSAO = :V", {});
+    FAIL() << "no error";
+  } catch (const db::DatabaseError& e) {
+    EXPECT_NE(std::string(e.what()).find(":V"), std::string::npos);
+    EXPECT_EQ(e.Sql(), "select VERSAO from GER_VERSAO_ESTRUTURA where VERSAO = :V");
+  }
+}
+
+TEST_P(ConnectionTest, ServerErrorCarriesStatementAndMessage) {
+  try {
+    raw_->Execute("insert into TABELA_QUE_NAO_EXISTE values (1)", {});
+    FAIL() << "no error";
+  } catch (const db::DatabaseError& e) {
+    EXPECT_EQ(e.Sql(), "insert into TABELA_QUE_NAO_EXISTE values (1)");
+    EXPECT_FALSE(e.ServerMessage().empty());
+  }
+  // The connection is still usable after the failure.
+  EXPECT_EQ(CountRows(*raw_, "CTB_CONTA"), 0);
+}
+
+TEST_P(ConnectionTest, RollbackLeavesNoRowAndCommitKeepsThem) {
+  raw_->Begin(db::Isolation::kReadCommitted);
+  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'X')", {});
+  raw_->Rollback();
+  EXPECT_EQ(CountRows(*raw_, "CTB_CONTA"), 0);
+  raw_->Begin(db::Isolation::kReadCommitted);
+  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'Y')", {});
+  raw_->Commit();
+  EXPECT_EQ(CountRows(*raw_, "CTB_CONTA"), 1);
+  EXPECT_THROW(raw_->Commit(), db::DatabaseError);
+}
+
+TEST_P(ConnectionTest, TraceRecordsTextParametersAndTransactionSteps) {
+  trace_->Begin(db::Isolation::kReadCommitted);
+  trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (:E, 1, 'Z')",
+                  {{"E", 3}});
+  trace_->Query("select CONTA from CTB_CONTA", {});
+  trace_->Commit();
+  const auto& t = trace_->Trace();
+  ASSERT_EQ(t.size(), 4u);
+  EXPECT_EQ(t[0].kind, db::TracedStatement::Kind::kBegin);
+  EXPECT_EQ(t[1].sql, "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (:E, 1, 'Z')");
+  ASSERT_EQ(t[1].params.size(), 1u);
+  EXPECT_EQ(t[1].params[0].value, db::Value(3));
+  EXPECT_EQ(t[2].kind, db::TracedStatement::Kind::kQuery);
+  EXPECT_EQ(t[3].kind, db::TracedStatement::Kind::kCommit);
+  EXPECT_EQ(trace_->Statements().size(), 2u);
+}
+
+TEST_P(ConnectionTest, InjectedFailureOfNthStatementNeverReachesServer) {
+  trace_->FailNth(2, "disk full");
+  trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'A')", {});
+  try {
+    trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'B')", {});
+    FAIL() << "no injected failure";
+  } catch (const db::DatabaseError& e) {
+    EXPECT_EQ(e.ServerMessage(), "disk full");
+    EXPECT_EQ(e.Sql(), "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'B')");
+  }
+  trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'C')", {});
+  EXPECT_EQ(Column(*raw_, "select CONTA from CTB_CONTA order by CONTA"),
+            (std::vector<std::string>{"A", "C"}));
+  EXPECT_TRUE(trace_->Trace()[1].injected);
+}
+
+TEST_P(ConnectionTest, InjectedFailureByPatternHitsEveryMatch) {
+  trace_->FailMatching("'B'");
+  EXPECT_NO_THROW(
+      trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'A')", {}));
+  EXPECT_THROW(
+      trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'B')", {}),
+      db::DatabaseError);
+  EXPECT_THROW(trace_->Query("select 1 X from CTB_CONTA where CONTA = 'B'", {}),
+               db::DatabaseError);
+  trace_->ClearFaults();
+  EXPECT_NO_THROW(
+      trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'B')", {}));
+}
+
+TEST_P(ConnectionTest, CommandDatasetWalksRowsAndReadsFieldsByName) {
+  Bind();
+  raw_->Execute("insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
+                "values (1, 1, 1, 'Vendas')",
+                {});
+  raw_->Execute("insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
+                "values (1, 1, 2, null)",
+                {});
+  db::SQLDataSet& ds = dm_->sdsAux;
+  ds.SetCommandText("select CENTRO_CUSTO, DES_CENTRO_CUSTO from CTB_CENTRO_CUSTO order by 1");
+  ds.Open();
+  std::vector<std::string> seen;
+  for (ds.First(); !ds.Eof(); ds.Next())
+    seen.push_back(ds.FieldByName("centro_custo").AsString() + ":" +
+                   (ds.FieldByName("Des_Centro_Custo").IsNull()
+                        ? "null"
+                        : ds.FieldByName("DES_CENTRO_CUSTO").AsString()));
+  EXPECT_EQ(seen, (std::vector<std::string>{"1:Vendas", "2:null"}));
+  EXPECT_THROW(ds.FieldByName("NAO_EXISTE"), std::invalid_argument);
+  ds.Close();
+  EXPECT_FALSE(ds.Active());
+}
+
+TEST_P(ConnectionTest, OpenedQueryCopiesIntoClientDataSet) {
+  Bind();
+  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
+                "(1, 1, '11', '1', 'A')",
+                {});
+  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
+                "(1, 1, '12', '1', 'A')",
+                {});
+  db::SQLDataSet& ds = dm_->sdsAux;
+  ds.SetCommandText("select CONTA, CONTA_SUPERIORA, NIVEL from CTB_CONTA order by CONTA");
+  ds.Open();
+  auto copy = SQLDatasetToClientDataSet(ds);
+  EXPECT_EQ(copy->RecordCount(), 2u);
+  copy->SetFilter("CONTA_SUPERIORA = '1' and conta = '12'");
+  copy->SetFiltered(true);
+  copy->First();
+  ASSERT_FALSE(copy->Eof());
+  EXPECT_EQ(copy->FieldByName("CONTA").AsString(), "12");
+}
+
+TEST_P(ConnectionTest, ProviderFeedsClientDataSetWithParameters) {
+  Bind();
+  raw_->Execute("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
+                "NATUREZA, VAL_LANCAMENTO) values (1, 1, 202405, 1, '11', 'D', 10)",
+                {});
+  raw_->Execute("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
+                "LANCAMENTO, REVENDA_DIVISAO, VAL_DIVISAO) values (1, 1, 1, 202405, 1, 3, 10)",
+                {});
+  dm_->cdsSaldoTotalParams.ByName("EMPRESA").value = 1;
+  dm_->cdsSaldoTotalParams.ByName("REVENDA").value = 1;
+  dm_->cdsSaldoTotalParams.ByName("PERINI").value = 202401;
+  dm_->cdsSaldoTotalParams.ByName("PERFIN").value = 202412;
+  dm_->dspSaldoTotal.Provide(dm_->cdsSaldoTotal, "", dm_->cdsSaldoTotalParams);
+  ASSERT_EQ(dm_->cdsSaldoTotal.RecordCount(), 1u);
+  dm_->cdsSaldoTotal.First();
+  EXPECT_EQ(dm_->cdsSaldoTotal.FieldByName("CONTA").AsString(), "11");
+  EXPECT_DOUBLE_EQ(dm_->cdsSaldoTotal.FieldByName("TOTAL").AsFloat(), 10);
+  EXPECT_EQ(dm_->cdsSaldoTotal.FieldByName("REVENDA_DIVISAO").AsInteger(), 3);
+}
+
+TEST_P(ConnectionTest, CarriedForwardLookupForYearWithoutRowsFindsNone) {
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '11', 2022, 50)", {});
+  EXPECT_EQ(raw_->Query("select SALDO from CTB_SALDO_ANTERIOR where EMPRESA = 1 and REVENDA = 1 "
+                        "and CONTA = '11' and ANO = 2023",
+                        {})
+                .rows.size(),
+            0u);
+  EXPECT_EQ(raw_->Query("select SALDO from CTB_SALDO_ANTERIOR where EMPRESA = 1 and REVENDA = 1 "
+                        "and CONTA = '11' and ANO = 2022",
+                        {})
+                .rows.size(),
+            1u);
+}
+
+TEST_P(ConnectionTest, NullDivisionColumnsMatchIsNullNeverASentinel) {
+  raw_->Execute("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
+                "LANCAMENTO, CENTRO_CUSTO, TIPO_ITEM, VAL_DIVISAO) values (1, 1, 1, 202405, 1, "
+                "null, null, 5)",
+                {});
+  EXPECT_EQ(CountRows(*raw_, "CTB_LANCAMENTO_DIVIDIDO where CENTRO_CUSTO is null and TIPO_ITEM "
+                             "is null"),
+            1);
+  EXPECT_EQ(CountRows(*raw_, "CTB_LANCAMENTO_DIVIDIDO where CENTRO_CUSTO = -1"), 0);
+  EXPECT_EQ(CountRows(*raw_, "CTB_LANCAMENTO_DIVIDIDO where TIPO_ITEM = ''"), 0);
+}
+
+TEST_P(ConnectionTest, CarriedForwardTableKeepsColumnOrderForColumnlessInsert) {
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 2, '1101', 2024, 10.5)", {});
+  auto rs = raw_->Query("select EMPRESA, REVENDA, CONTA, ANO, SALDO from CTB_SALDO_ANTERIOR", {});
+  ASSERT_EQ(rs.rows.size(), 1u);
+  EXPECT_EQ(rs.rows[0][1].AsInteger(), 2);
+  EXPECT_EQ(rs.rows[0][2].AsString(), "1101");
+  EXPECT_EQ(rs.rows[0][3].AsInteger(), 2024);
+  EXPECT_DOUBLE_EQ(rs.rows[0][4].AsFloat(), 10.5);
+}
+
+TEST_P(ConnectionTest, SchemaHoldsEveryTableAndTheStructureVersion) {
+  for (const std::string& table : db::SchemaTables())
+    EXPECT_NO_THROW(CountRows(*raw_, table)) << table;
+  EXPECT_GE(db::SchemaTables().size(), 22u);
+  EXPECT_EQ(Scalar(*raw_, "select VERSAO from GER_VERSAO_ESTRUTURA").AsString(), "2.09");
+  EXPECT_TRUE(db::SchemaExists(*raw_));
+}
+
+KVC_INSTANTIATE_BACKENDS(ConnectionTest);
+
+TEST(Placeholders, FindsNamesOutsideQuotesAndComments) {
+  auto p = db::FindPlaceholders("select ':X' a, \":Y\" from t /* :Z */ where a = :EMPRESA -- :W\n"
+                                " and b = :REVENDA and c::int = 1");
+  ASSERT_EQ(p.size(), 2u);
+  EXPECT_EQ(p[0].name, "EMPRESA");
+  EXPECT_EQ(p[1].name, "REVENDA");
+}
+
+TEST(Placeholders, PositionalTextNumbersEveryOccurrence) {
+  auto pt = db::ToPositional("a = :E or b = :E and c = :R");
+  EXPECT_EQ(pt.text, "a = :p1 or b = :p2 and c = :p3");
+  EXPECT_EQ(pt.names, (std::vector<std::string>{"E", "E", "R"}));
+  EXPECT_EQ(db::PlaceholderNames("a = :E or b = :e and c = :R"),
+            (std::vector<std::string>{"E", "R"}));
+}
+
+TEST(Placeholders, AmbiguousCommentsAreDroppedAndMarkersKept) {
+  EXPECT_EQ(db::DropAmbiguousComments("select /* 12:30 */ a from t where y = /*P*/'5'"),
+            "select   a from t where y = /*P*/'5'");
+}
+
+TEST(Schema, EveryServerFileSplitsIntoTheSameTables) {
+  const size_t tables = db::SchemaTables().size();
+  for (const char* server : {"sqlite", "firebird", "postgresql", "sqlserver", "oracle"}) {
+    auto statements = db::SplitDdl(db::SchemaDdl(server));
+    size_t creates = 0;
+    for (auto& s : statements)
+      if (s.find("create table") != std::string::npos || s.find("CREATE TABLE") != std::string::npos)
+        ++creates;
+    EXPECT_EQ(creates, tables) << server;
+    for (auto& s : statements) EXPECT_EQ(s.find(';'), std::string::npos) << server << ": " << s;
+  }
+}
+
+TEST(Connect, UnknownUrlIsRefusedWithItsForm) {
+  try {
+    db::Connect("mysql:whatever");
+    FAIL();
+  } catch (const db::DatabaseError& e) {
+    EXPECT_NE(std::string(e.what()).find("sqlite:PATH"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace kvc::testing
