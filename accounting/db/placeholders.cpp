@@ -46,8 +46,7 @@ void Scan(std::string_view sql, OnComment on_comment, OnPlaceholder on_placehold
       i = end;
     } else if (c == ':' && i + 1 < n && sql[i + 1] == ':') {
       i += 2;
-    } else if (c == ':' && i + 1 < n && IsNameStart(sql[i + 1]) &&
-               (i == 0 || sql[i - 1] != ':')) {
+    } else if (c == ':' && i + 1 < n && IsNameStart(sql[i + 1]) && (i == 0 || sql[i - 1] != ':')) {
       size_t j = i + 1;
       while (j < n && IsNameChar(sql[j])) ++j;
       on_placeholder(Placeholder{i, j - i, std::string(sql.substr(i + 1, j - i - 1))});

@@ -88,8 +88,8 @@ ParsedUrl ParseUrl(std::string_view url, std::string_view password) {
     std::string service = a.host + (a.port.empty() ? "" : "/" + a.port) + ":" + path;
     p.soci = "firebird://service=" + SociValue(service) + " user=" + a.user +
              (a.password.empty() ? "" : " password=" + SociValue(a.password)) + " charset=UTF8";
-    p.display = "firebird://" + a.user + "@" + a.host + (a.port.empty() ? "" : ":" + a.port) +
-                "/" + a.rest;
+    p.display =
+        "firebird://" + a.user + "@" + a.host + (a.port.empty() ? "" : ":" + a.port) + "/" + a.rest;
     p.kind = ServerKind::kFirebird;
   } else if ((url.starts_with("postgresql://") || url.starts_with("postgres://")) &&
              url.find("host=") == std::string_view::npos &&
@@ -109,8 +109,8 @@ ParsedUrl ParseUrl(std::string_view url, std::string_view password) {
       cs += ";PWD=" + std::string(password);
     p.soci = "odbc://" + cs;
     p.display = "odbc:" + std::string(url.substr(5, url.find("PWD=") == std::string_view::npos
-                                                       ? std::string_view::npos
-                                                       : url.find("PWD=") - 5));
+                                                        ? std::string_view::npos
+                                                        : url.find("PWD=") - 5));
     p.kind = OdbcServerKind(cs);
   } else if (url.find("://") != std::string_view::npos) {
     p.soci = std::string(url);
@@ -239,8 +239,7 @@ class SociConnection final : public Connection {
         const Value* value = nullptr;
         for (const BoundParam& p : params)
           if (SameFieldName(p.name, name)) value = &p.value;
-        if (!value)
-          throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
+        if (!value) throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
         BindSlot& slot = slots.emplace_back();
         if (value->IsNull()) {
           slot.indicator = soci::i_null;
@@ -377,7 +376,8 @@ class SociConnection final : public Connection {
   // turned back into numbers; the column's type follows its values.
   static Value NumberFromExpressionText(std::string text) {
     int64_t i = 0;
-    if (sql::ParseInteger(text, i) && sql::Integer(i) == text) return Value(static_cast<long long>(i));
+    if (sql::ParseInteger(text, i) && sql::Integer(i) == text)
+      return Value(static_cast<long long>(i));
     double d = 0;
     if (!text.empty() && text.front() != ' ' && text.back() != ' ' &&
         text.find_first_of("0123456789") != std::string::npos &&

@@ -19,8 +19,8 @@ struct TracedStatement {
   Kind kind = Kind::kExecute;
   std::string sql;  // empty for transaction operations
   BoundParams params;
-  bool failed = false;      // the server (or an injected fault) refused it
-  bool injected = false;    // the failure was injected
+  bool failed = false;    // the server (or an injected fault) refused it
+  bool injected = false;  // the failure was injected
 };
 
 class TracingConnection final : public Connection {

@@ -32,15 +32,17 @@ bool ReadDigits(std::string_view text, size_t pos, size_t count, int32_t& out) {
 
 bool DateTime::IsValid() const {
   return year >= 1 && year <= 9999 && month >= 1 && month <= 12 && day >= 1 &&
-         day <= DaysInMonth(year, month) && hour >= 0 && hour < 24 && minute >= 0 &&
-         minute < 60 && second >= 0 && second < 60 && millisecond >= 0 && millisecond < 1000;
+         day <= DaysInMonth(year, month) && hour >= 0 && hour < 24 && minute >= 0 && minute < 60 &&
+         second >= 0 && second < 60 && millisecond >= 0 && millisecond < 1000;
 }
 
-std::string DateTime::ToIsoDate() const { return fmt::format("{:04}-{:02}-{:02}", year, month, day); }
+std::string DateTime::ToIsoDate() const {
+  return fmt::format("{:04}-{:02}-{:02}", year, month, day);
+}
 
 std::string DateTime::ToIso() const {
-  std::string out = fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", year, month, day, hour,
-                                minute, second);
+  std::string out =
+      fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", year, month, day, hour, minute, second);
   if (millisecond != 0) out += fmt::format(".{:03}", millisecond);
   return out;
 }

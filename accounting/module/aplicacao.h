@@ -35,8 +35,8 @@ class THostContext {
   virtual int32_t Revenda() const = 0;
 
   // The suite's message box; returns the button pressed (0 for OK).
-  virtual int32_t MessageDlgZOR(const std::string& message, TMsgDlgType type,
-                                TMsgDlgButton buttons, int32_t help_context) = 0;
+  virtual int32_t MessageDlgZOR(const std::string& message, TMsgDlgType type, TMsgDlgButton buttons,
+                                int32_t help_context) = 0;
   // The platform's application-terminate request.
   virtual void RequestTerminate() = 0;
 };
@@ -61,8 +61,7 @@ class TSimpleHostContext : public THostContext {
   std::string ValorNumeracao() const override { return valor_numeracao; }
   int32_t Empresa() const override { return empresa; }
   int32_t Revenda() const override { return revenda; }
-  int32_t MessageDlgZOR(const std::string& message, TMsgDlgType, TMsgDlgButton,
-                        int32_t) override {
+  int32_t MessageDlgZOR(const std::string& message, TMsgDlgType, TMsgDlgButton, int32_t) override {
     last_message = message;
     ++messages_shown;
     return 0;

@@ -58,11 +58,21 @@ std::string TUtilContabil::SetAlias(const std::string& alias, const std::string&
 
 TddmContabilidadeBD::TddmContabilidadeBD()
     : geral_(NewGeral01()), integracao_(NewIntegracaoContabil01()) {
-  command_datasets_ = {&sdsDataHora,     &sdsNumerador,      &sdsAAux,
-                       &sdsExecutaSQL,   &sdsConsultaLoc1,   &sdsAux,
-                       &sdsSaldoTotal,   &sdsBuscaFilho,     &sdsContaSuperiora,
-                       &sdsBuscaContaSaldo, &sdsBuscaSaldoDivisao, &sdsEncerra,
-                       &sdsAux2,         &sdsAux3,           &sdsExcluiLanc,
+  command_datasets_ = {&sdsDataHora,
+                       &sdsNumerador,
+                       &sdsAAux,
+                       &sdsExecutaSQL,
+                       &sdsConsultaLoc1,
+                       &sdsAux,
+                       &sdsSaldoTotal,
+                       &sdsBuscaFilho,
+                       &sdsContaSuperiora,
+                       &sdsBuscaContaSaldo,
+                       &sdsBuscaSaldoDivisao,
+                       &sdsEncerra,
+                       &sdsAux2,
+                       &sdsAux3,
+                       &sdsExcluiLanc,
                        &sdsSaldoContaAnalitica};
   SetFixedContent();
   DataModuleCreate();
@@ -140,9 +150,9 @@ bool TddmContabilidadeBD::InicializaDLLs() {
   THostContext* host = aplicacao_ ? aplicacao_->Host : nullptr;
   if (!geral_->DLL_InicializaGeral01(kVersaoEstrutura, handle_aplicacao_)) {  // 2
     if (host)
-      host->MessageDlgZOR(kMsgVersaoGeral + geral_->DLL_VersaoGeral01() + kMsgIncompativel +
-                              kVersaoEstrutura,
-                          TMsgDlgType::mtError, TMsgDlgButton::mbOK, 0);
+      host->MessageDlgZOR(
+          kMsgVersaoGeral + geral_->DLL_VersaoGeral01() + kMsgIncompativel + kVersaoEstrutura,
+          TMsgDlgType::mtError, TMsgDlgButton::mbOK, 0);
     return false;
   }
   if (!integracao_->DLL_InicializaIntegracaoContabil01(conexao_, kVersaoEstrutura,  // 3
@@ -162,7 +172,7 @@ bool TddmContabilidadeBD::InicializaDLLs() {
 // Aplicacao. 4. Forget the connection; the datasets stay bound and
 // DLLsInicializadas stays as it is.
 void TddmContabilidadeBD::FinalizaDM() {
-  for (auto& cache : caches_) cache.reset();  // 1
+  for (auto& cache : caches_) cache.reset();       // 1
   geral_->DLL_FinalizaGeral01(handle_aplicacao_);  // 2
   integracao_->DLL_FinalizaIntegracaoContabil01(handle_aplicacao_);
   aplicacao_.reset();  // 3

@@ -39,8 +39,7 @@ std::string CommandFromJson(const std::string& json_command);
 // never repeats one and never goes back.
 class ProgressPhase {
  public:
-  ProgressPhase(IProgressCallback* callback, int64_t total)
-      : callback_(callback), total_(total) {}
+  ProgressPhase(IProgressCallback* callback, int64_t total) : callback_(callback), total_(total) {}
 
   // Sends "pnlMensagem.Caption#$#" + message, then "pBar#$#0".
   void Begin(const std::string& message);

@@ -92,20 +92,20 @@ class TddmContabilidadeBD {
   DateTime DataHoraBD(bool primeiro, bool segundo);
   // The next number of table/key for company and dealership, on Conexao.
   int32_t BuscaProximoNumero(int32_t empresa, int32_t revenda, const std::string& tabela,
-                             const std::string& chave, IProgressCallback* callback,
-                             int32_t passo);
+                             const std::string& chave, IProgressCallback* callback, int32_t passo);
   // The same on the connection given, inside its caller's transaction.
   int32_t BuscaProximoNumeroTran(db::Connection& conexao, int32_t empresa, int32_t revenda,
                                  const std::string& tabela, const std::string& chave,
                                  int32_t passo);
   // Forwards a summarised-balance change to the integration library, all
   // arguments in the order received. True when the library accepted it.
-  [[nodiscard]] bool AtualizaSaldoSumarizado(
-      db::Connection& conexao, const std::string& texto1, const std::string& texto2,
-      const std::string& texto3, const std::string& texto4, const std::string& texto5,
-      const std::string& texto6, int32_t inteiro1, int32_t inteiro2, int32_t inteiro3,
-      int32_t inteiro4, int32_t inteiro5, int32_t inteiro6, int32_t inteiro7, int32_t inteiro8,
-      double valor);
+  [[nodiscard]] bool AtualizaSaldoSumarizado(db::Connection& conexao, const std::string& texto1,
+                                             const std::string& texto2, const std::string& texto3,
+                                             const std::string& texto4, const std::string& texto5,
+                                             const std::string& texto6, int32_t inteiro1,
+                                             int32_t inteiro2, int32_t inteiro3, int32_t inteiro4,
+                                             int32_t inteiro5, int32_t inteiro6, int32_t inteiro7,
+                                             int32_t inteiro8, double valor);
 
   // ---- journal entries -------------------------------------------------------
   // A new entry number for company, dealership and month ("LCTO" + anoMes as

@@ -13,8 +13,7 @@ namespace {
 
 constexpr char kLibraryVersion[] = "2.09";
 
-constexpr char kUpdateNumerador[] =
-    "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + ";
+constexpr char kUpdateNumerador[] = "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + ";
 constexpr char kInsertNumerador[] =
     "insert into GER_NUMERADOR (EMPRESA, REVENDA, TABELA, CHAVE, ULTIMO_NUMERO) values (";
 constexpr char kSelectNumerador[] = "select ULTIMO_NUMERO from GER_NUMERADOR";
@@ -53,12 +52,12 @@ class Geral01 final : public IGeral01 {
   // drawing a number is immediate here.
   int32_t DLL_BuscaProximoNumero(int32_t empresa, int32_t revenda, const std::string& tabela,
                                  const std::string& chave, IProgressCallback*, int32_t passo,
-                                 const std::string& tipo_banco,
-                                 const std::string& valor_numeracao, int32_t handle) override {
+                                 const std::string& tipo_banco, const std::string& valor_numeracao,
+                                 int32_t handle) override {
     db::Connection& conexao = RequireConnection();
     if (conexao.InTransaction())
-      return DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo,
-                                        tipo_banco, valor_numeracao, handle);
+      return DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo, tipo_banco,
+                                        valor_numeracao, handle);
     conexao.Begin(db::Isolation::kReadCommitted);
     try {
       int32_t n = DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo,
@@ -81,10 +80,9 @@ class Geral01 final : public IGeral01 {
                                      const std::string& tabela, const std::string& chave,
                                      int32_t passo, const std::string&, const std::string&,
                                      int32_t) override {
-    const std::string where = " where EMPRESA = " + sql::Integer(empresa) +
-                              " and REVENDA = " + sql::Integer(revenda) +
-                              " and TABELA = " + sql::Quoted(tabela) +
-                              " and CHAVE = " + sql::Quoted(chave);
+    const std::string where =
+        " where EMPRESA = " + sql::Integer(empresa) + " and REVENDA = " + sql::Integer(revenda) +
+        " and TABELA = " + sql::Quoted(tabela) + " and CHAVE = " + sql::Quoted(chave);
     long long updated = conexao.Execute(kUpdateNumerador + sql::Integer(passo) + where, {});
     if (updated == 0)
       conexao.Execute(kInsertNumerador + sql::Integer(empresa) + ", " + sql::Integer(revenda) +

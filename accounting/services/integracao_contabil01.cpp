@@ -66,11 +66,10 @@ class IntegracaoContabil01 final : public IIntegracaoContabil01 {
     if (conexao.Execute(kUpdateSaldo + delta + where, {}) == 0)
       conexao.Execute(kInsertSaldo + sql::Quoted(texto1) + ", " + sql::Quoted(texto3) + ", " +
                           sql::Quoted(texto4) + ", " + sql::Quoted(texto5) + ", " +
-                          sql::Quoted(texto6) + ", " + sql::Integer(i1) + ", " +
-                          sql::Integer(i2) + ", " + sql::Integer(i3) + ", " + sql::Integer(i4) +
-                          ", " + sql::Integer(i5) + ", " + sql::Integer(i6) + ", " +
-                          sql::Integer(i7) + ", " + sql::Integer(i8) + ", " +
-                          sql::Amount(signed_value) + ")",
+                          sql::Quoted(texto6) + ", " + sql::Integer(i1) + ", " + sql::Integer(i2) +
+                          ", " + sql::Integer(i3) + ", " + sql::Integer(i4) + ", " +
+                          sql::Integer(i5) + ", " + sql::Integer(i6) + ", " + sql::Integer(i7) +
+                          ", " + sql::Integer(i8) + ", " + sql::Amount(signed_value) + ")",
                       {});
     return true;
   }

@@ -54,12 +54,13 @@ class IIntegracaoContabil01 {
   virtual void DLL_AtualizaTAplicacaoIntegracaoContabil01(const TAplicacaoLibrary& aplicacao,
                                                           db::Connection* conexao,
                                                           int32_t handle) = 0;
-  virtual bool DLL_AtualizaSaldoSumarizado(
-      db::Connection& conexao, const std::string& texto1, const std::string& texto2,
-      const std::string& texto3, const std::string& texto4, const std::string& texto5,
-      const std::string& texto6, int32_t inteiro1, int32_t inteiro2, int32_t inteiro3,
-      int32_t inteiro4, int32_t inteiro5, int32_t inteiro6, int32_t inteiro7, int32_t inteiro8,
-      double valor, int32_t handle) = 0;
+  virtual bool DLL_AtualizaSaldoSumarizado(db::Connection& conexao, const std::string& texto1,
+                                           const std::string& texto2, const std::string& texto3,
+                                           const std::string& texto4, const std::string& texto5,
+                                           const std::string& texto6, int32_t inteiro1,
+                                           int32_t inteiro2, int32_t inteiro3, int32_t inteiro4,
+                                           int32_t inteiro5, int32_t inteiro6, int32_t inteiro7,
+                                           int32_t inteiro8, double valor, int32_t handle) = 0;
 };
 
 // The stand-alone libraries over the shared database.

@@ -11,8 +11,7 @@ DateTime TddmContabilidadeBD::DataHoraBD(bool primeiro, bool segundo) {
 }
 
 int32_t TddmContabilidadeBD::BuscaProximoNumero(int32_t empresa, int32_t revenda,
-                                                const std::string& tabela,
-                                                const std::string& chave,
+                                                const std::string& tabela, const std::string& chave,
                                                 IProgressCallback* callback, int32_t passo) {
   geral_->DLL_AtualizaTAplicacaoGeral01(*aplicacao_, conexao_, handle_aplicacao_);
   return geral_->DLL_BuscaProximoNumero(empresa, revenda, tabela, chave, callback, passo,
@@ -36,8 +35,7 @@ bool TddmContabilidadeBD::AtualizaSaldoSumarizado(
     const std::string& texto6, int32_t inteiro1, int32_t inteiro2, int32_t inteiro3,
     int32_t inteiro4, int32_t inteiro5, int32_t inteiro6, int32_t inteiro7, int32_t inteiro8,
     double valor) {
-  integracao_->DLL_AtualizaTAplicacaoIntegracaoContabil01(*aplicacao_, &conexao,
-                                                          handle_aplicacao_);
+  integracao_->DLL_AtualizaTAplicacaoIntegracaoContabil01(*aplicacao_, &conexao, handle_aplicacao_);
   return integracao_->DLL_AtualizaSaldoSumarizado(
       conexao, texto1, texto2, texto3, texto4, texto5, texto6, inteiro1, inteiro2, inteiro3,
       inteiro4, inteiro5, inteiro6, inteiro7, inteiro8, valor, handle_aplicacao_);

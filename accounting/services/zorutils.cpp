@@ -8,8 +8,7 @@
 
 namespace kvc {
 
-std::string CompatBanco(const std::string& texto, const std::string& tipo_banco, int32_t,
-                        bool) {
+std::string CompatBanco(const std::string& texto, const std::string& tipo_banco, int32_t, bool) {
   const db::Dialect* dialect = db::DialectByTipoBanco(tipo_banco);
   return dialect ? dialect->Adapt(texto) : texto;
 }

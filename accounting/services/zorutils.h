@@ -18,8 +18,8 @@ namespace kvc {
 // dialect object; an unknown name leaves the text unchanged. `revenda` and
 // `flag` are accepted for the suite's signature and do not change the result
 // (every call of the module passes false).
-std::string CompatBanco(const std::string& texto, const std::string& tipo_banco,
-                        int32_t revenda, bool flag);
+std::string CompatBanco(const std::string& texto, const std::string& tipo_banco, int32_t revenda,
+                        bool flag);
 
 // A date literal for the server named by `tipo_banco` ("'2024-01-31'", or
 // the server's own form). An unknown name gives the ISO form in quotes.

@@ -14,12 +14,14 @@ namespace {
 using ConnectionTest = ModuleTest;
 
 TEST_P(ConnectionTest, ColumnsAreReadWithTheirTypesAndAnyCase) {
-  raw_->Execute("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
-                "NATUREZA, VAL_LANCAMENTO, DIA) values (1, 2, 202405, 9, '1101', 'D', 100.50, 3)",
-                {});
-  auto rs = raw_->Query("select conta, val_lancamento, dia, natureza, lco_origem from "
-                        "CTB_LANCAMENTO",
-                        {});
+  raw_->Execute(
+      "insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
+      "NATUREZA, VAL_LANCAMENTO, DIA) values (1, 2, 202405, 9, '1101', 'D', 100.50, 3)",
+      {});
+  auto rs = raw_->Query(
+      "select conta, val_lancamento, dia, natureza, lco_origem from "
+      "CTB_LANCAMENTO",
+      {});
   ASSERT_EQ(rs.rows.size(), 1u);
   EXPECT_EQ(rs.rows[0][*rs.FindColumn("Conta")].AsString(), "1101");
   EXPECT_DOUBLE_EQ(rs.rows[0][*rs.FindColumn("VAL_LANCAMENTO")].AsFloat(), 100.5);
@@ -31,9 +33,10 @@ TEST_P(ConnectionTest, ColumnsAreReadWithTheirTypesAndAnyCase) {
 TEST_P(ConnectionTest, ExpressionColumnsComeBackAsNumbers) {
   raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1', 2023, 10.25)", {});
   raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '2', 2023, 20)", {});
-  auto rs = raw_->Query("select sum(SALDO) TOTAL, count(*) N, 'D' NATUREZA from "
-                        "CTB_SALDO_ANTERIOR",
-                        {});
+  auto rs = raw_->Query(
+      "select sum(SALDO) TOTAL, count(*) N, 'D' NATUREZA from "
+      "CTB_SALDO_ANTERIOR",
+      {});
   ASSERT_EQ(rs.rows.size(), 1u);
   EXPECT_DOUBLE_EQ(rs.rows[0][0].AsFloat(), 30.25);
   EXPECT_EQ(rs.rows[0][1].AsInteger(), 2);
@@ -45,16 +48,18 @@ TEST_P(ConnectionTest, ExpressionColumnsComeBackAsNumbers) {
 TEST_P(ConnectionTest, RepeatedParameterNamesBindOnEveryServer) {
   raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '1', 'S')",
                 {});
-  auto rs = raw_->Query("select CONTA from CTB_CONTA where EMPRESA = :E and REVENDA = :E and "
-                        "CONTA = :C",
-                        {{"e", 1}, {"C", "1"}});
+  auto rs = raw_->Query(
+      "select CONTA from CTB_CONTA where EMPRESA = :E and REVENDA = :E and "
+      "CONTA = :C",
+      {{"e", 1}, {"C", "1"}});
   ASSERT_EQ(rs.rows.size(), 1u);
 }
 
 TEST_P(ConnectionTest, CommentsWithColonsDoNotBecomeParameters) {
-  auto rs = raw_->Query("select /* at 12:30 it's :X */ VERSAO from GER_VERSAO_ESTRUTURA where "
-                        "VERSAO = :V",
-                        {{"V", "2.09"}});
+  auto rs = raw_->Query(
+      "select /* at 12:30 it's :X */ VERSAO from GER_VERSAO_ESTRUTURA where "
+      "VERSAO = :V",
+      {{"V", "2.09"}});
   ASSERT_EQ(rs.rows.size(), 1u);
   EXPECT_EQ(rs.rows[0][0].AsString(), "2.09");
 }
@@ -133,8 +138,7 @@ TEST_P(ConnectionTest, InjectedFailureByPatternHitsEveryMatch) {
   EXPECT_THROW(
       trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'B')", {}),
       db::DatabaseError);
-  EXPECT_THROW(trace_->Query("select 1 X from CTB_CONTA where CONTA = 'B'", {}),
-               db::DatabaseError);
+  EXPECT_THROW(trace_->Query("select 1 X from CTB_CONTA where CONTA = 'B'", {}), db::DatabaseError);
   trace_->ClearFaults();
   EXPECT_NO_THROW(
       trace_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'B')", {}));
@@ -142,12 +146,14 @@ TEST_P(ConnectionTest, InjectedFailureByPatternHitsEveryMatch) {
 
 TEST_P(ConnectionTest, CommandDatasetWalksRowsAndReadsFieldsByName) {
   Bind();
-  raw_->Execute("insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
-                "values (1, 1, 1, 'Vendas')",
-                {});
-  raw_->Execute("insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
-                "values (1, 1, 2, null)",
-                {});
+  raw_->Execute(
+      "insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
+      "values (1, 1, 1, 'Vendas')",
+      {});
+  raw_->Execute(
+      "insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
+      "values (1, 1, 2, null)",
+      {});
   db::SQLDataSet& ds = dm_->sdsAux;
   ds.SetCommandText("select CENTRO_CUSTO, DES_CENTRO_CUSTO from CTB_CENTRO_CUSTO order by 1");
   ds.Open();
@@ -165,12 +171,14 @@ TEST_P(ConnectionTest, CommandDatasetWalksRowsAndReadsFieldsByName) {
 
 TEST_P(ConnectionTest, OpenedQueryCopiesIntoClientDataSet) {
   Bind();
-  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
-                "(1, 1, '11', '1', 'A')",
-                {});
-  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
-                "(1, 1, '12', '1', 'A')",
-                {});
+  raw_->Execute(
+      "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
+      "(1, 1, '11', '1', 'A')",
+      {});
+  raw_->Execute(
+      "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
+      "(1, 1, '12', '1', 'A')",
+      {});
   db::SQLDataSet& ds = dm_->sdsAux;
   ds.SetCommandText("select CONTA, CONTA_SUPERIORA, NIVEL from CTB_CONTA order by CONTA");
   ds.Open();
@@ -185,12 +193,14 @@ TEST_P(ConnectionTest, OpenedQueryCopiesIntoClientDataSet) {
 
 TEST_P(ConnectionTest, ProviderFeedsClientDataSetWithParameters) {
   Bind();
-  raw_->Execute("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
-                "NATUREZA, VAL_LANCAMENTO) values (1, 1, 202405, 1, '11', 'D', 10)",
-                {});
-  raw_->Execute("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-                "LANCAMENTO, REVENDA_DIVISAO, VAL_DIVISAO) values (1, 1, 1, 202405, 1, 3, 10)",
-                {});
+  raw_->Execute(
+      "insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
+      "NATUREZA, VAL_LANCAMENTO) values (1, 1, 202405, 1, '11', 'D', 10)",
+      {});
+  raw_->Execute(
+      "insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
+      "LANCAMENTO, REVENDA_DIVISAO, VAL_DIVISAO) values (1, 1, 1, 202405, 1, 3, 10)",
+      {});
   dm_->cdsSaldoTotalParams.ByName("EMPRESA").value = 1;
   dm_->cdsSaldoTotalParams.ByName("REVENDA").value = 1;
   dm_->cdsSaldoTotalParams.ByName("PERINI").value = 202401;
@@ -218,12 +228,14 @@ TEST_P(ConnectionTest, CarriedForwardLookupForYearWithoutRowsFindsNone) {
 }
 
 TEST_P(ConnectionTest, NullDivisionColumnsMatchIsNullNeverASentinel) {
-  raw_->Execute("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-                "LANCAMENTO, CENTRO_CUSTO, TIPO_ITEM, VAL_DIVISAO) values (1, 1, 1, 202405, 1, "
-                "null, null, 5)",
-                {});
-  EXPECT_EQ(CountRows(*raw_, "CTB_LANCAMENTO_DIVIDIDO where CENTRO_CUSTO is null and TIPO_ITEM "
-                             "is null"),
+  raw_->Execute(
+      "insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
+      "LANCAMENTO, CENTRO_CUSTO, TIPO_ITEM, VAL_DIVISAO) values (1, 1, 1, 202405, 1, "
+      "null, null, 5)",
+      {});
+  EXPECT_EQ(CountRows(*raw_,
+                      "CTB_LANCAMENTO_DIVIDIDO where CENTRO_CUSTO is null and TIPO_ITEM "
+                      "is null"),
             1);
   EXPECT_EQ(CountRows(*raw_, "CTB_LANCAMENTO_DIVIDIDO where CENTRO_CUSTO = -1"), 0);
   EXPECT_EQ(CountRows(*raw_, "CTB_LANCAMENTO_DIVIDIDO where TIPO_ITEM = ''"), 0);
@@ -250,8 +262,9 @@ TEST_P(ConnectionTest, SchemaHoldsEveryTableAndTheStructureVersion) {
 KVC_INSTANTIATE_BACKENDS(ConnectionTest);
 
 TEST(Placeholders, FindsNamesOutsideQuotesAndComments) {
-  auto p = db::FindPlaceholders("select ':X' a, \":Y\" from t /* :Z */ where a = :EMPRESA -- :W\n"
-                                " and b = :REVENDA and c::int = 1");
+  auto p = db::FindPlaceholders(
+      "select ':X' a, \":Y\" from t /* :Z */ where a = :EMPRESA -- :W\n"
+      " and b = :REVENDA and c::int = 1");
   ASSERT_EQ(p.size(), 2u);
   EXPECT_EQ(p[0].name, "EMPRESA");
   EXPECT_EQ(p[1].name, "REVENDA");
@@ -276,7 +289,8 @@ TEST(Schema, EveryServerFileSplitsIntoTheSameTables) {
     auto statements = db::SplitDdl(db::SchemaDdl(server));
     size_t creates = 0;
     for (auto& s : statements)
-      if (s.find("create table") != std::string::npos || s.find("CREATE TABLE") != std::string::npos)
+      if (s.find("create table") != std::string::npos ||
+          s.find("CREATE TABLE") != std::string::npos)
         ++creates;
     EXPECT_EQ(creates, tables) << server;
     for (auto& s : statements) EXPECT_EQ(s.find(';'), std::string::npos) << server << ": " << s;

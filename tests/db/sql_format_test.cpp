@@ -29,9 +29,7 @@ class CommaLocale {
 
 TEST(SqlFormat, QuotedDoublesEmbeddedQuotes) { EXPECT_EQ(Quoted("D'Avila"), "'D''Avila'"); }
 
-TEST(SqlFormat, QuotedAsIsCopiesQuotesUnchanged) {
-  EXPECT_EQ(QuotedAsIs("D'Avila"), "'D'Avila'");
-}
+TEST(SqlFormat, QuotedAsIsCopiesQuotesUnchanged) { EXPECT_EQ(QuotedAsIs("D'Avila"), "'D'Avila'"); }
 
 TEST(SqlFormat, AmountHasTwoDecimalsAndNoThousandsSeparator) {
   EXPECT_EQ(Amount(1234.5), "1234.50");

@@ -151,8 +151,7 @@ TEST(SetAlias, ReplacesEveryMarker) {
 }
 
 TEST(SetAlias, LowerCaseMarkerIsLeftAsItStands) {
-  EXPECT_EQ(TUtilContabil::SetAlias("l", "{$alias$}.CONTA = {$ALIAS$}.X"),
-            "{$alias$}.CONTA = l.X");
+  EXPECT_EQ(TUtilContabil::SetAlias("l", "{$alias$}.CONTA = {$ALIAS$}.X"), "{$alias$}.CONTA = l.X");
 }
 
 TEST(SetAlias, StatementWithoutMarkerIsUnchanged) {

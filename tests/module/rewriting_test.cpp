@@ -94,8 +94,7 @@ TEST_F(RewritingTest, ReopeningRewrittenTextUpdatesTheInlinedValue) {
   ds.Open();
   // The replacement of a quoted value ends with a blank, so each re-run adds
   // one blank before the closing parenthesis.
-  EXPECT_EQ(ds.CommandText(),
-            "select a from t where x in (select b from u where y = /*P*/'7' )");
+  EXPECT_EQ(ds.CommandText(), "select a from t where x in (select b from u where y = /*P*/'7' )");
   EXPECT_EQ(ds.GetParams().Count(), 0u);
   EXPECT_TRUE(ds.IsEmpty()) << "no row of u has y = '7'";
 }

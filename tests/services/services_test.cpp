@@ -30,8 +30,9 @@ TEST_P(ServicesTest, AnotherMonthDrawsFromItsOwnKey) {
   ASSERT_TRUE(dm_->ComitaTransacao());
   EXPECT_EQ(may, 1);
   EXPECT_EQ(june, 1);
-  EXPECT_EQ(Column(*raw_, "select CHAVE from GER_NUMERADOR where TABELA = 'CTB_LANCAMENTO' "
-                          "order by CHAVE"),
+  EXPECT_EQ(Column(*raw_,
+                   "select CHAVE from GER_NUMERADOR where TABELA = 'CTB_LANCAMENTO' "
+                   "order by CHAVE"),
             (std::vector<std::string>{"LCTO202405", "LCTO202406"}));
 }
 
@@ -79,9 +80,8 @@ TEST_P(ServicesTest, NumberingOnGivenConnectionRunsInCallersTransaction) {
   Bind();
   ASSERT_TRUE(dm_->IniciaTransacao());
   trace_->Clear();
-  EXPECT_EQ(dm_->BuscaProximoNumeroTran(*trace_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO",
-                                        "SEQUENCIA", 1),
-            1);
+  EXPECT_EQ(
+      dm_->BuscaProximoNumeroTran(*trace_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO", "SEQUENCIA", 1), 1);
   for (const auto& t : trace_->Trace())
     EXPECT_TRUE(t.kind == db::TracedStatement::Kind::kExecute ||
                 t.kind == db::TracedStatement::Kind::kQuery)
@@ -108,23 +108,23 @@ TEST_P(ServicesTest, ServerTimeFailureReachesCaller) {
 
 TEST_P(ServicesTest, SummarisedBalanceAddsAndSubtracts) {
   Bind();
-  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "I", "", "", "1101", "D", 1, 1, 202405,
-                                           -1, -1, -1, -1, -1, 100.25));
-  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "I", "", "", "1101", "D", 1, 1, 202405,
-                                           -1, -1, -1, -1, -1, 50));
-  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "E", "", "", "1101", "D", 1, 1, 202405,
-                                           -1, -1, -1, -1, -1, 30.5));
-  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "D", "I", "", "", "1101", "D", 1, 1, 202405,
-                                           7, -1, -1, -1, 2, 10));
+  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "I", "", "", "1101", "D", 1, 1, 202405, -1,
+                                           -1, -1, -1, -1, 100.25));
+  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "I", "", "", "1101", "D", 1, 1, 202405, -1,
+                                           -1, -1, -1, -1, 50));
+  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "E", "", "", "1101", "D", 1, 1, 202405, -1,
+                                           -1, -1, -1, -1, 30.5));
+  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "D", "I", "", "", "1101", "D", 1, 1, 202405, 7,
+                                           -1, -1, -1, 2, 10));
   EXPECT_EQ(CountRows(*raw_, "INT_SALDO_SUMARIZADO"), 2);
-  EXPECT_DOUBLE_EQ(Scalar(*raw_, "select SALDO from INT_SALDO_SUMARIZADO where TIPO_SALDO = 'L'")
-                       .AsFloat(),
-                   119.75);
   EXPECT_DOUBLE_EQ(
-      Scalar(*raw_, "select SALDO from INT_SALDO_SUMARIZADO where TIPO_SALDO = 'D' and "
-                    "DIVISAO1 = 7 and DIVISAO5 = 2")
-          .AsFloat(),
-      10);
+      Scalar(*raw_, "select SALDO from INT_SALDO_SUMARIZADO where TIPO_SALDO = 'L'").AsFloat(),
+      119.75);
+  EXPECT_DOUBLE_EQ(Scalar(*raw_,
+                          "select SALDO from INT_SALDO_SUMARIZADO where TIPO_SALDO = 'D' and "
+                          "DIVISAO1 = 7 and DIVISAO5 = 2")
+                       .AsFloat(),
+                   10);
 }
 
 TEST_P(ServicesTest, SummarisedBalanceRefusesUnknownKind) {
@@ -170,13 +170,15 @@ TEST_P(ServicesTest, LibrariesRefuseAnotherRequiredVersion) {
 TEST_P(ServicesTest, DateLiteralsSuitTheServer) {
   DateTime d{2024, 1, 31, 12, 30, 15, 0};
   const std::string tipo(raw_->dialect().TipoBanco());
-  EXPECT_EQ(Scalar(*raw_, "select count(*) N from GER_VERSAO_ESTRUTURA where " +
-                              DataPSql(d, tipo) + " is not null")
+  EXPECT_EQ(Scalar(*raw_, "select count(*) N from GER_VERSAO_ESTRUTURA where " + DataPSql(d, tipo) +
+                              " is not null")
                 .AsInteger(),
             1);
-  raw_->Execute("insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA, ANOMES_APURACAO_RESULTADO) "
-                "values (1, 1, " + DataPSql(d, tipo) + ")",
-                {});
+  raw_->Execute(
+      "insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA, ANOMES_APURACAO_RESULTADO) "
+      "values (1, 1, " +
+          DataPSql(d, tipo) + ")",
+      {});
   raw_->Execute("insert into GER_LOG_CADASTROS (LOG_CADASTROS, DTA_ALTERACAO) values (1, " +
                     DataHoraPSql(d, tipo) + ")",
                 {});
@@ -196,8 +198,7 @@ TEST(Zorutils, DateLiteralsPerServer) {
   EXPECT_EQ(DataPSql(d, "ORACLE"), "TO_DATE('31/01/2024', 'DD/MM/YYYY')");
   EXPECT_EQ(DataPSql(d, "FIREBIRD"), "'2024-01-31'");
   EXPECT_EQ(DataHoraPSql(d, "SQLSERVER"), "'20240131 12:30:15'");
-  EXPECT_EQ(DataHoraPSql(d, "ORACLE"),
-            "TO_DATE('31/01/2024 12:30:15', 'DD/MM/YYYY HH24:MI:SS')");
+  EXPECT_EQ(DataHoraPSql(d, "ORACLE"), "TO_DATE('31/01/2024 12:30:15', 'DD/MM/YYYY HH24:MI:SS')");
   EXPECT_EQ(DataHoraPSql(d, "POSTGRESQL"), "'2024-01-31 12:30:15'");
 }
 

@@ -79,11 +79,10 @@ class FakeIntegracao01 : public IIntegracaoContabil01 {
                                    int32_t i2, int32_t i3, int32_t i4, int32_t i5, int32_t i6,
                                    int32_t i7, int32_t i8, double v, int32_t) override {
     log_.calls.push_back("AtualizaSaldoSumarizado(" + t1 + "," + t2 + "," + t3 + "," + t4 + "," +
-                         t5 + "," + t6 + "," + std::to_string(i1) + "," + std::to_string(i2) +
-                         "," + std::to_string(i3) + "," + std::to_string(i4) + "," +
-                         std::to_string(i5) + "," + std::to_string(i6) + "," +
-                         std::to_string(i7) + "," + std::to_string(i8) + "," +
-                         std::to_string(v) + ")");
+                         t5 + "," + t6 + "," + std::to_string(i1) + "," + std::to_string(i2) + "," +
+                         std::to_string(i3) + "," + std::to_string(i4) + "," + std::to_string(i5) +
+                         "," + std::to_string(i6) + "," + std::to_string(i7) + "," +
+                         std::to_string(i8) + "," + std::to_string(v) + ")");
     return true;
   }
 

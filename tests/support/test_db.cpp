@@ -44,7 +44,7 @@ bool ParseFirebirdTarget(FirebirdTarget& t) {
 class FirebirdDatabase {
  public:
   static FirebirdDatabase* Get() {
-    static FirebirdDatabase* instance = [] () -> FirebirdDatabase* {
+    static FirebirdDatabase* instance = []() -> FirebirdDatabase* {
       FirebirdTarget t;
       if (!ParseFirebirdTarget(t)) return nullptr;
       return new FirebirdDatabase(t);
@@ -53,8 +53,8 @@ class FirebirdDatabase {
   }
 
   std::unique_ptr<db::Connection> Open() {
-    return db::Connect("firebird://" + target_.user + ":" + target_.password + "@" +
-                       target_.host + "/" + path_);
+    return db::Connect("firebird://" + target_.user + ":" + target_.password + "@" + target_.host +
+                       "/" + path_);
   }
 
  private:
@@ -84,8 +84,7 @@ class FirebirdDatabase {
 };
 
 void EmptyAllTables(db::Connection& c) {
-  for (const std::string& table : db::SchemaTables())
-    c.Execute("delete from " + table, {});
+  for (const std::string& table : db::SchemaTables()) c.Execute("delete from " + table, {});
   c.Execute("insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09')", {});
 }
 
@@ -105,10 +104,10 @@ std::string BackendTestName(const ::testing::TestParamInfo<BackendName>& info) {
 std::unique_ptr<db::Connection> OpenTestDatabase(const BackendName& backend) {
   if (backend == "sqlite") {
     static std::atomic<int> counter{0};
-    std::string path = (std::filesystem::temp_directory_path() /
-                        ("kvc_test_" + std::to_string(getpid()) + "_" +
-                         std::to_string(counter++) + ".db"))
-                           .string();
+    std::string path =
+        (std::filesystem::temp_directory_path() /
+         ("kvc_test_" + std::to_string(getpid()) + "_" + std::to_string(counter++) + ".db"))
+            .string();
     std::filesystem::remove(path);
     auto c = db::Connect("sqlite:" + path);
     db::CreateSchema(*c);
@@ -145,7 +144,8 @@ void ModuleTest::SetUp() {
   raw_ = OpenTestDatabase(GetParam());
   if (!raw_) {
     if (Env("KVC_REQUIRE_SERVERS") == "1")
-      FAIL() << GetParam() << " is required (KVC_REQUIRE_SERVERS=1) but KVC_TEST_FIREBIRD is not set";
+      FAIL() << GetParam()
+             << " is required (KVC_REQUIRE_SERVERS=1) but KVC_TEST_FIREBIRD is not set";
     GTEST_SKIP() << GetParam() << " not configured (set KVC_TEST_FIREBIRD)";
   }
   trace_ = std::make_unique<db::TracingConnection>(*raw_);

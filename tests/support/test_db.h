@@ -54,7 +54,7 @@ std::string BackendTestName(const ::testing::TestParamInfo<BackendName>& info);
 
 }  // namespace kvc::testing
 
-#define KVC_INSTANTIATE_BACKENDS(Suite)                                         \
+#define KVC_INSTANTIATE_BACKENDS(Suite)                                                 \
   INSTANTIATE_TEST_SUITE_P(Db, Suite, ::testing::ValuesIn(kvc::testing::AllBackends()), \
                            kvc::testing::BackendTestName)
 
