@@ -251,6 +251,15 @@ TEST_P(ConnectionTest, CarriedForwardTableKeepsColumnOrderForColumnlessInsert) {
   EXPECT_DOUBLE_EQ(rs.rows[0][4].AsFloat(), 10.5);
 }
 
+TEST_P(ConnectionTest, Utf8TextRoundTrips) {
+  raw_->Execute(
+      "insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO) "
+      "values (1, 1, 1, :D)",
+      {{"D", "Manutenção e peças"}});
+  EXPECT_EQ(Scalar(*raw_, "select DES_CENTRO_CUSTO from CTB_CENTRO_CUSTO").AsString(),
+            "Manutenção e peças");
+}
+
 TEST_P(ConnectionTest, SchemaHoldsEveryTableAndTheStructureVersion) {
   for (const std::string& table : db::SchemaTables())
     EXPECT_NO_THROW(CountRows(*raw_, table)) << table;
