@@ -118,7 +118,7 @@ class ClientDataSet {
   void First();
   void Next();
   bool Eof() const;
-  bool IsEmpty() const;      // no visible row
+  bool IsEmpty() const;        // no visible row
   size_t RecordCount() const;  // visible rows
   // Moves to the first visible row whose fields equal the values (text
   // compared exactly, numbers numerically). Returns false and stays when none.
@@ -128,6 +128,11 @@ class ClientDataSet {
   // editing). Unknown fields throw std::invalid_argument
   // ("field 'X' not found in NAME"); with no current row the value is null.
   const Value& FieldByName(std::string_view field) const;
+
+  // The SQLite query plan (EXPLAIN QUERY PLAN, one step a line) of the query
+  // that reads the visible rows with the current filter and index; for
+  // diagnostics and tests.
+  std::string VisibleRowsPlan() const;
 
   // ---- serialised table data ---------------------------------------------
   // A JSON text: {"fields":[{"name":"N","type":"string"},...],
