@@ -9,6 +9,14 @@ const Dialect& PostgresqlDialect();
 const Dialect& SqlServerDialect();
 const Dialect& OracleDialect();
 
+std::string IsoDateLiteral(const DateTime& date) { return "'" + date.ToIsoDate() + "'"; }
+
+std::string IsoDateTimeLiteral(const DateTime& date_time) {
+  DateTime whole = date_time;
+  whole.millisecond = 0;
+  return "'" + whole.ToIso() + "'";
+}
+
 const Dialect& DialectFor(ServerKind kind) {
   switch (kind) {
     case ServerKind::kSqlite:

@@ -45,6 +45,11 @@ class Dialect {
   virtual bool TrimsReadText() const { return false; }
 };
 
+// 'YYYY-MM-DD' and 'YYYY-MM-DD HH:MM:SS' (milliseconds dropped), the literals
+// that servers with ISO date input accept.
+std::string IsoDateLiteral(const DateTime& date);
+std::string IsoDateTimeLiteral(const DateTime& date_time);
+
 // The dialect object of a server kind (static storage, never null).
 const Dialect& DialectFor(ServerKind kind);
 

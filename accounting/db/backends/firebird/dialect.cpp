@@ -10,12 +10,8 @@ class Firebird final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kFirebird; }
   std::string_view TipoBanco() const override { return "FIREBIRD"; }
   std::string_view SchemaName() const override { return "firebird"; }
-  std::string DateLiteral(const DateTime& d) const override { return "'" + d.ToIsoDate() + "'"; }
-  std::string DateTimeLiteral(const DateTime& d) const override {
-    DateTime whole = d;
-    whole.millisecond = 0;
-    return "'" + whole.ToIso() + "'";
-  }
+  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
+  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   std::string ServerTimeQuery() const override {
     return "select current_timestamp AGORA from rdb$database";
   }

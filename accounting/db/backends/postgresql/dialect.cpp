@@ -9,12 +9,8 @@ class Postgresql final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kPostgresql; }
   std::string_view TipoBanco() const override { return "POSTGRESQL"; }
   std::string_view SchemaName() const override { return "postgresql"; }
-  std::string DateLiteral(const DateTime& d) const override { return "'" + d.ToIsoDate() + "'"; }
-  std::string DateTimeLiteral(const DateTime& d) const override {
-    DateTime whole = d;
-    whole.millisecond = 0;
-    return "'" + whole.ToIso() + "'";
-  }
+  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
+  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   std::string ServerTimeQuery() const override {
     return "select cast(localtimestamp as varchar(30)) AGORA";
   }

@@ -1,7 +1,5 @@
 // The SQLite dialect: dates as ISO text, the local clock of the process that
 // holds the database file as the server time.
-#include <fmt/format.h>
-
 #include "accounting/db/dialect.h"
 
 namespace kvc::db {
@@ -12,12 +10,8 @@ class Sqlite final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kSqlite; }
   std::string_view TipoBanco() const override { return "SQLITE"; }
   std::string_view SchemaName() const override { return "sqlite"; }
-  std::string DateLiteral(const DateTime& d) const override { return "'" + d.ToIsoDate() + "'"; }
-  std::string DateTimeLiteral(const DateTime& d) const override {
-    DateTime whole = d;
-    whole.millisecond = 0;
-    return "'" + whole.ToIso() + "'";
-  }
+  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
+  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   // The embedded engine's server is the process itself: its local time, with
   // milliseconds, is the database time.
   std::string ServerTimeQuery() const override {
