@@ -3,8 +3,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -56,24 +54,33 @@ std::string DefaultDouble(double value) {
   if (value == 0.0) return "0";
   // Shortest precision (up to 15 digits) whose text reads back as the value;
   // a value that needs more than 15 digits is written with 15.
+  // to_chars and from_chars ignore the process locale, unlike printf.
+  auto scientific = [value](int digits) {
+    char buf[64];
+    auto result =
+        std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, digits - 1);
+    return std::string(buf, result.ptr);
+  };
   int precision = 15;
   for (int p = 1; p <= 15; ++p) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%.*e", p - 1, value);
-    if (std::strtod(buf, nullptr) == value) {
+    std::string text = scientific(p);
+    double back = 0;
+    std::from_chars(text.data(), text.data() + text.size(), back);
+    if (back == value) {
       precision = p;
       break;
     }
   }
-  char buf[64];
-  std::snprintf(buf, sizeof buf, "%.*e", precision - 1, value);
-  // buf is "-d.ddddde+XX": split mantissa digits and exponent.
-  std::string text(buf);
+  // text is "-d.ddddde+XX": split mantissa digits and exponent.
+  std::string text = scientific(precision);
   bool negative = text[0] == '-';
   if (negative) text.erase(0, 1);
   size_t e = text.find('e');
   std::string mantissa = text.substr(0, e);
-  int exponent = std::atoi(text.c_str() + e + 1);
+  int exponent = 0;
+  const char* exp_begin = text.c_str() + e + 1;
+  if (*exp_begin == '+') ++exp_begin;
+  std::from_chars(exp_begin, text.c_str() + text.size(), exponent);
   std::string digits;
   for (char c : mantissa)
     if (c != '.') digits += c;
