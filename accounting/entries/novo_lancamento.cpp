@@ -12,14 +12,6 @@ namespace {
 constexpr char kTabelaLancamento[] = "CTB_LANCAMENTO";
 constexpr char kChaveLancamento[] = "LCTO";
 
-// Strict decimal conversion of an int32 argument; the message names it.
-int32_t StrToInt(const std::string& text, const char* argument) {
-  int64_t v = 0;
-  if (!sql::ParseInteger(text, v) || v < INT32_MIN || v > INT32_MAX)
-    throw std::invalid_argument("'" + text + "' is not a valid integer value (" + argument + ")");
-  return static_cast<int32_t>(v);
-}
-
 }  // namespace
 
 int32_t TddmContabilidadeBD::PegaNovoLancamento(const std::string& empresa,

@@ -113,6 +113,48 @@ class TddmContabilidadeBD {
   // std::invalid_argument when empresa or revenda is not a decimal number.
   int32_t PegaNovoLancamento(const std::string& empresa, const std::string& revenda,
                              const std::string& anoMes);
+  // Posts the record as a credit entry and a debit entry pointing at it, each
+  // with its division split. empresa, revenda and documento are written as
+  // they stand (a blank documento as NULL). Catches nothing: a bad record
+  // raises RegistroInvalido before anything of the entry is written; a
+  // database error may come after the credit entry, so the caller holds the
+  // transaction. REQUIRES: a transaction begun by the caller.
+  void GravaLancamento(const std::string& registro, const std::string& empresa,
+                       const std::string& revenda, const std::string& documento,
+                       const std::string& textoDivisao, bool codigoNaConta);
+  // Posts one side ("C" or "D") of an ERP record. lancamentoOrigem links the
+  // pair: 0 before the first call, which stores its own number there; the
+  // second call writes that number in LCO_ORIGEM. Any other natureza writes
+  // nothing but still consumes a number. `reservado` is ignored.
+  void GravaLancamentoSAP(const std::string& registro, const std::string& empresa,
+                          const std::string& revenda, const std::string& documento,
+                          const std::string& textoDivisao, const std::string& natureza,
+                          bool reservado, int32_t& lancamentoOrigem);
+  // Completes an entry just written: summarised balances and its one division
+  // row. True when both balance updates were accepted and the row written; a
+  // failed insert is swallowed (false). Conversion errors of the numeric
+  // texts raise.
+  [[nodiscard]] bool LancaDivisao(const std::string& empresa, const std::string& revenda,
+                                  const std::string& anoMes, const std::string& lancamento,
+                                  const std::string& codigoDivisao, const std::string& conta,
+                                  const std::string& natureza, const std::string& textoDivisao,
+                                  double valor);
+  // Deletes the selected entry of the current company and dealership, the
+  // entries generated from it and their division rows, reverses their
+  // summarised balances and writes the audit records. Reports nothing: a
+  // refused balance update rolls everything back and writes no audit record;
+  // a database failure is rolled back and the audit records are still
+  // written. Only a failure while writing the audit records raises.
+  void ExcluiLancamentoSelecionado(int32_t Lancamento, const std::string& AnoMes,
+                                   const std::string& Dia, IProgressCallback* callback);
+  // The description of a cost centre, or empty text when there is none (or,
+  // with somenteAtivos, when it is marked inactive for queries).
+  std::string BuscaDescricaoCCusto(int32_t empresa, int32_t revenda, int32_t centroCusto,
+                                   bool somenteAtivos);
+  // The free-text lines of the invoice behind an entry, each followed by a
+  // carriage return; empty when there is none. `reservado` is ignored.
+  std::string BuscaItensNotaDescricaoLivre(int32_t empresa, int32_t revenda, int32_t anoMes,
+                                           int32_t lancamento, const std::string& reservado);
 
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
@@ -165,6 +207,17 @@ class TddmContabilidadeBD {
 
  private:
   void InstallRewriting(db::SQLDataSet& dataset);
+  // Strict decimal conversion of a numeric text argument; the message names
+  // the argument.
+  static int32_t StrToInt(const std::string& texto, const char* argumento);
+  std::string MontaInsertLancamento(const std::string& empresa, const std::string& revenda,
+                                    const std::string& ano_mes, int32_t lancamento,
+                                    const std::string& lco_origem, const std::string& conta,
+                                    const std::string& historico_padrao, const std::string& dia,
+                                    const std::string& natureza, double valor,
+                                    const std::string& historico_complementar,
+                                    const std::string& documento) const;
+  void ExecutaInsertLancamento(const std::string& sql);
   void SetFixedContent();
 
   // State, in declaration order of the data module.
