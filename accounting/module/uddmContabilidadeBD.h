@@ -156,6 +156,25 @@ class TddmContabilidadeBD {
   std::string BuscaItensNotaDescricaoLivre(int32_t empresa, int32_t revenda, int32_t anoMes,
                                            int32_t lancamento, const std::string& reservado);
 
+  // ---- balance building blocks ------------------------------------------------
+  // The dealership-exclusion predicate for the list (with its parentheses):
+  // " " when the list is empty; otherwise the clause on REVENDA_OPERACAO
+  // (Operacao true) or on REVENDA_DIVISAO, followed by one on REVENDA_ORIGEM
+  // when Origem is true, each " <Conector> ((A.C is null) or (A.C not in
+  // list)) ". An empty Alias leaves the columns unqualified.
+  std::string VerifRevendasDesconsiderar(const std::string& RevendasDesconsiderar, bool Operacao,
+                                         std::string Alias, const std::string& Conector,
+                                         bool Origem) const;
+  // The inner join of the entry table (Alias) to its division rows outside
+  // the excluded dealerships, or " " when the list is empty.
+  std::string IncluiRestricaoRevendasDesconsiderar(const std::string& RevendasDesconsiderar,
+                                                   const std::string& Alias) const;
+  // The carried-forward table (with a blank on each side) and the dealership
+  // condition to append to a where on it (empty with an exclusion list).
+  void DefineTabelaSaldoAnterior(int32_t Revenda, const std::string& RevendasDesconsiderar,
+                                 const std::string& TabelaCV, std::string& Tabela,
+                                 std::string& RestricaoRevenda) const;
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
