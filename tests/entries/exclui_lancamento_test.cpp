@@ -17,6 +17,7 @@
 #include "accounting/db/error.h"
 #include "accounting/services/service_libraries.h"
 #include "accounting/services/zorutils.h"
+#include "support/fake_libraries.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -146,18 +147,9 @@ struct LibraryLog {
   std::optional<DateTime> clock;
 };
 
-class RecordingGeral final : public IGeral01 {
+class RecordingGeral final : public ForwardingGeral01 {
  public:
-  explicit RecordingGeral(LibraryLog& log) : log_(log), real_(NewGeral01()) {}
-  bool DLL_InicializaGeral01(const std::string& versao, int32_t handle) override {
-    return real_->DLL_InicializaGeral01(versao, handle);
-  }
-  std::string DLL_VersaoGeral01() override { return real_->DLL_VersaoGeral01(); }
-  void DLL_FinalizaGeral01(int32_t handle) override { real_->DLL_FinalizaGeral01(handle); }
-  void DLL_AtualizaTAplicacaoGeral01(const TAplicacaoLibrary& aplicacao, db::Connection* conexao,
-                                     int32_t handle) override {
-    real_->DLL_AtualizaTAplicacaoGeral01(aplicacao, conexao, handle);
-  }
+  explicit RecordingGeral(LibraryLog& log) : log_(log) {}
   DateTime DLL_DataHoraBD(bool primeiro, bool segundo, int32_t handle) override {
     log_.clock_flags.emplace_back(primeiro, segundo);
     return log_.clock ? *log_.clock : real_->DLL_DataHoraBD(primeiro, segundo, handle);
@@ -172,37 +164,14 @@ class RecordingGeral final : public IGeral01 {
     return real_->DLL_BuscaProximoNumero(empresa, revenda, tabela, chave, callback, passo,
                                          tipo_banco, valor_numeracao, handle);
   }
-  int32_t DLL_BuscaProximoNumeroTran(db::Connection& conexao, int32_t empresa, int32_t revenda,
-                                     const std::string& tabela, const std::string& chave,
-                                     int32_t passo, const std::string& tipo_banco,
-                                     const std::string& valor_numeracao, int32_t handle) override {
-    return real_->DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo,
-                                             tipo_banco, valor_numeracao, handle);
-  }
 
  private:
   LibraryLog& log_;
-  std::unique_ptr<IGeral01> real_;
 };
 
-class RecordingIntegracao final : public IIntegracaoContabil01 {
+class RecordingIntegracao final : public ForwardingIntegracao01 {
  public:
-  explicit RecordingIntegracao(LibraryLog& log) : log_(log), real_(NewIntegracaoContabil01()) {}
-  bool DLL_InicializaIntegracaoContabil01(db::Connection* conexao, const std::string& versao,
-                                          int32_t handle) override {
-    return real_->DLL_InicializaIntegracaoContabil01(conexao, versao, handle);
-  }
-  std::string DLL_VersaoIntegracaoContabil01() override {
-    return real_->DLL_VersaoIntegracaoContabil01();
-  }
-  void DLL_FinalizaIntegracaoContabil01(int32_t handle) override {
-    real_->DLL_FinalizaIntegracaoContabil01(handle);
-  }
-  void DLL_AtualizaTAplicacaoIntegracaoContabil01(const TAplicacaoLibrary& aplicacao,
-                                                  db::Connection* conexao,
-                                                  int32_t handle) override {
-    real_->DLL_AtualizaTAplicacaoIntegracaoContabil01(aplicacao, conexao, handle);
-  }
+  explicit RecordingIntegracao(LibraryLog& log) : log_(log) {}
   bool DLL_AtualizaSaldoSumarizado(db::Connection& conexao, const std::string& t1,
                                    const std::string& t2, const std::string& t3,
                                    const std::string& t4, const std::string& t5,
@@ -219,7 +188,6 @@ class RecordingIntegracao final : public IIntegracaoContabil01 {
 
  private:
   LibraryLog& log_;
-  std::unique_ptr<IIntegracaoContabil01> real_;
 };
 
 class NullCallback final : public IProgressCallback {

@@ -41,20 +41,6 @@ constexpr char kSelectSaldos[] =
     "DIVISAO2, DIVISAO3, DIVISAO4, DIVISAO5, SALDO from INT_SALDO_SUMARIZADO "
     "order by TIPO_SALDO, NATUREZA";
 
-using Linha = std::vector<std::string>;
-
-// Every row of `sql`, each value as text: NULL as "NULL", a decimal with two
-// decimals.
-std::vector<Linha> Linhas(db::Connection& c, const std::string& sql) {
-  std::vector<Linha> out;
-  for (const auto& row : c.Query(sql, {}).rows) {
-    Linha& linha = out.emplace_back();
-    for (const db::Value& v : row)
-      linha.push_back(v.IsNull() ? "NULL" : v.IsFloat() ? sql::Amount(v.AsFloat()) : v.AsString());
-  }
-  return out;
-}
-
 // The entry insert with `valores` as they follow "values ( ".
 std::string InsertLancamento(const std::string& valores) {
   return kInsertLancamento + valores + ")";

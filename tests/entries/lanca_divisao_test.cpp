@@ -14,6 +14,7 @@
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/services/service_libraries.h"
+#include "support/fake_libraries.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -37,44 +38,15 @@ constexpr char kSelectSaldos[] =
     "DIVISAO2, DIVISAO3, DIVISAO4, DIVISAO5, SALDO from INT_SALDO_SUMARIZADO "
     "order by TIPO_SALDO, CONTA, NATUREZA";
 
-using Linha = std::vector<std::string>;
-
-// Every row of `sql`, each value as text: NULL as "NULL", a decimal with two
-// decimals.
-std::vector<Linha> Linhas(db::Connection& c, const std::string& sql) {
-  std::vector<Linha> out;
-  for (const auto& row : c.Query(sql, {}).rows) {
-    Linha& linha = out.emplace_back();
-    for (const db::Value& v : row)
-      linha.push_back(v.IsNull() ? "NULL" : v.IsFloat() ? sql::Amount(v.AsFloat()) : v.AsString());
-  }
-  return out;
-}
-
 std::string InsertDivisao(const std::string& valores) { return kInsertDivisao + valores + ")"; }
 
 // The integration library of the module, except that it refuses every
 // summarised-balance update of one kind ("L" or "D").
-class IntegracaoQueRecusa final : public IIntegracaoContabil01 {
+class IntegracaoQueRecusa final : public ForwardingIntegracao01 {
  public:
   explicit IntegracaoQueRecusa(std::string tipo_recusado)
-      : tipo_recusado_(std::move(tipo_recusado)), real_(NewIntegracaoContabil01()) {}
+      : tipo_recusado_(std::move(tipo_recusado)) {}
 
-  bool DLL_InicializaIntegracaoContabil01(db::Connection* conexao, const std::string& versao,
-                                          int32_t handle) override {
-    return real_->DLL_InicializaIntegracaoContabil01(conexao, versao, handle);
-  }
-  std::string DLL_VersaoIntegracaoContabil01() override {
-    return real_->DLL_VersaoIntegracaoContabil01();
-  }
-  void DLL_FinalizaIntegracaoContabil01(int32_t handle) override {
-    real_->DLL_FinalizaIntegracaoContabil01(handle);
-  }
-  void DLL_AtualizaTAplicacaoIntegracaoContabil01(const TAplicacaoLibrary& aplicacao,
-                                                  db::Connection* conexao,
-                                                  int32_t handle) override {
-    real_->DLL_AtualizaTAplicacaoIntegracaoContabil01(aplicacao, conexao, handle);
-  }
   bool DLL_AtualizaSaldoSumarizado(db::Connection& conexao, const std::string& t1,
                                    const std::string& t2, const std::string& t3,
                                    const std::string& t4, const std::string& t5,
@@ -82,13 +54,12 @@ class IntegracaoQueRecusa final : public IIntegracaoContabil01 {
                                    int32_t i4, int32_t i5, int32_t i6, int32_t i7, int32_t i8,
                                    double valor, int32_t handle) override {
     if (t1 == tipo_recusado_) return false;
-    return real_->DLL_AtualizaSaldoSumarizado(conexao, t1, t2, t3, t4, t5, t6, i1, i2, i3, i4, i5,
-                                              i6, i7, i8, valor, handle);
+    return ForwardingIntegracao01::DLL_AtualizaSaldoSumarizado(
+        conexao, t1, t2, t3, t4, t5, t6, i1, i2, i3, i4, i5, i6, i7, i8, valor, handle);
   }
 
  private:
   std::string tipo_recusado_;
-  std::unique_ptr<IIntegracaoContabil01> real_;
 };
 
 class LancaDivisaoTest : public ModuleTest {

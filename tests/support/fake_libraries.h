@@ -3,6 +3,7 @@
 #ifndef KVC_TESTS_SUPPORT_FAKE_LIBRARIES_H_
 #define KVC_TESTS_SUPPORT_FAKE_LIBRARIES_H_
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -88,6 +89,74 @@ class FakeIntegracao01 : public IIntegracaoContabil01 {
 
  private:
   LibraryCalls& log_;
+};
+
+// The module's own libraries behind an interface whose operations can be
+// overridden one by one: every operation not overridden reaches `real_`.
+class ForwardingGeral01 : public IGeral01 {
+ public:
+  ForwardingGeral01() : real_(NewGeral01()) {}
+  bool DLL_InicializaGeral01(const std::string& versao, int32_t handle) override {
+    return real_->DLL_InicializaGeral01(versao, handle);
+  }
+  std::string DLL_VersaoGeral01() override { return real_->DLL_VersaoGeral01(); }
+  void DLL_FinalizaGeral01(int32_t handle) override { real_->DLL_FinalizaGeral01(handle); }
+  void DLL_AtualizaTAplicacaoGeral01(const TAplicacaoLibrary& aplicacao, db::Connection* conexao,
+                                     int32_t handle) override {
+    real_->DLL_AtualizaTAplicacaoGeral01(aplicacao, conexao, handle);
+  }
+  DateTime DLL_DataHoraBD(bool primeiro, bool segundo, int32_t handle) override {
+    return real_->DLL_DataHoraBD(primeiro, segundo, handle);
+  }
+  int32_t DLL_BuscaProximoNumero(int32_t empresa, int32_t revenda, const std::string& tabela,
+                                 const std::string& chave, IProgressCallback* callback,
+                                 int32_t passo, const std::string& tipo_banco,
+                                 const std::string& valor_numeracao, int32_t handle) override {
+    return real_->DLL_BuscaProximoNumero(empresa, revenda, tabela, chave, callback, passo,
+                                         tipo_banco, valor_numeracao, handle);
+  }
+  int32_t DLL_BuscaProximoNumeroTran(db::Connection& conexao, int32_t empresa, int32_t revenda,
+                                     const std::string& tabela, const std::string& chave,
+                                     int32_t passo, const std::string& tipo_banco,
+                                     const std::string& valor_numeracao, int32_t handle) override {
+    return real_->DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo,
+                                             tipo_banco, valor_numeracao, handle);
+  }
+
+ protected:
+  std::unique_ptr<IGeral01> real_;
+};
+
+class ForwardingIntegracao01 : public IIntegracaoContabil01 {
+ public:
+  ForwardingIntegracao01() : real_(NewIntegracaoContabil01()) {}
+  bool DLL_InicializaIntegracaoContabil01(db::Connection* conexao, const std::string& versao,
+                                          int32_t handle) override {
+    return real_->DLL_InicializaIntegracaoContabil01(conexao, versao, handle);
+  }
+  std::string DLL_VersaoIntegracaoContabil01() override {
+    return real_->DLL_VersaoIntegracaoContabil01();
+  }
+  void DLL_FinalizaIntegracaoContabil01(int32_t handle) override {
+    real_->DLL_FinalizaIntegracaoContabil01(handle);
+  }
+  void DLL_AtualizaTAplicacaoIntegracaoContabil01(const TAplicacaoLibrary& aplicacao,
+                                                  db::Connection* conexao,
+                                                  int32_t handle) override {
+    real_->DLL_AtualizaTAplicacaoIntegracaoContabil01(aplicacao, conexao, handle);
+  }
+  bool DLL_AtualizaSaldoSumarizado(db::Connection& conexao, const std::string& t1,
+                                   const std::string& t2, const std::string& t3,
+                                   const std::string& t4, const std::string& t5,
+                                   const std::string& t6, int32_t i1, int32_t i2, int32_t i3,
+                                   int32_t i4, int32_t i5, int32_t i6, int32_t i7, int32_t i8,
+                                   double valor, int32_t handle) override {
+    return real_->DLL_AtualizaSaldoSumarizado(conexao, t1, t2, t3, t4, t5, t6, i1, i2, i3, i4, i5,
+                                              i6, i7, i8, valor, handle);
+  }
+
+ protected:
+  std::unique_ptr<IIntegracaoContabil01> real_;
 };
 
 }  // namespace kvc::testing

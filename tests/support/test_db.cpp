@@ -11,6 +11,7 @@
 #include "accounting/db/backends/backend_hooks.h"
 #include "accounting/db/dialect.h"
 #include "accounting/db/schema.h"
+#include "accounting/db/sql_format.h"
 
 namespace kvc::testing {
 namespace {
@@ -138,6 +139,16 @@ db::Value Scalar(db::Connection& c, const std::string& sql) {
 
 long long CountRows(db::Connection& c, const std::string& table) {
   return Scalar(c, "select count(*) N from " + table).AsInteger();
+}
+
+std::vector<Linha> Linhas(db::Connection& c, const std::string& sql) {
+  std::vector<Linha> out;
+  for (const auto& row : c.Query(sql, {}).rows) {
+    Linha& linha = out.emplace_back();
+    for (const db::Value& v : row)
+      linha.push_back(v.IsNull() ? "NULL" : v.IsFloat() ? sql::Amount(v.AsFloat()) : v.AsString());
+  }
+  return out;
 }
 
 void ModuleTest::SetUp() {

@@ -33,6 +33,11 @@ std::vector<std::string> Column(db::Connection& c, const std::string& sql);
 db::Value Scalar(db::Connection& c, const std::string& sql);
 long long CountRows(db::Connection& c, const std::string& table);
 
+// Every row of `sql`, each value as text: null as "NULL", a decimal value
+// with two decimals, anything else as it reads.
+using Linha = std::vector<std::string>;
+std::vector<Linha> Linhas(db::Connection& c, const std::string& sql);
+
 // A fixture with a database, the statement trace over it, and a data module
 // bound to it as a host binds it (TSimpleHostContext, handle 1).
 class ModuleTest : public ::testing::TestWithParam<BackendName> {
