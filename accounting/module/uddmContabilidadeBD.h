@@ -25,6 +25,8 @@
 
 namespace kvc {
 
+struct FiltroSaldo;
+
 // The stateless utility class of the module.
 class TUtilContabil {
  public:
@@ -175,6 +177,55 @@ class TddmContabilidadeBD {
                                  const std::string& TabelaCV, std::string& Tabela,
                                  std::string& RestricaoRevenda) const;
 
+  // ---- account balance ----------------------------------------------------------
+  // The balance (debit positive) of an analytic account at the end of AnoMes
+  // (YYYYMM; month 00 asks for the opening balance of the year): the
+  // previous year's carried-forward balance plus the movement from January.
+  // Integer division filters take -1 for none, texts empty; Modalidade "SPED"
+  // adds the second book; FiltroAdicional is a condition on the journal with
+  // "{$ALIAS$}" for its alias; RevendasDesconsiderar a list such as "(3,7)".
+  // When the previous year has no carried-forward row, the answer is
+  // BuscaSaldoAntContaAnaliticaPeriodo from January of the previous year.
+  // Arguments 4 and 5 are accepted and not used. Database errors propagate.
+  double BuscaSaldoContaAnalitica(int32_t Empresa, int32_t Revenda, int32_t AnoMes,
+                                  int32_t Reservado1, int32_t Reservado2, int32_t CentroCusto,
+                                  int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+                                  int32_t RevendaDivisao, const std::string& TipoItem,
+                                  const std::string& Modalidade, const std::string& Conta,
+                                  const std::string& CentrosCusto, bool SaldoMensal,
+                                  const std::string& FiltroAdicional,
+                                  const std::string& RevendasDesconsiderar);
+  // The same through the module's cache of the whole period.
+  double BuscaSaldoContaAnaliticaGeral(int32_t Empresa, int32_t Revenda, int32_t AnoMes,
+                                       int32_t Reservado1, int32_t Reservado2, int32_t CentroCusto,
+                                       int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+                                       int32_t RevendaDivisao, const std::string& TipoItem,
+                                       const std::string& Modalidade, const std::string& Conta,
+                                       const std::string& CentrosCusto, bool SaldoMensal,
+                                       const std::string& FiltroAdicional,
+                                       const std::string& RevendasDesconsiderar);
+  // Any account: an analytic one (Nivel "A") sets Saldo to its balance; a
+  // synthetic one adds the balances of all analytic accounts beneath it to
+  // Saldo, which the caller starts at zero. Returns Saldo.
+  double BuscaSaldoConta(int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1,
+                         int32_t Reservado2, int32_t CentroCusto, int32_t Fonte, int32_t Categoria,
+                         int32_t SecaoOficina, int32_t RevendaDivisao, const std::string& TipoItem,
+                         const std::string& Modalidade, const std::string& Conta,
+                         const std::string& Nivel, const std::string& CentrosCusto, double& Saldo,
+                         bool Geral, bool SaldoMensal, const std::string& FiltroAdicional,
+                         const std::string& RevendasDesconsiderar);
+  // The balance over a range of months: the carried-forward balance of the
+  // year before AnoMesInicial's (none counts as zero) plus the movement from
+  // AnoMesInicial to AnoMesFinal.
+  double BuscaSaldoAntContaAnaliticaPeriodo(int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial,
+                                            int32_t AnoMesFinal, int32_t CentroCusto, int32_t Fonte,
+                                            int32_t Categoria, int32_t SecaoOficina,
+                                            int32_t RevendaDivisao, const std::string& TipoItem,
+                                            const std::string& Modalidade, const std::string& Conta,
+                                            const std::string& CentrosCusto, bool SaldoMensal,
+                                            const std::string& FiltroAdicional,
+                                            const std::string& RevendasDesconsiderar);
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
@@ -237,6 +288,12 @@ class TddmContabilidadeBD {
                                     const std::string& historico_complementar,
                                     const std::string& documento) const;
   void ExecutaInsertLancamento(const std::string& sql);
+  // A private query object on Conexao with the rewriting step, for one call.
+  std::unique_ptr<db::SQLDataSet> NovaConsulta(const char* nome);
+  // The division filter text of the balance queries (no table alias).
+  static std::string FiltroDivisao(const FiltroSaldo& filtro);
+  double MovimentoConta(db::SQLDataSet& consulta, const FiltroSaldo& filtro,
+                        const std::string& primeiro, const std::string& ultimo, bool com_filtro);
   void SetFixedContent();
 
   // State, in declaration order of the data module.

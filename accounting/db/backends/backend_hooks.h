@@ -28,6 +28,11 @@ void CreateFirebirdDatabase(const std::string& location, const std::string& user
 void DropFirebirdDatabase(const std::string& location, const std::string& user,
                           const std::string& password);
 
+// Stops the Firebird client library's own threads and closes its
+// attachments; a process calls it before exiting once it is done with
+// Firebird, so that nothing of the client runs while the process ends.
+void ShutdownFirebirdClient();
+
 }  // namespace kvc::db
 
 #endif  // KVC_DB_BACKENDS_BACKEND_HOOKS_H_

@@ -58,4 +58,6 @@ void DropFirebirdDatabase(const std::string& location, const std::string& user,
     throw DatabaseError(StatusText(status), "drop database '" + location + "'");
 }
 
+void ShutdownFirebirdClient() { fb_shutdown(0, fb_shutrsn_app_stopped); }
+
 }  // namespace kvc::db

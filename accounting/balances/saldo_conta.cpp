@@ -1,0 +1,391 @@
+// The balance of an account at the end of a month: the carried-forward
+// balance of the previous year plus the movement from January, for one
+// analytic account (BuscaSaldoContaAnalitica) or, through the chart, for a
+// synthetic one (BuscaSaldoConta), with division filters, dealership
+// exclusion and the second book; and the balance over a range of months
+// (BuscaSaldoAntContaAnaliticaPeriodo) that serves as their fallback.
+// Each call runs its statements on a private query object of its own.
+#include <fmt/format.h>
+
+#include "accounting/balances/saldo_filtros.h"
+#include "accounting/db/sql_format.h"
+#include "accounting/module/uddmContabilidadeBD.h"
+
+namespace kvc {
+namespace {
+
+constexpr char kSped[] = "SPED";
+
+// 6.1 and the no-filter case of 9: the carried-forward rows of the account.
+constexpr char kSaldoAnterior[] = "select saldo   from ";
+constexpr char kSaldoAnteriorEmpresa[] = " where empresa = ";
+constexpr char kSaldoAnteriorConta[] = "   and conta = '";
+constexpr char kSaldoAnteriorAno[] = "   and ano = ";
+constexpr char kSaldoAnteriorAbertura[] = "select saldo from ";
+constexpr char kSaldoAnteriorAberturaAno[] = " and ano = ";
+constexpr char kSaldoAnteriorAberturaConta[] = " and conta = '";
+
+// 7.1: does the company have any carried-forward row for the year.
+constexpr char kExisteSaldoAnterior[] = "select SALDO   from ";
+constexpr char kExisteSaldoAnteriorAno[] = "   and ano     = ";
+
+// 7.2: the carried-forward balance of the account's division rows.
+constexpr char kSaldoAnteriorDivisao[] =
+    "select coalesce(sum(e.saldo),0) saldo   from ctb_saldo_anterior_divisao e  where "
+    "e.empresa = ";
+constexpr char kSaldoAnteriorDivisaoRevenda[] = " and e.revenda = ";
+constexpr char kSaldoAnteriorDivisaoAno[] = " and e.ano = ";
+constexpr char kSaldoAnteriorDivisaoConta[] = " and e.conta = '";
+
+// 9, second book with a division filter.
+constexpr char kSaldoAnteriorDivisaoCV[] =
+    "select coalesce(sum(saldo),0) saldo   from ctb_saldo_anterior_divisao_cv where empresa = ";
+constexpr char kSaldoAnteriorDivisaoCVRevenda[] = " and revenda = ";
+
+// 6.2: movement from the monthly table.
+constexpr char kMovimentoMensal[] =
+    "select 'D' natureza, sum(saldo) total from ctb_salant_mes where empresa = ";
+constexpr char kMovimentoMensalRevenda[] = " and   revenda = ";
+constexpr char kMovimentoMensalConta[] = " and   conta = '";
+constexpr char kMovimentoMensalPeriodo[] = " and   ano_mes between ";
+
+// 7.3: movement of the division rows from the monthly table.
+constexpr char kMovimentoMensalDivisao[] =
+    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = ";
+constexpr char kMovimentoMensalDivisaoRevenda[] = " and   e.revenda = ";
+constexpr char kMovimentoMensalDivisaoConta[] = " and   e.conta = '";
+constexpr char kMovimentoMensalDivisaoPeriodo[] = " and   e.ano_mes between ";
+
+// 6.2 and 7.3 with an exclusion list: the entries joined to their division
+// rows; only divided amounts count.
+constexpr char kMovimentoExclusao[] =
+    "select L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from CTB_LANCAMENTO L  "
+    "      left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA         "
+    "and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and D.LANCAMENTO = "
+    "L.LANCAMENTO  where L.EMPRESA = ";
+constexpr char kMovimentoExclusaoRevenda[] = "   and L.REVENDA = ";
+constexpr char kMovimentoExclusaoConta[] = "   and L.CONTA = '";
+constexpr char kMovimentoExclusaoPeriodo[] = "   and L.ANO_MES between ";
+constexpr char kMovimentoExclusaoGrupo[] = " group by L.NATUREZA ";
+
+// 6.2: the plain entries, and their second-book counterpart.
+constexpr char kMovimento[] =
+    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento l where l.empresa = ";
+constexpr char kMovimentoCV[] =
+    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento_cv l";
+constexpr char kMovimentoCVEmpresa[] = " where l.empresa = ";
+constexpr char kMovimentoRevenda[] = " and   l.revenda = ";
+constexpr char kMovimentoConta[] = " and   l.conta = '";
+constexpr char kMovimentoPeriodo[] = " and   l.ano_mes between ";
+constexpr char kMovimentoGrupo[] = " group by l.natureza";
+constexpr char kUnion[] = " union ";
+
+// 7.3: the division rows of the entries.
+constexpr char kMovimentoDivisao[] =
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, "
+    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda "
+    "= d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
+constexpr char kMovimentoDivisaoRevenda[] = " and l.revenda = ";
+constexpr char kMovimentoDivisaoConta[] = " and l.conta = '";
+constexpr char kMovimentoDivisaoPeriodo[] = " and l.ano_mes between ";
+
+// BuscaSaldoConta: the children of a synthetic account.
+constexpr char kFilhas[] = "select conta, nivel from ctb_conta where empresa = ";
+constexpr char kFilhasRevenda[] = " and   revenda = ";
+constexpr char kFilhasSuperiora[] = " and   conta_superiora = '";
+
+constexpr char kAnd[] = " and ";
+
+}  // namespace
+
+std::unique_ptr<db::SQLDataSet> TddmContabilidadeBD::NovaConsulta(const char* nome) {
+  auto consulta = std::make_unique<db::SQLDataSet>(nome);
+  consulta->SetConnection(conexao_);
+  InstallRewriting(*consulta);
+  consulta->SetNoMetadata(true);
+  return consulta;
+}
+
+namespace {
+
+// Opens `sql` on `q` and returns the sum of the first column over its rows,
+// and whether there was any row.
+struct Soma {
+  double valor = 0;
+  bool tem_linhas = false;
+};
+Soma SomaPrimeiraColuna(db::SQLDataSet& q, std::string sql) {
+  q.Close();
+  q.SetCommandText(std::move(sql));
+  q.Open();
+  Soma soma;
+  for (q.First(); !q.Eof(); q.Next()) {
+    soma.tem_linhas = true;
+    soma.valor += q.Field(0).AsFloat();
+  }
+  q.Close();
+  return soma;
+}
+
+// 8. Debits minus credits of a movement query's NATUREZA/TOTAL rows; other
+// natures are ignored.
+double DebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
+  q.Close();
+  q.SetCommandText(std::move(sql));
+  q.Open();
+  double debitos = 0, creditos = 0;
+  for (q.First(); !q.Eof(); q.Next()) {
+    const std::string natureza = q.FieldByName("NATUREZA").AsString();
+    if (natureza == "C")
+      creditos += q.FieldByName("TOTAL").AsFloat();
+    else if (natureza == "D")
+      debitos += q.FieldByName("TOTAL").AsFloat();
+  }
+  q.Close();
+  return debitos - creditos;
+}
+
+}  // namespace
+
+std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
+  std::string fd;
+  if (f.revenda_divisao > -1) fd += " and revenda_divisao = " + sql::Integer(f.revenda_divisao);
+  if (!f.centros_custo.empty())
+    fd += " and centro_custo in (" + f.centros_custo + ")";
+  else if (f.centro_custo > -1)
+    fd += " and centro_custo = " + sql::Integer(f.centro_custo);
+  if (f.fonte > -1) fd += " and fonte = " + sql::Integer(f.fonte);
+  if (f.categoria > -1) fd += " and categoria = " + sql::Integer(f.categoria);
+  if (f.secao_oficina > -1) fd += " and secao_oficina = " + sql::Integer(f.secao_oficina);
+  if (!f.tipo_item.empty()) fd += " and tipo_item = '" + f.tipo_item + "'";
+  if (!f.modalidade.empty() && f.modalidade != kSped)
+    fd += " and modalidade_operacao = '" + f.modalidade + "'";
+  return fd;
+}
+
+// The movement of one account from `primeiro` to `ultimo` (months YYYYMM as
+// text): step 6.2 without a division filter, step 7.3 with one, summed as in
+// step 8.
+double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo& f,
+                                           const std::string& primeiro, const std::string& ultimo,
+                                           bool com_filtro) {
+  const std::string e = sql::Integer(f.empresa);
+  const std::string r = sql::Integer(f.revenda);
+  const std::string& conta = f.conta;
+  const std::string fd = com_filtro ? FiltroDivisao(f) : std::string();
+  auto extra = [&f](const char* alias) {
+    std::string condicao = TUtilContabil::SetAlias(alias, f.filtro_adicional);
+    return condicao.empty() ? std::string() : kAnd + condicao;
+  };
+  const std::string& lista = f.revendas_desconsiderar;
+
+  std::string sql;
+  if (f.saldo_mensal && !com_filtro) {
+    sql = kMovimentoMensal + e + kMovimentoMensalRevenda + r + kMovimentoMensalConta + conta + "'" +
+          kMovimentoMensalPeriodo + primeiro + kAnd + ultimo;
+  } else if (f.saldo_mensal) {
+    sql = kMovimentoMensalDivisao + e + kMovimentoMensalDivisaoRevenda + r +
+          kMovimentoMensalDivisaoConta + conta + "'" + kMovimentoMensalDivisaoPeriodo + primeiro +
+          kAnd + ultimo + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + fd;
+  } else if (!lista.empty()) {
+    sql = kMovimentoExclusao + e + kMovimentoExclusaoRevenda + r + kMovimentoExclusaoConta + conta +
+          "'" + kMovimentoExclusaoPeriodo + primeiro + kAnd + ultimo + extra("L") +
+          VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+          VerifRevendasDesconsiderar(lista, false, "D", "and", true) + fd + kMovimentoExclusaoGrupo;
+  } else if (!com_filtro) {
+    sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta + conta + "'" +
+          kMovimentoPeriodo + primeiro + kAnd + ultimo + extra("l") + kMovimentoGrupo;
+  } else {
+    sql = kMovimentoDivisao + e + kMovimentoDivisaoRevenda + r + kMovimentoDivisaoConta + conta +
+          "'" + kMovimentoDivisaoPeriodo + primeiro + kAnd + ultimo + extra("l") + fd +
+          kMovimentoGrupo;
+  }
+  // The second book's plain entries join the entry forms without a division
+  // filter; that part carries no dealership exclusion.
+  if (f.modalidade == kSped && !f.saldo_mensal && !com_filtro)
+    sql += kUnion + std::string(kMovimentoCV) + kMovimentoCVEmpresa + e + kMovimentoRevenda + r +
+           kMovimentoConta + conta + "'" + kMovimentoPeriodo + primeiro + kAnd + ultimo +
+           extra("l") + kMovimentoGrupo;
+  return DebitosMenosCreditos(q, std::move(sql));
+}
+
+// Steps 1 to 9; the numbers appear in the body.
+double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& CentrosCusto, bool SaldoMensal,
+    const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
+  (void)Reservado1;
+  (void)Reservado2;
+  const FiltroSaldo f{Empresa,         Revenda,
+                      CentroCusto,     Fonte,
+                      Categoria,       SecaoOficina,
+                      RevendaDivisao,  TipoItem,
+                      Modalidade,      Conta,
+                      CentrosCusto,    SaldoMensal,
+                      FiltroAdicional, RevendasDesconsiderar};
+  std::string t, rr;  // 1
+  DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, Modalidade, t, rr);
+  const std::string mes = sql::Integer(AnoMes);  // 2
+  const std::string ano = mes.substr(0, 4);
+  const std::string ano_anterior = sql::Integer(std::stoll(ano) - 1);
+  const std::string mm = mes.size() >= 6 ? mes.substr(4, 2) : std::string();
+  const std::string primeiro = ano + "01";
+  const std::string ultimo = ano + fmt::format("{:02}", mm.empty() ? 0 : std::stoi(mm));
+  auto q = NovaConsulta("sdsSaldoConta");   // 3
+  const std::string fd = FiltroDivisao(f);  // 4
+  const std::string exc =
+      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false);
+  const std::string exc_e =
+      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
+  const std::string e = sql::Integer(Empresa);
+  const std::string r = sql::Integer(Revenda);
+  auto fallback = [&]() {  // 5
+    return BuscaSaldoAntContaAnaliticaPeriodo(
+        Empresa, Revenda, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes,
+        CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem, Modalidade, Conta,
+        CentrosCusto, SaldoMensal, FiltroAdicional, RevendasDesconsiderar);
+  };
+  auto existe_saldo_ano = [&]() {  // 7.1
+    return SomaPrimeiraColuna(*q, kExisteSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
+                                      kExisteSaldoAnteriorAno + ano_anterior + exc)
+        .tem_linhas;
+  };
+  auto saldo_divisoes = [&]() {  // 7.2
+    return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
+                                      kSaldoAnteriorDivisaoAno + ano_anterior +
+                                      kSaldoAnteriorDivisaoConta + Conta + "'" + exc_e + fd)
+        .valor;
+  };
+  const bool sped = Modalidade == kSped;
+
+  if (mm == "00") {  // 9
+    if (!fd.empty()) {
+      if (!existe_saldo_ano()) return fallback();
+      if (!sped) return saldo_divisoes();
+      return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisaoCV + e + kSaldoAnteriorDivisaoCVRevenda +
+                                        r + kSaldoAnteriorDivisaoAno + ano_anterior +
+                                        kSaldoAnteriorAberturaConta + Conta + "'" + fd)
+          .valor;
+    }
+    Soma sa = SomaPrimeiraColuna(*q, kSaldoAnteriorAbertura + t + kSaldoAnteriorEmpresa + e + rr +
+                                         kSaldoAnteriorAberturaAno + ano_anterior +
+                                         kSaldoAnteriorAberturaConta + Conta + "'" + exc);
+    return sa.tem_linhas ? sa.valor : fallback();
+  }
+
+  // 6 and 7 look at the arguments, 9 at FD: an integer filter such as -2
+  // that adds no condition still counts as a filter here. Intended.
+  const bool com_filtro = CentroCusto != -1 || Fonte != -1 || Categoria != -1 ||
+                          SecaoOficina != -1 || RevendaDivisao != -1 || !CentrosCusto.empty() ||
+                          !TipoItem.empty() || !(Modalidade.empty() || sped);
+  double sa = 0;
+  if (!com_filtro) {  // 6.1
+    Soma soma = SomaPrimeiraColuna(*q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
+                                           kSaldoAnteriorConta + Conta + "'" + kSaldoAnteriorAno +
+                                           ano_anterior + exc);
+    if (!soma.tem_linhas) return fallback();
+    sa = soma.valor;
+  } else {  // 7.1, 7.2
+    if (!existe_saldo_ano()) return fallback();
+    sa = saldo_divisoes();
+  }
+  return sa + MovimentoConta(*q, f, primeiro, ultimo, com_filtro);  // 6.2, 7.3, 8
+}
+
+// The balance from AnoMesInicial to AnoMesFinal: the carried-forward balance
+// of the year before AnoMesInicial's year, read as it comes (no row counts as
+// zero: there is no further fallback), plus the movement of the range, with
+// the division, exclusion and second-book conventions of
+// BuscaSaldoContaAnalitica. A month 00 as the last month ends the range at
+// the previous December.
+double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& CentrosCusto, bool SaldoMensal,
+    const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
+  const FiltroSaldo f{Empresa,         Revenda,
+                      CentroCusto,     Fonte,
+                      Categoria,       SecaoOficina,
+                      RevendaDivisao,  TipoItem,
+                      Modalidade,      Conta,
+                      CentrosCusto,    SaldoMensal,
+                      FiltroAdicional, RevendasDesconsiderar};
+  std::string t, rr;
+  DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, Modalidade, t, rr);
+  const std::string inicial = sql::Integer(AnoMesInicial);
+  const std::string ano_anterior = sql::Integer(std::stoll(inicial.substr(0, 4)) - 1);
+  const std::string e = sql::Integer(Empresa);
+  const std::string r = sql::Integer(Revenda);
+  auto q = NovaConsulta("sdsSaldoPeriodo");
+  const bool com_filtro = CentroCusto != -1 || Fonte != -1 || Categoria != -1 ||
+                          SecaoOficina != -1 || RevendaDivisao != -1 || !CentrosCusto.empty() ||
+                          !TipoItem.empty() || !(Modalidade.empty() || Modalidade == kSped);
+  double sa;
+  if (!com_filtro)
+    sa = SomaPrimeiraColuna(
+             *q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr + kSaldoAnteriorConta + Conta +
+                     "'" + kSaldoAnteriorAno + ano_anterior +
+                     VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false))
+             .valor;
+  else
+    sa = SomaPrimeiraColuna(
+             *q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
+                     kSaldoAnteriorDivisaoAno + ano_anterior + kSaldoAnteriorDivisaoConta + Conta +
+                     "'" +
+                     VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false) +
+                     FiltroDivisao(f))
+             .valor;
+  return sa + MovimentoConta(*q, f, inicial, sql::Integer(AnoMesFinal), com_filtro);
+}
+
+// 1. An analytic account overwrites Saldo. 2. A synthetic account adds the
+// balances of its analytic children and recurses into the others, all into
+// the same accumulator, which is never cleared here: callers start it at
+// zero and the recursion relies on that. 3. The result is Saldo.
+double TddmContabilidadeBD::BuscaSaldoConta(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& Nivel, const std::string& CentrosCusto,
+    double& Saldo, bool Geral, bool SaldoMensal, const std::string& FiltroAdicional,
+    const std::string& RevendasDesconsiderar) {
+  auto analitica = [&](const std::string& conta) {
+    if (Geral)
+      return BuscaSaldoContaAnaliticaGeral(
+          Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto, Fonte, Categoria,
+          SecaoOficina, RevendaDivisao, TipoItem, Modalidade, conta, CentrosCusto, SaldoMensal,
+          FiltroAdicional, RevendasDesconsiderar);
+    return BuscaSaldoContaAnalitica(Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto,
+                                    Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem,
+                                    Modalidade, conta, CentrosCusto, SaldoMensal, FiltroAdicional,
+                                    RevendasDesconsiderar);
+  };
+  if (Nivel == "A") {  // 1
+    Saldo = analitica(Conta);
+    return Saldo;
+  }
+  auto q = NovaConsulta("sdsBuscaFilhas");  // 2
+  q->SetCommandText(kFilhas + sql::Integer(Empresa) + kFilhasRevenda + sql::Integer(Revenda) +
+                    kFilhasSuperiora + Conta + "'");
+  q->Open();
+  // The children are read before the recursion reuses nothing of this query.
+  const db::ResultSet filhas = q->Rows();
+  q->Close();
+  for (const auto& linha : filhas.rows) {
+    const std::string conta = linha.at(0).AsString();
+    const std::string nivel = linha.at(1).AsString();
+    if (nivel == "A")
+      Saldo += analitica(conta);
+    else
+      BuscaSaldoConta(Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto, Fonte,
+                      Categoria, SecaoOficina, RevendaDivisao, TipoItem, Modalidade, conta, nivel,
+                      CentrosCusto, Saldo, Geral, SaldoMensal, FiltroAdicional,
+                      RevendasDesconsiderar);
+  }
+  return Saldo;  // 3
+}
+
+}  // namespace kvc
