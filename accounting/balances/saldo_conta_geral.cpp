@@ -1,10 +1,170 @@
-// The general form of the analytic balance. It answers every account the way
-// BuscaSaldoContaAnalitica does; the cache of the whole period's movement
-// that lets a chart walk cost one grouped statement is not built yet, so each
-// account still costs its own statements.
+// The general form of the analytic balance: the movement of every account of
+// the company, dealership and period, and their carried-forward balances, are
+// read once, grouped by account and division columns, into the module's
+// in-memory caches; each account is then answered by filtering them on its
+// code (and the division filter). A chart walk therefore costs one grouped
+// statement per set plus in-memory work. Results equal those of
+// BuscaSaldoContaAnalitica for any data.
+//
+// Cache keys: a set is reloaded whenever anything that shapes its statement
+// changes (company, dealership, months, the statement form chosen by the
+// filters, the monthly-table flag, the second book, the exclusion list and
+// the extra condition); the division values themselves are applied in memory
+// and never force a reload. Postings made after a load are not seen until the
+// key changes, like every cache of the module.
+#include <cmath>
+#include <optional>
+
+#include <fmt/format.h>
+
+#include "accounting/balances/saldo_filtros.h"
+#include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 
 namespace kvc {
+namespace {
+
+constexpr char kSped[] = "SPED";
+constexpr char kIndice[] = "indice";
+constexpr char kCamposIndice[] = "conta;revenda_divisao";
+constexpr char kAnd[] = " and ";
+
+constexpr char kColunasDivisaoD[] =
+    "D.REVENDA_DIVISAO, D.CENTRO_CUSTO, D.FONTE, D.CATEGORIA, D.SECAO_OFICINA, D.TIPO_ITEM, "
+    "D.MODALIDADE_OPERACAO";
+constexpr char kColunasDivisaoDMinusculo[] =
+    "d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item, "
+    "d.modalidade_operacao";
+constexpr char kColunasDivisaoE[] =
+    "e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item, "
+    "e.modalidade_operacao";
+
+// Movement of every account: the plain entries, by nature and account, and
+// their second-book counterpart.
+constexpr char kGeralMovimento[] =
+    "select l.natureza, l.conta, sum(l.val_lancamento) total from ctb_lancamento l where "
+    "l.empresa = :EMPRESA and   l.revenda = :REVENDA and   l.ano_mes between :PERINI and "
+    ":PERFIN";
+constexpr char kGeralMovimentoCV[] =
+    "select l.natureza, l.conta, sum(l.val_lancamento) total from ctb_lancamento_cv l where "
+    "l.empresa = :EMPRESA and   l.revenda = :REVENDA and   l.ano_mes between :PERINI and "
+    ":PERFIN";
+constexpr char kGeralMovimentoGrupo[] = " group by l.natureza, l.conta";
+
+// Movement of every account's division rows.
+constexpr char kGeralMovimentoDivisao[] = "select l.natureza, l.conta, ";
+constexpr char kGeralMovimentoDivisaoDe[] =
+    ", sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, ctb_lancamento l "
+    "where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda = d.revenda and "
+    "l.ano_mes = d.ano_mes and l.empresa = :EMPRESA and l.revenda = :REVENDA and   l.ano_mes "
+    "between :PERINI and :PERFIN";
+constexpr char kGeralMovimentoDivisaoGrupo[] = " group by l.natureza, l.conta, ";
+
+// Movement with an exclusion list: the entries joined to their division rows.
+constexpr char kGeralMovimentoExclusao[] = "select L.NATUREZA, L.CONTA, ";
+constexpr char kGeralMovimentoExclusaoDe[] =
+    ",        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from CTB_LANCAMENTO L        left "
+    "outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA         and "
+    "D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and D.LANCAMENTO = "
+    "L.LANCAMENTO  where L.EMPRESA = :EMPRESA   and L.REVENDA = :REVENDA   and L.ANO_MES between "
+    ":PERINI and :PERFIN";
+constexpr char kGeralMovimentoExclusaoGrupo[] = " group by L.NATUREZA, L.CONTA, ";
+
+// Movement from the monthly tables.
+constexpr char kGeralMensal[] =
+    "select 'D' natureza, conta, sum(saldo) total from ctb_salant_mes where empresa = :EMPRESA "
+    "and   revenda = :REVENDA and   ano_mes between :PERINI and :PERFIN group by conta";
+constexpr char kGeralMensalDivisao[] = "select 'D' natureza, e.conta, ";
+constexpr char kGeralMensalDivisaoDe[] =
+    ", sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = :EMPRESA and   "
+    "e.revenda = :REVENDA and   e.ano_mes between :PERINI and :PERFIN";
+constexpr char kGeralMensalDivisaoGrupo[] = " group by e.conta, ";
+
+// Carried-forward balances of every account.
+constexpr char kGeralSaldoAnterior[] = "select conta, sum(saldo) saldo from ";
+constexpr char kGeralSaldoAnteriorEmpresa[] = " where empresa = ";
+constexpr char kGeralSaldoAnteriorAno[] = "   and ano = ";
+constexpr char kGeralSaldoAnteriorGrupo[] = " group by conta";
+constexpr char kGeralSaldoDivisao[] = "select e.conta, ";
+constexpr char kGeralSaldoDivisaoDe[] =
+    ", sum(e.saldo) saldo   from ctb_saldo_anterior_divisao e  where e.empresa = ";
+constexpr char kGeralSaldoDivisaoCVDe[] =
+    ", sum(e.saldo) saldo   from ctb_saldo_anterior_divisao_cv e  where e.empresa = ";
+constexpr char kGeralSaldoDivisaoRevenda[] = " and e.revenda = ";
+constexpr char kGeralSaldoDivisaoAno[] = " and e.ano = ";
+constexpr char kGeralSaldoDivisaoGrupo[] = " group by e.conta, ";
+
+// Which set each cache slot holds.
+constexpr size_t kCacheMovimento = 0;
+constexpr size_t kCacheSaldoAnterior = 1;
+
+// The totals of one book by nature, and whether each nature had rows.
+struct Naturezas {
+  double debito = 0;
+  double credito = 0;
+  bool tem_debito = false;
+  bool tem_credito = false;
+};
+
+}  // namespace
+
+// Loads the rows of every statement of `cargas` into a cache slot whose key
+// differs. The set has fixed fields, whatever each statement returns: PLANO
+// and LIVRO mark where a row came from, the division columns are null where a
+// statement has none, and VALOR holds its TOTAL or SALDO. Indexed on account
+// and division dealership.
+db::ClientDataSet& TddmContabilidadeBD::CarregaCacheGeral(size_t slot, const std::string& chave,
+                                                          const std::vector<CargaGeral>& cargas,
+                                                          int32_t empresa, int32_t revenda,
+                                                          int32_t perini, int32_t perfin) {
+  std::string& chave_atual = slot == kCacheMovimento ? texto_cache_ : chave_saldo_geral_;
+  if (caches_[slot] && chave_atual == chave) return *caches_[slot];
+  caches_[slot].reset();
+  chave_atual.clear();
+  using db::FieldType;
+  static const std::vector<db::FieldDef> kCampos = {{"PLANO", FieldType::kInteger},
+                                                    {"LIVRO", FieldType::kString},
+                                                    {"NATUREZA", FieldType::kString},
+                                                    {"CONTA", FieldType::kString},
+                                                    {"REVENDA_DIVISAO", FieldType::kInteger},
+                                                    {"CENTRO_CUSTO", FieldType::kInteger},
+                                                    {"FONTE", FieldType::kInteger},
+                                                    {"CATEGORIA", FieldType::kInteger},
+                                                    {"SECAO_OFICINA", FieldType::kInteger},
+                                                    {"TIPO_ITEM", FieldType::kString},
+                                                    {"MODALIDADE_OPERACAO", FieldType::kString},
+                                                    {"VALOR", FieldType::kFloat}};
+  auto cache = std::make_unique<db::ClientDataSet>(slot == kCacheMovimento ? "cdsMovimentoGeral"
+                                                                           : "cdsSaldoGeral");
+  cache->DefineFields(kCampos);
+  auto q = NovaConsulta("sdsSaldoGeral");
+  for (const CargaGeral& carga : cargas) {
+    q->Close();
+    q->SetCommandText(carga.sql);
+    for (auto [nome, valor] : {std::pair{"EMPRESA", empresa}, std::pair{"REVENDA", revenda},
+                               std::pair{"PERINI", perini}, std::pair{"PERFIN", perfin}})
+      if (db::Param* p = q->GetParams().Find(nome)) p->value = valor;
+    q->Open();
+    const db::ResultSet& rs = q->Rows();
+    std::vector<std::optional<size_t>> origem;
+    for (size_t i = 2; i + 1 < kCampos.size(); ++i)
+      origem.push_back(rs.FindColumn(kCampos[i].name));
+    std::optional<size_t> valor = rs.FindColumn("TOTAL");
+    if (!valor) valor = rs.FindColumn("SALDO");
+    for (const auto& linha : rs.rows) {
+      std::vector<db::Value> registro = {db::Value(carga.plano), db::Value(carga.livro)};
+      for (const auto& coluna : origem) registro.push_back(coluna ? linha[*coluna] : db::Value());
+      registro.push_back(valor ? linha[*valor] : db::Value());
+      cache->AppendRecord(registro);
+    }
+    q->Close();
+  }
+  cache->AddIndex(kIndice, kCamposIndice);
+  cache->SetIndexName(kIndice);
+  caches_[slot] = std::move(cache);
+  chave_atual = chave;
+  return *caches_[slot];
+}
 
 double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
     int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
@@ -12,10 +172,160 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
     int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
     const std::string& Conta, const std::string& CentrosCusto, bool SaldoMensal,
     const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
-  return BuscaSaldoContaAnalitica(Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto,
-                                  Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem,
-                                  Modalidade, Conta, CentrosCusto, SaldoMensal, FiltroAdicional,
-                                  RevendasDesconsiderar);
+  (void)Reservado1;
+  (void)Reservado2;
+  const FiltroSaldo f{Empresa,         Revenda,
+                      CentroCusto,     Fonte,
+                      Categoria,       SecaoOficina,
+                      RevendaDivisao,  TipoItem,
+                      Modalidade,      Conta,
+                      CentrosCusto,    SaldoMensal,
+                      FiltroAdicional, RevendasDesconsiderar};
+  std::string t, rr;
+  DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, Modalidade, t, rr);
+  const std::string mes = sql::Integer(AnoMes);
+  const std::string ano = mes.substr(0, 4);
+  const std::string ano_anterior = sql::Integer(std::stoll(ano) - 1);
+  const std::string mm = mes.size() >= 6 ? mes.substr(4, 2) : std::string();
+  const int32_t perini = static_cast<int32_t>(std::stoll(ano + "01"));
+  const int32_t perfin =
+      static_cast<int32_t>(std::stoll(ano + fmt::format("{:02}", mm.empty() ? 0 : std::stoi(mm))));
+  const bool sped = Modalidade == kSped;
+  const std::string fd = FiltroDivisao(f);
+  const bool com_filtro = CentroCusto != -1 || Fonte != -1 || Categoria != -1 ||
+                          SecaoOficina != -1 || RevendaDivisao != -1 || !CentrosCusto.empty() ||
+                          !TipoItem.empty() || !(Modalidade.empty() || sped);
+  const std::string e = sql::Integer(Empresa);
+  const std::string r = sql::Integer(Revenda);
+  const std::string filtro_conta = "conta = " + sql::Quoted(Conta);
+  auto fallback = [&]() {
+    return BuscaSaldoAntContaAnaliticaPeriodo(
+        Empresa, Revenda, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes,
+        CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem, Modalidade, Conta,
+        CentrosCusto, SaldoMensal, FiltroAdicional, RevendasDesconsiderar);
+  };
+  // The sum of a field over the rows that pass `filtro`, and their count.
+  auto soma = [](db::ClientDataSet& cds, const std::string& filtro, const char* campo) {
+    cds.SetFiltered(false);
+    cds.SetFilter(filtro);
+    cds.SetFiltered(true);
+    double total = 0;
+    size_t linhas = 0;
+    for (cds.First(); !cds.Eof(); cds.Next(), ++linhas) total += cds.FieldByName(campo).AsFloat();
+    return std::pair{total, linhas};
+  };
+
+  // Carried-forward balances: the plain set of the chosen table, and the
+  // division set (its second-book table for an opening balance in "SPED")
+  // when the balance is taken by division.
+  const bool divisao_cv = mm == "00" && sped && !fd.empty();
+  const bool usa_divisao = mm == "00" ? !fd.empty() : com_filtro;
+  const std::string exc =
+      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false);
+  const std::string exc_e =
+      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
+  std::vector<CargaGeral> cargas_saldo = {{kGeralSaldoAnterior + t + kGeralSaldoAnteriorEmpresa +
+                                               e + rr + kGeralSaldoAnteriorAno + ano_anterior +
+                                               exc + kGeralSaldoAnteriorGrupo,
+                                           1, "P"}};
+  if (usa_divisao)
+    cargas_saldo.push_back({kGeralSaldoDivisao + std::string(kColunasDivisaoE) +
+                                (divisao_cv ? kGeralSaldoDivisaoCVDe : kGeralSaldoDivisaoDe) + e +
+                                kGeralSaldoDivisaoRevenda + r + kGeralSaldoDivisaoAno +
+                                ano_anterior + (divisao_cv ? std::string() : exc_e) +
+                                kGeralSaldoDivisaoGrupo + kColunasDivisaoE,
+                            0, "P"});
+  db::ClientDataSet& saldos = CarregaCacheGeral(
+      kCacheSaldoAnterior,
+      fmt::format("{}|{}|{}|{}|{}|{}", e, r, ano_anterior, t, RevendasDesconsiderar,
+                  usa_divisao ? (divisao_cv ? "CV" : "D") : "P"),
+      cargas_saldo, Empresa, Revenda, perini, perfin);
+
+  // Plain rows (PLANO 1) say whether the account, or with a division filter
+  // the company, has carried-forward rows for the year; division rows
+  // (PLANO 0) give the balance under the filter.
+  double sa = 0;
+  if (!usa_divisao) {
+    auto [valor, linhas] = soma(saldos, filtro_conta + " and plano = 1", "VALOR");
+    if (linhas == 0) return fallback();
+    sa = valor;
+  } else {
+    if (soma(saldos, "plano = 1", "VALOR").second == 0) return fallback();
+    sa = soma(saldos, filtro_conta + " and plano = 0" + fd, "VALOR").first;
+  }
+  if (mm == "00") return sa;
+
+  // Movement of the period, in the form the plain balance would choose.
+  const std::string& lista = RevendasDesconsiderar;
+  auto extra = [&](const char* alias) {
+    std::string condicao = TUtilContabil::SetAlias(alias, FiltroAdicional);
+    return condicao.empty() ? std::string() : kAnd + condicao;
+  };
+  std::vector<CargaGeral> cargas;
+  std::string forma;
+  if (SaldoMensal && !com_filtro) {
+    forma = "M";
+    cargas = {{kGeralMensal, 1, "P"}};
+  } else if (SaldoMensal) {
+    forma = "MD";
+    cargas = {{kGeralMensalDivisao + std::string(kColunasDivisaoE) + kGeralMensalDivisaoDe + exc_e +
+                   kGeralMensalDivisaoGrupo + kColunasDivisaoE,
+               1, "P"}};
+  } else if (!lista.empty()) {
+    forma = "X";
+    cargas = {{kGeralMovimentoExclusao + std::string(kColunasDivisaoD) + kGeralMovimentoExclusaoDe +
+                   extra("L") + VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+                   VerifRevendasDesconsiderar(lista, false, "D", "and", true) +
+                   kGeralMovimentoExclusaoGrupo + kColunasDivisaoD,
+               1, "P"}};
+  } else if (!com_filtro) {
+    forma = "P";
+    cargas = {{kGeralMovimento + extra("l") + kGeralMovimentoGrupo, 1, "P"}};
+  } else {
+    forma = "D";
+    cargas = {{kGeralMovimentoDivisao + std::string(kColunasDivisaoDMinusculo) +
+                   kGeralMovimentoDivisaoDe + extra("l") + kGeralMovimentoDivisaoGrupo +
+                   kColunasDivisaoDMinusculo,
+               1, "P"}};
+  }
+  const bool com_cv = sped && !SaldoMensal && !com_filtro;
+  if (com_cv) cargas.push_back({kGeralMovimentoCV + extra("l") + kGeralMovimentoGrupo, 1, "V"});
+  db::ClientDataSet& movimento =
+      CarregaCacheGeral(kCacheMovimento,
+                        fmt::format("{}|{}|{}|{}|{}|{}|{}|{}", e, r, perini, perfin, forma, com_cv,
+                                    lista, FiltroAdicional),
+                        cargas, Empresa, Revenda, perini, perfin);
+
+  // Per book, the totals by nature. The division filter applies where the
+  // statement had it: the division forms, and the exclusion join when a
+  // division filter is in force.
+  const bool aplica_fd = forma == "D" || forma == "MD" || (forma == "X" && com_filtro);
+  auto naturezas = [&](const char* livro) {
+    Naturezas n;
+    const std::string base =
+        filtro_conta + " and livro = '" + livro + "'" + (aplica_fd ? fd : std::string());
+    auto [debito, linhas_d] = soma(movimento, base + " and natureza = 'D'", "VALOR");
+    auto [credito, linhas_c] = soma(movimento, base + " and natureza = 'C'", "VALOR");
+    n.debito = debito;
+    n.tem_debito = linhas_d > 0;
+    n.credito = credito;
+    n.tem_credito = linhas_c > 0;
+    return n;
+  };
+  const Naturezas principal = naturezas("P");
+  double debitos = principal.debito, creditos = principal.credito;
+  if (com_cv) {
+    // The two books meet as a union of (nature, total) rows: a row that both
+    // books hold counts once. Totals are compared to the half cent, since
+    // both are sums of amounts in cents.
+    auto iguais = [](double a, double b) { return std::fabs(a - b) < 0.005; };
+    const Naturezas cv = naturezas("V");
+    if (cv.tem_debito && !(principal.tem_debito && iguais(principal.debito, cv.debito)))
+      debitos += cv.debito;
+    if (cv.tem_credito && !(principal.tem_credito && iguais(principal.credito, cv.credito)))
+      creditos += cv.credito;
+  }
+  return sa + debitos - creditos;
 }
 
 }  // namespace kvc

@@ -294,6 +294,16 @@ class TddmContabilidadeBD {
   static std::string FiltroDivisao(const FiltroSaldo& filtro);
   double MovimentoConta(db::SQLDataSet& consulta, const FiltroSaldo& filtro,
                         const std::string& primeiro, const std::string& ultimo, bool com_filtro);
+  // One statement feeding a cache of the general balance, with the marks of
+  // its rows.
+  struct CargaGeral {
+    std::string sql;
+    int plano;
+    std::string livro;
+  };
+  db::ClientDataSet& CarregaCacheGeral(size_t slot, const std::string& chave,
+                                       const std::vector<CargaGeral>& cargas, int32_t empresa,
+                                       int32_t revenda, int32_t perini, int32_t perfin);
   void SetFixedContent();
 
   // State, in declaration order of the data module.
@@ -308,6 +318,9 @@ class TddmContabilidadeBD {
   std::array<std::unique_ptr<db::ClientDataSet>, 3> caches_;
   std::array<int32_t, 5> chaves_cache_{-1, -1, -1, -1, -1};
   std::string texto_cache_;
+  // The key of the general balance's carried-forward cache (the cached text
+  // above keys its movement cache).
+  std::string chave_saldo_geral_;
 
   std::unique_ptr<IGeral01> geral_;
   std::unique_ptr<IIntegracaoContabil01> integracao_;

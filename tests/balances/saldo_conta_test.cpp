@@ -23,11 +23,14 @@ class SaldoContaTest : public ModuleTest {
                               revenda_operacao ? std::to_string(*revenda_operacao) : "null"),
                   {});
     if (revenda_divisao)
-      raw_->Execute(fmt::format("insert into {}_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-                                "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, VAL_DIVISAO) values "
-                                "({}, 1, {}, {}, {}, {}, 10, {})",
-                                tabela, numero, revenda, ano_mes, numero, *revenda_divisao, valor),
-                    {});
+      raw_->Execute(
+          fmt::format(
+              "insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
+              "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, VAL_DIVISAO) values "
+              "({}, 1, {}, {}, {}, {}, 10, {})",
+              tabela == "CTB_LANCAMENTO_CV" ? "_CV" : "", numero, revenda, ano_mes, numero,
+              *revenda_divisao, valor),
+          {});
   }
   void SaldoAnterior(int ano, const std::string& conta, double saldo, int revenda = 1) {
     raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, {}, '{}', {}, {})",

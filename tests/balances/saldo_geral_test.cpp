@@ -1,0 +1,153 @@
+// The general (cached) balance equals the plain one for any data, filters,
+// exclusions and books, and a chart walk through it reads each set once.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include <fmt/format.h>
+
+#include "support/test_db.h"
+
+namespace kvc::testing {
+namespace {
+
+class SaldoGeralTest : public ModuleTest {
+ protected:
+  // Random journal rows (with division rows for most), carried-forward rows
+  // (plain and by division), monthly rows, and second-book rows, over a small
+  // chart of ten analytic accounts under two synthetic ones.
+  void Popula(unsigned seed) {
+    std::mt19937 rng(seed);
+    auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '1', 'S')",
+                  {});
+    raw_->Execute(
+        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) "
+        "values (1, 1, '1.S', '1', 'S')",
+        {});
+    for (int c = 0; c < 10; ++c)
+      raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
+                                "NIVEL) values (1, 1, '1.{}', '{}', 'A')",
+                                c, c < 5 ? "1" : "1.S"),
+                    {});
+    raw_->Begin(db::Isolation::kReadCommitted);
+    int seq = 0;
+    for (int n = 1; n <= 160; ++n) {
+      const std::string tabela = pick(0, 5) == 0 ? "CTB_LANCAMENTO_CV" : "CTB_LANCAMENTO";
+      const int ano_mes = (pick(0, 1) ? 2024 : 2023) * 100 + pick(1, 12);
+      const std::string conta = fmt::format("1.{}", pick(0, 9));
+      const double valor = pick(1, 50000) / 100.0;
+      const std::string operacao = pick(0, 3) == 0 ? "null" : std::to_string(pick(1, 4));
+      raw_->Execute(fmt::format("insert into {} (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
+                                "NATUREZA, VAL_LANCAMENTO, DIA, HISTORICO_PADRAO, "
+                                "REVENDA_OPERACAO) values (1, 1, {}, {}, '{}', '{}', {}, {}, {}, "
+                                "{})",
+                                tabela, ano_mes, n, conta, pick(0, 1) ? "D" : "C", valor,
+                                pick(1, 28), pick(1, 3), operacao),
+                    {});
+      if (pick(0, 4) == 0) continue;  // no division rows
+      for (int d = pick(1, 2); d > 0; --d)
+        raw_->Execute(
+            fmt::format(
+                "insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
+                "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, TIPO_ITEM, "
+                "REVENDA_ORIGEM, VAL_DIVISAO) values ({}, 1, 1, {}, {}, {}, {}, {}, {}, "
+                "{}, {})",
+                tabela == "CTB_LANCAMENTO_CV" ? "_CV" : "", ++seq, ano_mes, n, pick(1, 4),
+                pick(1, 3), pick(0, 1) ? "null" : "7", pick(0, 1) ? "'P'" : "null",
+                pick(0, 2) ? std::to_string(pick(1, 4)) : "null", valor / 2),
+            {});
+    }
+    for (int c = 0; c < 10; ++c) {
+      if (c % 4 == 3) continue;  // some accounts without carried-forward rows
+      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.{}', 2023, {})", c,
+                                pick(-9999, 9999) / 100.0),
+                    {});
+      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_CV values (1, 1, '1.{}', 2023, "
+                                "{})",
+                                c, pick(-999, 999) / 100.0),
+                    {});
+      for (int d = 1; d <= 2; ++d)
+        raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
+                                  "REVENDA, ANO, CONTA, REVENDA_DIVISAO, CENTRO_CUSTO, SALDO) "
+                                  "values ({}, 1, 1, 2023, '1.{}', {}, {}, {})",
+                                  ++seq, c, pick(1, 4), pick(1, 3), pick(-999, 999) / 100.0),
+                      {});
+      raw_->Execute(fmt::format("insert into CTB_SALANT_MES values (1, 1, '1.{}', 202403, {})", c,
+                                pick(-999, 999) / 100.0),
+                    {});
+    }
+    raw_->Commit();
+  }
+};
+
+TEST_P(SaldoGeralTest, GeneralBalanceEqualsPlainBalanceForRandomQueries) {
+  Popula(7);
+  Bind();
+  std::mt19937 rng(11);
+  auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  const std::vector<std::string> listas = {"", "(3)", "(1,2)"};
+  const std::vector<std::string> modalidades = {"", "SPED", "P"};
+  for (int i = 0; i < 120; ++i) {
+    const std::string conta = fmt::format("1.{}", pick(0, 9));
+    const int ano_mes = 2024 * 100 + pick(0, 12);
+    const int centro = pick(0, 2) ? -1 : pick(1, 3);
+    const int revenda_divisao = pick(0, 2) ? -1 : pick(1, 4);
+    const int fonte = pick(0, 4) ? -1 : 7;
+    const std::string tipo_item = pick(0, 4) ? "" : "P";
+    const std::string modalidade = modalidades[pick(0, 2)];
+    const std::string centros = pick(0, 5) ? "" : "1,3";
+    const bool mensal = pick(0, 5) == 0;
+    const std::string filtro = pick(0, 4) ? "" : "{$ALIAS$}.HISTORICO_PADRAO <> 2";
+    const std::string lista = listas[pick(0, 2)];
+    const double plain =
+        dm_->BuscaSaldoContaAnalitica(1, 1, ano_mes, 0, 0, centro, fonte, -1, -1, revenda_divisao,
+                                      tipo_item, modalidade, conta, centros, mensal, filtro, lista);
+    const double geral = dm_->BuscaSaldoContaAnaliticaGeral(
+        1, 1, ano_mes, 0, 0, centro, fonte, -1, -1, revenda_divisao, tipo_item, modalidade, conta,
+        centros, mensal, filtro, lista);
+    EXPECT_NEAR(geral, plain, 0.005)
+        << "query " << i << ": " << conta << " " << ano_mes << " cc " << centro << " rd "
+        << revenda_divisao << " fonte " << fonte << " tipo '" << tipo_item << "' mod '"
+        << modalidade << "' centros '" << centros << "' mensal " << mensal << " filtro '" << filtro
+        << "' lista '" << lista << "'";
+  }
+}
+
+TEST_P(SaldoGeralTest, ChartWalkThroughGeneralBalanceReadsEachSetOnce) {
+  Popula(3);
+  Bind();
+  double plain = 0;
+  dm_->BuscaSaldoConta(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1", "S", "", plain, false,
+                       false, "", "");
+  trace_->Clear();
+  double geral = 0;
+  dm_->BuscaSaldoConta(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1", "S", "", geral, true,
+                       false, "", "");
+  EXPECT_NEAR(geral, plain, 0.005);
+  size_t grouped = 0;
+  for (const auto& s : trace_->Statements())
+    if (s.find("group by l.natureza, l.conta") != std::string::npos) ++grouped;
+  EXPECT_EQ(grouped, 1u) << "one grouped movement statement for the whole walk";
+  // Accounts without carried-forward rows fall back to the period statements;
+  // the others cost no statement at all.
+  for (const auto& s : trace_->Statements())
+    EXPECT_EQ(s.find("and conta = '1.0'"), std::string::npos) << s;
+}
+
+TEST_P(SaldoGeralTest, ListVariantWithOneElementEqualsSingleValue) {
+  Popula(5);
+  Bind();
+  for (int cc = 1; cc <= 3; ++cc)
+    EXPECT_NEAR(dm_->BuscaSaldoContaAnalitica(1, 1, 202412, 0, 0, -1, -1, -1, -1, -1, "", "", "1.2",
+                                              std::to_string(cc), false, "", ""),
+                dm_->BuscaSaldoContaAnalitica(1, 1, 202412, 0, 0, cc, -1, -1, -1, -1, "", "", "1.2",
+                                              "", false, "", ""),
+                0.005);
+}
+
+KVC_INSTANTIATE_BACKENDS(SaldoGeralTest);
+
+}  // namespace
+}  // namespace kvc::testing
