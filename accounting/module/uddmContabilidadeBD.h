@@ -226,6 +226,67 @@ class TddmContabilidadeBD {
                                             const std::string& FiltroAdicional,
                                             const std::string& RevendasDesconsiderar);
 
+  // ---- account movement between days of a month ---------------------------------
+  // The net movement (debits minus credits) of an analytic account's division
+  // rows between two days of one month, narrowed by the division filters
+  // (-1 or empty for none; Modalidade "SPED" adds the second book). With
+  // UsaCache the grouped movement of the company, dealership, month and days
+  // is kept in the module and each account is answered by filtering it; the
+  // exclusion list is not part of that cache's key (intended).
+  double BuscaSaldoContaAnaliticaPeriodo(int32_t Empresa, int32_t Revenda, int32_t AnoMes,
+                                         int32_t DiaInicial, int32_t DiaFinal, int32_t CentroCusto,
+                                         int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+                                         int32_t RevendaDivisao, const std::string& TipoItem,
+                                         const std::string& Modalidade, const std::string& Conta,
+                                         const std::string& CentrosCusto, bool UsaCache,
+                                         const std::string& RevendasDesconsiderar);
+  // The chart walker over BuscaSaldoContaAnaliticaPeriodo, with the
+  // accumulation rules of BuscaSaldoConta. Returns Saldo.
+  double BuscaSaldoContaPeriodo(int32_t Empresa, int32_t Revenda, int32_t AnoMes,
+                                int32_t DiaInicial, int32_t DiaFinal, int32_t CentroCusto,
+                                int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+                                int32_t RevendaDivisao, const std::string& TipoItem,
+                                const std::string& Modalidade, const std::string& Conta,
+                                const std::string& Nivel, const std::string& CentrosCusto,
+                                double& Saldo, bool UsaCache,
+                                const std::string& RevendasDesconsiderar);
+
+  // ---- balance with division lists -----------------------------------------------
+  // The balance of an analytic account at the end of AnoMes with every
+  // division given as a list ("" or "-1" for none; TipoItem single;
+  // Modalidades an SQL list), always from the division tables. Falls back to
+  // BuscaSaldoComDivisoesPeriodo, without the exclusion list, when the
+  // previous year has no carried-forward row.
+  double BuscaSaldoComDivisoes(int32_t Empresa, int32_t Revenda, int32_t AnoMes,
+                               const std::string& CentrosCusto, const std::string& Fontes,
+                               const std::string& Categorias, const std::string& SecoesOficina,
+                               const std::string& RevendasDivisao, const std::string& TipoItem,
+                               const std::string& Modalidades, const std::string& Conta,
+                               bool SaldoMensal, const std::string& FiltroAdicional,
+                               const std::string& RevendasDesconsiderar);
+  // The same over AnoMesInicial to AnoMesFinal.
+  double BuscaSaldoComDivisoesPeriodo(int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial,
+                                      int32_t AnoMesFinal, const std::string& CentrosCusto,
+                                      const std::string& Fontes, const std::string& Categorias,
+                                      const std::string& SecoesOficina,
+                                      const std::string& RevendasDivisao,
+                                      const std::string& TipoItem, const std::string& Modalidades,
+                                      const std::string& Conta, bool SaldoMensal,
+                                      const std::string& FiltroAdicional,
+                                      const std::string& RevendasDesconsiderar);
+  // The balance of an account, for the current company and dealership, at
+  // the end of the month before Data: the host's balance formulas. The seven
+  // division texts choose between the single-value and the list forms;
+  // HistoricosExcluidos lists standard-history codes whose entries are left
+  // out. Sets Saldo (to 0 first) and returns it.
+  double BuscaSaldoAnteriorFormula(const std::string& Conta, const std::string& Nivel,
+                                   const std::string& CentrosCusto, const std::string& Fontes,
+                                   const std::string& Categorias, const std::string& SecoesOficina,
+                                   const std::string& RevendasDivisao, const std::string& TipoItem,
+                                   const std::string& Modalidades, const DateTime& Data,
+                                   double& Saldo, bool SaldoMensal,
+                                   const std::string& HistoricosExcluidos);
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
