@@ -5,6 +5,8 @@
 // exclusion and the second book; and the balance over a range of months
 // (BuscaSaldoAntContaAnaliticaPeriodo) that serves as their fallback.
 // Each call runs its statements on a private query object of its own.
+#include <functional>
+
 #include <fmt/format.h>
 
 #include "accounting/balances/saldo_filtros.h"
@@ -67,6 +69,16 @@ constexpr char kMovimentoExclusaoRevenda[] = "   and L.REVENDA = ";
 constexpr char kMovimentoExclusaoConta[] = "   and L.CONTA = '";
 constexpr char kMovimentoExclusaoPeriodo[] = "   and L.ANO_MES between ";
 constexpr char kMovimentoExclusaoGrupo[] = " group by L.NATUREZA ";
+
+// The division variants with an exclusion list: the entries joined to their
+// division rows outside the excluded dealerships (the join follows the
+// journal table); only divided amounts count, as in the form above.
+constexpr char kMovimentoJuncao[] =
+    "select l.natureza, sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l";
+constexpr char kMovimentoJuncaoEmpresa[] = " where l.empresa = ";
+constexpr char kMovimentoJuncaoRevenda[] = " and l.revenda = ";
+constexpr char kMovimentoJuncaoConta[] = " and l.conta = '";
+constexpr char kMovimentoJuncaoPeriodo[] = " and l.ano_mes between ";
 
 // 6.2: the plain entries, and their second-book counterpart.
 constexpr char kMovimento[] =
@@ -154,11 +166,22 @@ std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
     fd += " and centro_custo in (" + f.centros_custo + ")";
   else if (f.centro_custo > -1)
     fd += " and centro_custo = " + sql::Integer(f.centro_custo);
-  if (f.fonte > -1) fd += " and fonte = " + sql::Integer(f.fonte);
-  if (f.categoria > -1) fd += " and categoria = " + sql::Integer(f.categoria);
-  if (f.secao_oficina > -1) fd += " and secao_oficina = " + sql::Integer(f.secao_oficina);
+  if (!f.fontes.empty())
+    fd += " and fonte in (" + f.fontes + ")";
+  else if (f.fonte > -1)
+    fd += " and fonte = " + sql::Integer(f.fonte);
+  if (!f.categorias.empty())
+    fd += " and categoria in (" + f.categorias + ")";
+  else if (f.categoria > -1)
+    fd += " and categoria = " + sql::Integer(f.categoria);
+  if (!f.secoes_oficina.empty())
+    fd += " and secao_oficina in (" + f.secoes_oficina + ")";
+  else if (f.secao_oficina > -1)
+    fd += " and secao_oficina = " + sql::Integer(f.secao_oficina);
   if (!f.tipo_item.empty()) fd += " and tipo_item = '" + f.tipo_item + "'";
-  if (!f.modalidade.empty() && f.modalidade != kSped)
+  if (!f.modalidades.empty())
+    fd += " and modalidade_operacao in (" + f.modalidades + ")";
+  else if (!f.modalidade.empty() && f.modalidade != kSped)
     fd += " and modalidade_operacao = '" + f.modalidade + "'";
   return fd;
 }
@@ -187,6 +210,12 @@ double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo&
     sql = kMovimentoMensalDivisao + e + kMovimentoMensalDivisaoRevenda + r +
           kMovimentoMensalDivisaoConta + conta + "'" + kMovimentoMensalDivisaoPeriodo + primeiro +
           kAnd + ultimo + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + fd;
+  } else if (!lista.empty() && f.juncao_exclusao) {
+    sql = kMovimentoJuncao + IncluiRestricaoRevendasDesconsiderar(lista, "l") +
+          kMovimentoJuncaoEmpresa + e + kMovimentoJuncaoRevenda + r + kMovimentoJuncaoConta +
+          conta + "'" + kMovimentoJuncaoPeriodo + primeiro + kAnd + ultimo +
+          VerifRevendasDesconsiderar(lista, true, "l", "and", true) + extra("l") + fd +
+          kMovimentoGrupo;
   } else if (!lista.empty()) {
     sql = kMovimentoExclusao + e + kMovimentoExclusaoRevenda + r + kMovimentoExclusaoConta + conta +
           "'" + kMovimentoExclusaoPeriodo + primeiro + kAnd + ultimo + extra("L") +
@@ -209,7 +238,6 @@ double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo&
   return DebitosMenosCreditos(q, std::move(sql));
 }
 
-// Steps 1 to 9; the numbers appear in the body.
 double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
     int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
     int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
@@ -218,15 +246,16 @@ double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
     const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
   (void)Reservado1;
   (void)Reservado2;
-  const FiltroSaldo f{Empresa,         Revenda,
-                      CentroCusto,     Fonte,
-                      Categoria,       SecaoOficina,
-                      RevendaDivisao,  TipoItem,
-                      Modalidade,      Conta,
-                      CentrosCusto,    SaldoMensal,
-                      FiltroAdicional, RevendasDesconsiderar};
+  return SaldoAnalitico(FiltroSaldo{Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina,
+                                    RevendaDivisao, TipoItem, Modalidade, Conta, CentrosCusto,
+                                    SaldoMensal, FiltroAdicional, RevendasDesconsiderar},
+                        AnoMes);
+}
+
+// Steps 1 to 9 of the analytic balance; the numbers appear in the body.
+double TddmContabilidadeBD::SaldoAnalitico(const FiltroSaldo& f, int32_t AnoMes) {
   std::string t, rr;  // 1
-  DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, Modalidade, t, rr);
+  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
   const std::string mes = sql::Integer(AnoMes);  // 2
   const std::string ano = mes.substr(0, 4);
   const std::string ano_anterior = sql::Integer(std::stoll(ano) - 1);
@@ -236,16 +265,14 @@ double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
   auto q = NovaConsulta("sdsSaldoConta");   // 3
   const std::string fd = FiltroDivisao(f);  // 4
   const std::string exc =
-      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false);
+      VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "", "and", false);
   const std::string exc_e =
-      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
+      VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "e", "and", false);
+  const std::string e = sql::Integer(f.empresa);
+  const std::string r = sql::Integer(f.revenda);
+  const std::string& conta = f.conta;
   auto fallback = [&]() {  // 5
-    return BuscaSaldoAntContaAnaliticaPeriodo(
-        Empresa, Revenda, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes,
-        CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem, Modalidade, Conta,
-        CentrosCusto, SaldoMensal, FiltroAdicional, RevendasDesconsiderar);
+    return SaldoPeriodo(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
   };
   auto existe_saldo_ano = [&]() {  // 7.1
     return SomaPrimeiraColuna(*q, kExisteSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
@@ -255,10 +282,10 @@ double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
   auto saldo_divisoes = [&]() {  // 7.2
     return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
                                       kSaldoAnteriorDivisaoAno + ano_anterior +
-                                      kSaldoAnteriorDivisaoConta + Conta + "'" + exc_e + fd)
+                                      kSaldoAnteriorDivisaoConta + conta + "'" + exc_e + fd)
         .valor;
   };
-  const bool sped = Modalidade == kSped;
+  const bool sped = f.modalidade == kSped;
 
   if (mm == "00") {  // 9
     if (!fd.empty()) {
@@ -266,24 +293,22 @@ double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
       if (!sped) return saldo_divisoes();
       return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisaoCV + e + kSaldoAnteriorDivisaoCVRevenda +
                                         r + kSaldoAnteriorDivisaoAno + ano_anterior +
-                                        kSaldoAnteriorAberturaConta + Conta + "'" + fd)
+                                        kSaldoAnteriorAberturaConta + conta + "'" + fd)
           .valor;
     }
     Soma sa = SomaPrimeiraColuna(*q, kSaldoAnteriorAbertura + t + kSaldoAnteriorEmpresa + e + rr +
                                          kSaldoAnteriorAberturaAno + ano_anterior +
-                                         kSaldoAnteriorAberturaConta + Conta + "'" + exc);
+                                         kSaldoAnteriorAberturaConta + conta + "'" + exc);
     return sa.tem_linhas ? sa.valor : fallback();
   }
 
   // 6 and 7 look at the arguments, 9 at FD: an integer filter such as -2
   // that adds no condition still counts as a filter here. Intended.
-  const bool com_filtro = CentroCusto != -1 || Fonte != -1 || Categoria != -1 ||
-                          SecaoOficina != -1 || RevendaDivisao != -1 || !CentrosCusto.empty() ||
-                          !TipoItem.empty() || !(Modalidade.empty() || sped);
+  const bool com_filtro = f.ComFiltro();
   double sa = 0;
   if (!com_filtro) {  // 6.1
     Soma soma = SomaPrimeiraColuna(*q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
-                                           kSaldoAnteriorConta + Conta + "'" + kSaldoAnteriorAno +
+                                           kSaldoAnteriorConta + conta + "'" + kSaldoAnteriorAno +
                                            ano_anterior + exc);
     if (!soma.tem_linhas) return fallback();
     sa = soma.valor;
@@ -294,49 +319,48 @@ double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
   return sa + MovimentoConta(*q, f, primeiro, ultimo, com_filtro);  // 6.2, 7.3, 8
 }
 
-// The balance from AnoMesInicial to AnoMesFinal: the carried-forward balance
-// of the year before AnoMesInicial's year, read as it comes (no row counts as
-// zero: there is no further fallback), plus the movement of the range, with
-// the division, exclusion and second-book conventions of
-// BuscaSaldoContaAnalitica. A month 00 as the last month ends the range at
-// the previous December.
 double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
     int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
     int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
     int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
     const std::string& Conta, const std::string& CentrosCusto, bool SaldoMensal,
     const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
-  const FiltroSaldo f{Empresa,         Revenda,
-                      CentroCusto,     Fonte,
-                      Categoria,       SecaoOficina,
-                      RevendaDivisao,  TipoItem,
-                      Modalidade,      Conta,
-                      CentrosCusto,    SaldoMensal,
-                      FiltroAdicional, RevendasDesconsiderar};
+  return SaldoPeriodo(FiltroSaldo{Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina,
+                                  RevendaDivisao, TipoItem, Modalidade, Conta, CentrosCusto,
+                                  SaldoMensal, FiltroAdicional, RevendasDesconsiderar},
+                      AnoMesInicial, AnoMesFinal);
+}
+
+// The balance from AnoMesInicial to AnoMesFinal: the carried-forward balance
+// of the year before AnoMesInicial's year, read as it comes (no row counts as
+// zero: there is no further fallback), plus the movement of the range, with
+// the division, exclusion and second-book conventions of the analytic
+// balance. A month 00 as the last month ends the range at the previous
+// December.
+double TddmContabilidadeBD::SaldoPeriodo(const FiltroSaldo& f, int32_t AnoMesInicial,
+                                         int32_t AnoMesFinal) {
   std::string t, rr;
-  DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, Modalidade, t, rr);
+  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
   const std::string inicial = sql::Integer(AnoMesInicial);
   const std::string ano_anterior = sql::Integer(std::stoll(inicial.substr(0, 4)) - 1);
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
+  const std::string e = sql::Integer(f.empresa);
+  const std::string r = sql::Integer(f.revenda);
   auto q = NovaConsulta("sdsSaldoPeriodo");
-  const bool com_filtro = CentroCusto != -1 || Fonte != -1 || Categoria != -1 ||
-                          SecaoOficina != -1 || RevendaDivisao != -1 || !CentrosCusto.empty() ||
-                          !TipoItem.empty() || !(Modalidade.empty() || Modalidade == kSped);
+  const bool com_filtro = f.ComFiltro();
   double sa;
   if (!com_filtro)
     sa = SomaPrimeiraColuna(
-             *q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr + kSaldoAnteriorConta + Conta +
-                     "'" + kSaldoAnteriorAno + ano_anterior +
-                     VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false))
+             *q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr + kSaldoAnteriorConta +
+                     f.conta + "'" + kSaldoAnteriorAno + ano_anterior +
+                     VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "", "and", false))
              .valor;
   else
-    sa = SomaPrimeiraColuna(
-             *q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
-                     kSaldoAnteriorDivisaoAno + ano_anterior + kSaldoAnteriorDivisaoConta + Conta +
-                     "'" +
-                     VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false) +
-                     FiltroDivisao(f))
+    sa = SomaPrimeiraColuna(*q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
+                                    kSaldoAnteriorDivisaoAno + ano_anterior +
+                                    kSaldoAnteriorDivisaoConta + f.conta + "'" +
+                                    VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "e",
+                                                               "and", false) +
+                                    FiltroDivisao(f))
              .valor;
   return sa + MovimentoConta(*q, f, inicial, sql::Integer(AnoMesFinal), com_filtro);
 }
@@ -345,24 +369,9 @@ double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
 // balances of its analytic children and recurses into the others, all into
 // the same accumulator, which is never cleared here: callers start it at
 // zero and the recursion relies on that. 3. The result is Saldo.
-double TddmContabilidadeBD::BuscaSaldoConta(
-    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
-    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
-    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
-    const std::string& Conta, const std::string& Nivel, const std::string& CentrosCusto,
-    double& Saldo, bool Geral, bool SaldoMensal, const std::string& FiltroAdicional,
-    const std::string& RevendasDesconsiderar) {
-  auto analitica = [&](const std::string& conta) {
-    if (Geral)
-      return BuscaSaldoContaAnaliticaGeral(
-          Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto, Fonte, Categoria,
-          SecaoOficina, RevendaDivisao, TipoItem, Modalidade, conta, CentrosCusto, SaldoMensal,
-          FiltroAdicional, RevendasDesconsiderar);
-    return BuscaSaldoContaAnalitica(Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto,
-                                    Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem,
-                                    Modalidade, conta, CentrosCusto, SaldoMensal, FiltroAdicional,
-                                    RevendasDesconsiderar);
-  };
+double TddmContabilidadeBD::CaminhaPlano(
+    int32_t Empresa, int32_t Revenda, const std::string& Conta, const std::string& Nivel,
+    double& Saldo, const std::function<double(const std::string&)>& analitica) {
   if (Nivel == "A") {  // 1
     Saldo = analitica(Conta);
     return Saldo;
@@ -371,7 +380,7 @@ double TddmContabilidadeBD::BuscaSaldoConta(
   q->SetCommandText(kFilhas + sql::Integer(Empresa) + kFilhasRevenda + sql::Integer(Revenda) +
                     kFilhasSuperiora + Conta + "'");
   q->Open();
-  // The children are read before the recursion reuses nothing of this query.
+  // The children are read whole before the recursion runs its own queries.
   const db::ResultSet filhas = q->Rows();
   q->Close();
   for (const auto& linha : filhas.rows) {
@@ -380,12 +389,126 @@ double TddmContabilidadeBD::BuscaSaldoConta(
     if (nivel == "A")
       Saldo += analitica(conta);
     else
-      BuscaSaldoConta(Empresa, Revenda, AnoMes, Reservado1, Reservado2, CentroCusto, Fonte,
-                      Categoria, SecaoOficina, RevendaDivisao, TipoItem, Modalidade, conta, nivel,
-                      CentrosCusto, Saldo, Geral, SaldoMensal, FiltroAdicional,
-                      RevendasDesconsiderar);
+      CaminhaPlano(Empresa, Revenda, conta, nivel, Saldo, analitica);
   }
   return Saldo;  // 3
+}
+
+double TddmContabilidadeBD::BuscaSaldoConta(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& Nivel, const std::string& CentrosCusto,
+    double& Saldo, bool Geral, bool SaldoMensal, const std::string& FiltroAdicional,
+    const std::string& RevendasDesconsiderar) {
+  (void)Reservado1;
+  (void)Reservado2;
+  return CaminhaPlano(Empresa, Revenda, Conta, Nivel, Saldo, [&](const std::string& conta) {
+    const FiltroSaldo f{Empresa,         Revenda,
+                        CentroCusto,     Fonte,
+                        Categoria,       SecaoOficina,
+                        RevendaDivisao,  TipoItem,
+                        Modalidade,      conta,
+                        CentrosCusto,    SaldoMensal,
+                        FiltroAdicional, RevendasDesconsiderar};
+    return Geral ? SaldoAnaliticoGeral(f, AnoMes) : SaldoAnalitico(f, AnoMes);
+  });
+}
+
+// The division variants: every dimension but the division dealership and
+// the item type may come as a list, and the exclusion list is applied
+// through the join of the entries to their division rows.
+FiltroSaldo TddmContabilidadeBD::FiltroDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t CentroCusto, int32_t Fonte, int32_t Categoria,
+    int32_t SecaoOficina, int32_t RevendaDivisao, const std::string& TipoItem,
+    const std::string& Modalidade, const std::string& Conta, const std::string& CentrosCusto,
+    const std::string& Fontes, const std::string& Categorias, const std::string& SecoesOficina,
+    const std::string& Modalidades, const std::string& FiltroAdicional, bool SaldoMensal,
+    const std::string& RevendasDesconsiderar) {
+  FiltroSaldo f{Empresa,         Revenda,
+                CentroCusto,     Fonte,
+                Categoria,       SecaoOficina,
+                RevendaDivisao,  TipoItem,
+                Modalidade,      Conta,
+                CentrosCusto,    SaldoMensal,
+                FiltroAdicional, RevendasDesconsiderar};
+  f.fontes = Fontes;
+  f.categorias = Categorias;
+  f.secoes_oficina = SecoesOficina;
+  f.modalidades = Modalidades;
+  f.juncao_exclusao = true;
+  return f;
+}
+
+double TddmContabilidadeBD::BuscaSaldoContaAnaliticaDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+    const std::string& Categorias, const std::string& SecoesOficina, const std::string& Modalidades,
+    const std::string& FiltroAdicional, bool SaldoMensal,
+    const std::string& RevendasDesconsiderar) {
+  (void)Reservado1;
+  (void)Reservado2;
+  return SaldoAnalitico(
+      FiltroDivisoes(Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                     TipoItem, Modalidade, Conta, CentrosCusto, Fontes, Categorias, SecoesOficina,
+                     Modalidades, FiltroAdicional, SaldoMensal, RevendasDesconsiderar),
+      AnoMes);
+}
+
+double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeralDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+    const std::string& Categorias, const std::string& SecoesOficina, const std::string& Modalidades,
+    const std::string& FiltroAdicional, bool SaldoMensal,
+    const std::string& RevendasDesconsiderar) {
+  (void)Reservado1;
+  (void)Reservado2;
+  return SaldoAnaliticoGeral(
+      FiltroDivisoes(Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                     TipoItem, Modalidade, Conta, CentrosCusto, Fontes, Categorias, SecoesOficina,
+                     Modalidades, FiltroAdicional, SaldoMensal, RevendasDesconsiderar),
+      AnoMes);
+}
+
+// The division variants' fallback. It takes the division variants' strings
+// whole (with the extra condition), so that the fallback answers under the
+// same filters as the balance that called it.
+double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+    const std::string& Categorias, const std::string& SecoesOficina, const std::string& Modalidades,
+    const std::string& FiltroAdicional, bool SaldoMensal,
+    const std::string& RevendasDesconsiderar) {
+  return SaldoPeriodo(
+      FiltroDivisoes(Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                     TipoItem, Modalidade, Conta, CentrosCusto, Fontes, Categorias, SecoesOficina,
+                     Modalidades, FiltroAdicional, SaldoMensal, RevendasDesconsiderar),
+      AnoMesInicial, AnoMesFinal);
+}
+
+double TddmContabilidadeBD::BuscaSaldoContaDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& Nivel, const std::string& CentrosCusto,
+    const std::string& Fontes, const std::string& Categorias, const std::string& SecoesOficina,
+    const std::string& Modalidades, const std::string& FiltroAdicional, double& Saldo, bool Geral,
+    bool SaldoMensal, const std::string& RevendasDesconsiderar) {
+  (void)Reservado1;
+  (void)Reservado2;
+  return CaminhaPlano(Empresa, Revenda, Conta, Nivel, Saldo, [&](const std::string& conta) {
+    const FiltroSaldo f = FiltroDivisoes(
+        Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem,
+        Modalidade, conta, CentrosCusto, Fontes, Categorias, SecoesOficina, Modalidades,
+        FiltroAdicional, SaldoMensal, RevendasDesconsiderar);
+    return Geral ? SaldoAnaliticoGeral(f, AnoMes) : SaldoAnalitico(f, AnoMes);
+  });
 }
 
 }  // namespace kvc

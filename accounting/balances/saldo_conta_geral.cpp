@@ -70,6 +70,19 @@ constexpr char kGeralMovimentoExclusaoDe[] =
     ":PERINI and :PERFIN";
 constexpr char kGeralMovimentoExclusaoGrupo[] = " group by L.NATUREZA, L.CONTA, ";
 
+// Movement of the division variants with an exclusion list: the entries
+// joined to their division rows outside the excluded dealerships.
+constexpr char kColunasDivisaoCld[] =
+    "cld.REVENDA_DIVISAO, cld.CENTRO_CUSTO, cld.FONTE, cld.CATEGORIA, cld.SECAO_OFICINA, "
+    "cld.TIPO_ITEM, cld.MODALIDADE_OPERACAO";
+constexpr char kGeralMovimentoJuncao[] = "select l.natureza, l.conta, ";
+constexpr char kGeralMovimentoJuncaoDe[] =
+    ", sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l";
+constexpr char kGeralMovimentoJuncaoEmpresa[] =
+    " where l.empresa = :EMPRESA and l.revenda = :REVENDA and l.ano_mes between :PERINI and "
+    ":PERFIN";
+constexpr char kGeralMovimentoJuncaoGrupo[] = " group by l.natureza, l.conta, ";
+
 // Movement from the monthly tables.
 constexpr char kGeralMensal[] =
     "select 'D' natureza, conta, sum(saldo) total from ctb_salant_mes where empresa = :EMPRESA "
@@ -174,15 +187,16 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
     const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
   (void)Reservado1;
   (void)Reservado2;
-  const FiltroSaldo f{Empresa,         Revenda,
-                      CentroCusto,     Fonte,
-                      Categoria,       SecaoOficina,
-                      RevendaDivisao,  TipoItem,
-                      Modalidade,      Conta,
-                      CentrosCusto,    SaldoMensal,
-                      FiltroAdicional, RevendasDesconsiderar};
+  return SaldoAnaliticoGeral(
+      FiltroSaldo{Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                  TipoItem, Modalidade, Conta, CentrosCusto, SaldoMensal, FiltroAdicional,
+                  RevendasDesconsiderar},
+      AnoMes);
+}
+
+double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t AnoMes) {
   std::string t, rr;
-  DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, Modalidade, t, rr);
+  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
   const std::string mes = sql::Integer(AnoMes);
   const std::string ano = mes.substr(0, 4);
   const std::string ano_anterior = sql::Integer(std::stoll(ano) - 1);
@@ -190,20 +204,16 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
   const int32_t perini = static_cast<int32_t>(std::stoll(ano + "01"));
   const int32_t perfin =
       static_cast<int32_t>(std::stoll(ano + fmt::format("{:02}", mm.empty() ? 0 : std::stoi(mm))));
-  const bool sped = Modalidade == kSped;
+  const bool sped = f.modalidade == kSped;
   const std::string fd = FiltroDivisao(f);
-  const bool com_filtro = CentroCusto != -1 || Fonte != -1 || Categoria != -1 ||
-                          SecaoOficina != -1 || RevendaDivisao != -1 || !CentrosCusto.empty() ||
-                          !TipoItem.empty() || !(Modalidade.empty() || sped);
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
-  const std::string filtro_conta = "conta = " + sql::Quoted(Conta);
+  const bool com_filtro = f.ComFiltro();
+  const std::string e = sql::Integer(f.empresa);
+  const std::string r = sql::Integer(f.revenda);
+  const std::string filtro_conta = "conta = " + sql::Quoted(f.conta);
   auto fallback = [&]() {
-    return BuscaSaldoAntContaAnaliticaPeriodo(
-        Empresa, Revenda, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes,
-        CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem, Modalidade, Conta,
-        CentrosCusto, SaldoMensal, FiltroAdicional, RevendasDesconsiderar);
+    return SaldoPeriodo(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
   };
+
   // The sum of a field over the rows that pass `filtro`, and their count.
   auto soma = [](db::ClientDataSet& cds, const std::string& filtro, const char* campo) {
     cds.SetFiltered(false);
@@ -221,9 +231,9 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
   const bool divisao_cv = mm == "00" && sped && !fd.empty();
   const bool usa_divisao = mm == "00" ? !fd.empty() : com_filtro;
   const std::string exc =
-      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false);
+      VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "", "and", false);
   const std::string exc_e =
-      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
+      VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "e", "and", false);
   std::vector<CargaGeral> cargas_saldo = {{kGeralSaldoAnterior + t + kGeralSaldoAnteriorEmpresa +
                                                e + rr + kGeralSaldoAnteriorAno + ano_anterior +
                                                exc + kGeralSaldoAnteriorGrupo,
@@ -237,9 +247,9 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
                             0, "P"});
   db::ClientDataSet& saldos = CarregaCacheGeral(
       kCacheSaldoAnterior,
-      fmt::format("{}|{}|{}|{}|{}|{}", e, r, ano_anterior, t, RevendasDesconsiderar,
+      fmt::format("{}|{}|{}|{}|{}|{}", e, r, ano_anterior, t, f.revendas_desconsiderar,
                   usa_divisao ? (divisao_cv ? "CV" : "D") : "P"),
-      cargas_saldo, Empresa, Revenda, perini, perfin);
+      cargas_saldo, f.empresa, f.revenda, perini, perfin);
 
   // Plain rows (PLANO 1) say whether the account, or with a division filter
   // the company, has carried-forward rows for the year; division rows
@@ -256,20 +266,27 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
   if (mm == "00") return sa;
 
   // Movement of the period, in the form the plain balance would choose.
-  const std::string& lista = RevendasDesconsiderar;
+  const std::string& lista = f.revendas_desconsiderar;
   auto extra = [&](const char* alias) {
-    std::string condicao = TUtilContabil::SetAlias(alias, FiltroAdicional);
+    std::string condicao = TUtilContabil::SetAlias(alias, f.filtro_adicional);
     return condicao.empty() ? std::string() : kAnd + condicao;
   };
   std::vector<CargaGeral> cargas;
   std::string forma;
-  if (SaldoMensal && !com_filtro) {
+  if (f.saldo_mensal && !com_filtro) {
     forma = "M";
     cargas = {{kGeralMensal, 1, "P"}};
-  } else if (SaldoMensal) {
+  } else if (f.saldo_mensal) {
     forma = "MD";
     cargas = {{kGeralMensalDivisao + std::string(kColunasDivisaoE) + kGeralMensalDivisaoDe + exc_e +
                    kGeralMensalDivisaoGrupo + kColunasDivisaoE,
+               1, "P"}};
+  } else if (!lista.empty() && f.juncao_exclusao) {
+    forma = "X";
+    cargas = {{kGeralMovimentoJuncao + std::string(kColunasDivisaoCld) + kGeralMovimentoJuncaoDe +
+                   IncluiRestricaoRevendasDesconsiderar(lista, "l") + kGeralMovimentoJuncaoEmpresa +
+                   VerifRevendasDesconsiderar(lista, true, "l", "and", true) + extra("l") +
+                   kGeralMovimentoJuncaoGrupo + kColunasDivisaoCld,
                1, "P"}};
   } else if (!lista.empty()) {
     forma = "X";
@@ -288,13 +305,13 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
                    kColunasDivisaoDMinusculo,
                1, "P"}};
   }
-  const bool com_cv = sped && !SaldoMensal && !com_filtro;
+  const bool com_cv = sped && !f.saldo_mensal && !com_filtro;
   if (com_cv) cargas.push_back({kGeralMovimentoCV + extra("l") + kGeralMovimentoGrupo, 1, "V"});
-  db::ClientDataSet& movimento =
-      CarregaCacheGeral(kCacheMovimento,
-                        fmt::format("{}|{}|{}|{}|{}|{}|{}|{}", e, r, perini, perfin, forma, com_cv,
-                                    lista, FiltroAdicional),
-                        cargas, Empresa, Revenda, perini, perfin);
+  db::ClientDataSet& movimento = CarregaCacheGeral(
+      kCacheMovimento,
+      fmt::format("{}|{}|{}|{}|{}{}|{}|{}|{}", e, r, perini, perfin, forma,
+                  f.juncao_exclusao ? "J" : "", com_cv, lista, f.filtro_adicional),
+      cargas, f.empresa, f.revenda, perini, perfin);
 
   // Per book, the totals by nature. The division filter applies where the
   // statement had it: the division forms, and the exclusion join when a

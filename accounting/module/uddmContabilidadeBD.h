@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -226,6 +227,51 @@ class TddmContabilidadeBD {
                                             const std::string& FiltroAdicional,
                                             const std::string& RevendasDesconsiderar);
 
+  // ---- account balance with division lists ------------------------------------------
+  // The division variants of the analytic balance: cost centre, source,
+  // category, workshop section and modality may each be given as a list
+  // (which takes precedence over the single value), and the exclusion list is
+  // applied through the join of the entries to their division rows. Same
+  // sentinels and fallback rule as BuscaSaldoContaAnalitica.
+  double BuscaSaldoContaAnaliticaDivisoes(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+      const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+      const std::string& Categorias, const std::string& SecoesOficina,
+      const std::string& Modalidades, const std::string& FiltroAdicional, bool SaldoMensal,
+      const std::string& RevendasDesconsiderar);
+  // The same through the module's cache of the whole period.
+  double BuscaSaldoContaAnaliticaGeralDivisoes(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t Reservado1, int32_t Reservado2,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+      const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+      const std::string& Categorias, const std::string& SecoesOficina,
+      const std::string& Modalidades, const std::string& FiltroAdicional, bool SaldoMensal,
+      const std::string& RevendasDesconsiderar);
+  // The chart walker over the division variants (Geral chooses the cached
+  // one), with the accumulation rules of BuscaSaldoConta.
+  double BuscaSaldoContaDivisoes(int32_t Empresa, int32_t Revenda, int32_t AnoMes,
+                                 int32_t Reservado1, int32_t Reservado2, int32_t CentroCusto,
+                                 int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+                                 int32_t RevendaDivisao, const std::string& TipoItem,
+                                 const std::string& Modalidade, const std::string& Conta,
+                                 const std::string& Nivel, const std::string& CentrosCusto,
+                                 const std::string& Fontes, const std::string& Categorias,
+                                 const std::string& SecoesOficina, const std::string& Modalidades,
+                                 const std::string& FiltroAdicional, double& Saldo, bool Geral,
+                                 bool SaldoMensal, const std::string& RevendasDesconsiderar);
+  // The division variants' balance over a range of months (their fallback).
+  double BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+      const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+      const std::string& Categorias, const std::string& SecoesOficina,
+      const std::string& Modalidades, const std::string& FiltroAdicional, bool SaldoMensal,
+      const std::string& RevendasDesconsiderar);
+
   // ---- account movement between days of a month ---------------------------------
   // The net movement (debits minus credits) of an analytic account's division
   // rows between two days of one month, narrowed by the division filters
@@ -355,6 +401,25 @@ class TddmContabilidadeBD {
   static std::string FiltroDivisao(const FiltroSaldo& filtro);
   double MovimentoConta(db::SQLDataSet& consulta, const FiltroSaldo& filtro,
                         const std::string& primeiro, const std::string& ultimo, bool com_filtro);
+  // The analytic balance, its general (cached) form and the balance over a
+  // range of months, for filters already gathered.
+  double SaldoAnalitico(const FiltroSaldo& filtro, int32_t AnoMes);
+  double SaldoAnaliticoGeral(const FiltroSaldo& filtro, int32_t AnoMes);
+  double SaldoPeriodo(const FiltroSaldo& filtro, int32_t AnoMesInicial, int32_t AnoMesFinal);
+  // The chart walk shared by the chart walkers: an analytic account sets
+  // Saldo, a synthetic one adds its analytic descendants' balances.
+  double CaminhaPlano(int32_t Empresa, int32_t Revenda, const std::string& Conta,
+                      const std::string& Nivel, double& Saldo,
+                      const std::function<double(const std::string&)>& analitica);
+  static FiltroSaldo FiltroDivisoes(int32_t Empresa, int32_t Revenda, int32_t CentroCusto,
+                                    int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+                                    int32_t RevendaDivisao, const std::string& TipoItem,
+                                    const std::string& Modalidade, const std::string& Conta,
+                                    const std::string& CentrosCusto, const std::string& Fontes,
+                                    const std::string& Categorias, const std::string& SecoesOficina,
+                                    const std::string& Modalidades,
+                                    const std::string& FiltroAdicional, bool SaldoMensal,
+                                    const std::string& RevendasDesconsiderar);
   // One statement feeding a cache of the general balance, with the marks of
   // its rows.
   struct CargaGeral {

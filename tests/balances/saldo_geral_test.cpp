@@ -147,6 +147,87 @@ TEST_P(SaldoGeralTest, ListVariantWithOneElementEqualsSingleValue) {
                 0.005);
 }
 
+TEST_P(SaldoGeralTest, DivisionVariantWithOneElementListsEqualsSingleValues) {
+  Popula(13);
+  Bind();
+  std::mt19937 rng(17);
+  auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  const std::vector<std::string> listas = {"", "(3)", "(1,2)"};
+  for (int i = 0; i < 60; ++i) {
+    const std::string conta = fmt::format("1.{}", pick(0, 9));
+    const int ano_mes = 2024 * 100 + pick(0, 12);
+    const int centro = pick(0, 1) ? -1 : pick(1, 3);
+    const int fonte = pick(0, 3) ? -1 : 7;
+    const std::string lista = listas[pick(0, 2)];
+    const bool mensal = pick(0, 5) == 0;
+    const double plain = dm_->BuscaSaldoContaAnalitica(1, 1, ano_mes, 0, 0, centro, fonte, -1, -1,
+                                                       -1, "", "", conta, "", mensal, "", lista);
+    // The same filters as one-element lists, the single values left at -1.
+    const std::string centros = centro == -1 ? "" : std::to_string(centro);
+    const std::string fontes = fonte == -1 ? "" : std::to_string(fonte);
+    const double divisoes = dm_->BuscaSaldoContaAnaliticaDivisoes(
+        1, 1, ano_mes, 0, 0, -1, -1, -1, -1, -1, "", "", conta, centros, fontes, "", "", "", "",
+        mensal, lista);
+    EXPECT_NEAR(divisoes, plain, 0.005)
+        << "query " << i << " " << conta << " " << ano_mes << " cc " << centro << " fonte " << fonte
+        << " lista '" << lista << "' mensal " << mensal;
+    const double geral = dm_->BuscaSaldoContaAnaliticaGeralDivisoes(
+        1, 1, ano_mes, 0, 0, -1, -1, -1, -1, -1, "", "", conta, centros, fontes, "", "", "", "",
+        mensal, lista);
+    EXPECT_NEAR(geral, divisoes, 0.005) << "query " << i;
+  }
+}
+
+TEST_P(SaldoGeralTest, DivisionListsCoverSeveralValuesAtOnce) {
+  Popula(19);
+  Bind();
+  for (const char* conta : {"1.0", "1.4", "1.7"}) {
+    double separados = 0;
+    for (int cc = 1; cc <= 3; ++cc)
+      separados += dm_->BuscaSaldoContaAnaliticaDivisoes(
+          1, 1, 202412, 0, 0, cc, -1, -1, -1, -1, "", "", conta, "", "", "", "", "", "", false, "");
+    const double juntos =
+        dm_->BuscaSaldoContaAnaliticaDivisoes(1, 1, 202412, 0, 0, -1, -1, -1, -1, -1, "", "", conta,
+                                              "1,2,3", "", "", "", "", "", false, "");
+    EXPECT_NEAR(juntos, separados, 0.005) << conta;
+  }
+}
+
+TEST_P(SaldoGeralTest, DivisionVariantAppliesExclusionThroughTheJoin) {
+  Popula(23);
+  Bind();
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaDivisoes(1, 1, 202405, 0, 0, -1, -1, -1, -1, -1, "", "", "1.2", "",
+                                        "", "", "", "", "", false, "(3)");
+  ASSERT_EQ(trace_->Statements().size(), 2u);
+  EXPECT_EQ(trace_->Statements()[1],
+            "select l.natureza, sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l "
+            "inner join CTB_LANCAMENTO_DIVIDIDO cld     on (cld.EMPRESA = l.EMPRESA    and "
+            "cld.REVENDA = l.REVENDA    and cld.ANO_MES = l.ANO_MES    and cld.LANCAMENTO = "
+            "l.LANCAMENTO  and ((cld.REVENDA_DIVISAO is null) or (cld.REVENDA_DIVISAO not in "
+            "(3)))  and ((cld.REVENDA_ORIGEM is null) or (cld.REVENDA_ORIGEM not in (3))) )  "
+            "where l.empresa = 1 and l.revenda = 1 and l.conta = '1.2' and l.ano_mes between "
+            "202401 and 202405 and ((l.REVENDA_OPERACAO is null) or (l.REVENDA_OPERACAO not in "
+            "(3)))  group by l.natureza");
+}
+
+TEST_P(SaldoGeralTest, DivisionChartWalkerSumsAnalyticDescendants) {
+  Popula(29);
+  Bind();
+  for (bool geral : {false, true}) {
+    double esperado = 0;
+    for (int c = 0; c < 10; ++c)
+      esperado += dm_->BuscaSaldoContaAnaliticaDivisoes(1, 1, 202410, 0, 0, -1, -1, -1, -1, -1, "",
+                                                        "", fmt::format("1.{}", c), "1,2", "", "",
+                                                        "", "", "", false, "");
+    double saldo = 0;
+    EXPECT_NEAR(
+        dm_->BuscaSaldoContaDivisoes(1, 1, 202410, 0, 0, -1, -1, -1, -1, -1, "", "", "1", "S",
+                                     "1,2", "", "", "", "", "", saldo, geral, false, ""),
+        esperado, 0.005);
+  }
+}
+
 KVC_INSTANTIATE_BACKENDS(SaldoGeralTest);
 
 }  // namespace
