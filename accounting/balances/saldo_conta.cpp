@@ -161,7 +161,10 @@ double DebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
 
 std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
   std::string fd;
-  if (f.revenda_divisao > -1) fd += " and revenda_divisao = " + sql::Integer(f.revenda_divisao);
+  if (!f.revendas_divisao.empty())
+    fd += " and revenda_divisao in (" + f.revendas_divisao + ")";
+  else if (f.revenda_divisao > -1)
+    fd += " and revenda_divisao = " + sql::Integer(f.revenda_divisao);
   if (!f.centros_custo.empty())
     fd += " and centro_custo in (" + f.centros_custo + ")";
   else if (f.centro_custo > -1)

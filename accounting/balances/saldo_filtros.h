@@ -53,6 +53,7 @@ struct FiltroSaldo {
   std::string categorias;
   std::string secoes_oficina;
   std::string modalidades;
+  std::string revendas_divisao;
   // The division variants apply the exclusion list through the join of the
   // entries to their division rows.
   bool juncao_exclusao = false;
@@ -64,7 +65,8 @@ struct FiltroSaldo {
     return centro_custo != -1 || fonte != -1 || categoria != -1 || secao_oficina != -1 ||
            revenda_divisao != -1 || !centros_custo.empty() || !tipo_item.empty() ||
            !(modalidade.empty() || modalidade == "SPED") || !fontes.empty() ||
-           !categorias.empty() || !secoes_oficina.empty() || !modalidades.empty();
+           !categorias.empty() || !secoes_oficina.empty() || !modalidades.empty() ||
+           !revendas_divisao.empty();
   }
 };
 

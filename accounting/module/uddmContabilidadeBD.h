@@ -297,6 +297,28 @@ class TddmContabilidadeBD {
                                 double& Saldo, bool UsaCache,
                                 const std::string& RevendasDesconsiderar);
 
+  // The division variant of BuscaSaldoContaAnaliticaPeriodo: cost centre,
+  // source, category, workshop section, division dealership and modality
+  // may each come as a list. Answered by its own statements on every call
+  // (the module's movement cache serves the single-value form).
+  double BuscaSaldoContaAnaliticaPeriodoDivisoes(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t DiaInicial, int32_t DiaFinal,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+      const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+      const std::string& Categorias, const std::string& SecoesOficina,
+      const std::string& RevendasDivisao, const std::string& Modalidades,
+      const std::string& RevendasDesconsiderar);
+  // The chart walker over BuscaSaldoContaAnaliticaPeriodoDivisoes.
+  double BuscaSaldoContaPeriodoDivisoes(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t DiaInicial, int32_t DiaFinal,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+      const std::string& Conta, const std::string& Nivel, const std::string& CentrosCusto,
+      const std::string& Fontes, const std::string& Categorias, const std::string& SecoesOficina,
+      const std::string& RevendasDivisao, const std::string& Modalidades, double& Saldo,
+      const std::string& RevendasDesconsiderar);
+
   // ---- balance with division lists -----------------------------------------------
   // The balance of an analytic account at the end of AnoMes with every
   // division given as a list ("" or "-1" for none; TipoItem single;
