@@ -1,7 +1,8 @@
 // The movement of an analytic account's division rows between two days of one
 // month (BuscaSaldoContaAnaliticaPeriodo), answered from the module's cache of
-// the grouped movement of the month or by its own statements, and the chart
-// walker over it (BuscaSaldoContaPeriodo).
+// the grouped movement of the month or by its own statements, the chart
+// walker over it (BuscaSaldoContaPeriodo), and their division variants with
+// list-valued filters.
 #include <array>
 #include <functional>
 #include <utility>
@@ -211,6 +212,74 @@ double TddmContabilidadeBD::BuscaSaldoContaPeriodo(
   };
   soma_filhas(Conta);
   return Saldo;  // 3
+}
+
+// The division variant of steps 5 and 6: the same statements, with every
+// dimension that comes as a list written as "in (list)"; the second book is
+// narrowed, as in the single form, only by division dealership, cost centres
+// and item type. No cache is used.
+double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodoDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t DiaInicial, int32_t DiaFinal,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
+    const std::string& Categorias, const std::string& SecoesOficina,
+    const std::string& RevendasDivisao, const std::string& Modalidades,
+    const std::string& RevendasDesconsiderar) {
+  auto q = NovaConsulta("sdsSaldoContaPeriodoDivisoes");
+  const std::string e = sql::Integer(Empresa);
+  const std::string r = sql::Integer(Revenda);
+  const std::string mes = sql::Integer(AnoMes);
+  const std::string di = sql::Integer(DiaInicial);
+  const std::string df = sql::Integer(DiaFinal);
+  const std::string& lista = RevendasDesconsiderar;
+  FiltroSaldo filtro{Empresa,        Revenda,
+                     CentroCusto,    Fonte,
+                     Categoria,      SecaoOficina,
+                     RevendaDivisao, TipoItem,
+                     Modalidade,     Conta,
+                     CentrosCusto,   false,
+                     std::string(),  RevendasDesconsiderar};
+  filtro.fontes = Fontes;
+  filtro.categorias = Categorias;
+  filtro.secoes_oficina = SecoesOficina;
+  filtro.revendas_divisao = RevendasDivisao;
+  filtro.modalidades = Modalidades;
+  const std::string fd = FiltroDivisao(filtro);
+  const std::string sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta + Conta + "'" +
+                          kMovimentoMes + mes + kMovimentoDias + di + kAnd + df +
+                          VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
+                          VerifRevendasDesconsiderar(lista, false, "d", "and", true);
+  double debitos = Total(*q, sql + kDebito + fd);
+  double creditos = Total(*q, sql + kCredito + fd);
+  if (Modalidade == kSped) {
+    FiltroSaldo reduzido{Empresa,        Revenda,      CentroCusto,   -1,    -1,           -1,
+                         RevendaDivisao, TipoItem,     std::string(), Conta, CentrosCusto, false,
+                         std::string(),  std::string()};
+    reduzido.revendas_divisao = RevendasDivisao;
+    const std::string fd_cv = FiltroDivisao(reduzido);
+    const std::string sql_cv = kMovimentoCV + e + kMovimentoRevenda + r + kMovimentoConta + Conta +
+                               "'" + kMovimentoMes + mes + kMovimentoDias + di + kAnd + df;
+    debitos += Total(*q, sql_cv + kDebito + fd_cv);
+    creditos += Total(*q, sql_cv + kCredito + fd_cv);
+  }
+  return debitos - creditos;
+}
+
+double TddmContabilidadeBD::BuscaSaldoContaPeriodoDivisoes(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t DiaInicial, int32_t DiaFinal,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
+    const std::string& Conta, const std::string& Nivel, const std::string& CentrosCusto,
+    const std::string& Fontes, const std::string& Categorias, const std::string& SecoesOficina,
+    const std::string& RevendasDivisao, const std::string& Modalidades, double& Saldo,
+    const std::string& RevendasDesconsiderar) {
+  return CaminhaPlano(Empresa, Revenda, Conta, Nivel, Saldo, [&](const std::string& conta) {
+    return BuscaSaldoContaAnaliticaPeriodoDivisoes(
+        Empresa, Revenda, AnoMes, DiaInicial, DiaFinal, CentroCusto, Fonte, Categoria, SecaoOficina,
+        RevendaDivisao, TipoItem, Modalidade, conta, CentrosCusto, Fontes, Categorias,
+        SecoesOficina, RevendasDivisao, Modalidades, RevendasDesconsiderar);
+  });
 }
 
 }  // namespace kvc
