@@ -182,6 +182,36 @@ class SaldoOracleTest : public ModuleTest {
     return anterior(ano - 2) + movimento((ano - 1) * 100 + 1, ano_mes);
   }
 
+  // The balance over a range of months: the carried-forward balance of the
+  // year before the first month's (none counts as zero) plus the movement.
+  double EsperadoPeriodo(int revenda, const std::string& conta, int inicial, int final,
+                         int revenda_divisao) const {
+    const int ano_anterior = inicial / 100 - 1;
+    double sa = 0;
+    for (const auto& a : anteriores_divisao_)
+      if (revenda_divisao != -1 && a.ano == ano_anterior && a.revenda == revenda &&
+          a.conta == conta && a.revenda_divisao == revenda_divisao)
+        sa += a.saldo;
+    for (const auto& a : anteriores_)
+      if (revenda_divisao == -1 && a.ano == ano_anterior && a.revenda == revenda &&
+          a.conta == conta)
+        sa += a.saldo;
+    double m = 0;
+    for (const Entrada& e : entradas_) {
+      if (e.cv || e.revenda != revenda || e.conta != conta || e.ano_mes < inicial ||
+          e.ano_mes > final)
+        continue;
+      const double sinal = e.natureza == 'D' ? 1 : -1;
+      if (revenda_divisao == -1) {
+        m += sinal * e.valor;
+      } else {
+        for (const Divisao& d : e.divisoes)
+          if (d.revenda_divisao == revenda_divisao) m += sinal * d.valor;
+      }
+    }
+    return sa + m;
+  }
+
   std::vector<Entrada> entradas_;
   std::vector<Anterior> anteriores_;
   std::vector<AnteriorDivisao> anteriores_divisao_;
@@ -245,6 +275,32 @@ TEST_P(SaldoOracleTest, SyntheticAccountEqualsSumOfAnalyticDescendants) {
                   esperado, 0.005)
           << ano_mes << (geral ? " general" : "");
     }
+  }
+}
+
+TEST_P(SaldoOracleTest, PeriodBalanceEqualsIndependentComputationOfItsRange) {
+  Gera(43);
+  Bind();
+  std::mt19937 rng(47);
+  auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  for (int i = 0; i < 60; ++i) {
+    const int revenda = pick(1, 2);
+    const std::string conta = fmt::format("2.{}", pick(0, 5));
+    const int inicial = pick(2023, 2024) * 100 + pick(1, 12);
+    const int final = inicial + pick(0, 14);
+    const int revenda_divisao = pick(0, 1) ? -1 : pick(1, 4);
+    const double esperado = EsperadoPeriodo(revenda, conta, inicial, final, revenda_divisao);
+    EXPECT_NEAR(
+        dm_->BuscaSaldoAntContaAnaliticaPeriodo(1, revenda, inicial, final, -1, -1, -1, -1,
+                                                revenda_divisao, "", "", conta, "", false, "", ""),
+        esperado, 0.005)
+        << "query " << i << " " << conta << " " << inicial << "-" << final << " rd "
+        << revenda_divisao;
+    EXPECT_NEAR(dm_->BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
+                    1, revenda, inicial, final, -1, -1, -1, -1, revenda_divisao, "", "", conta, "",
+                    "", "", "", "", "", false, ""),
+                esperado, 0.005)
+        << "division variant, query " << i;
   }
 }
 
