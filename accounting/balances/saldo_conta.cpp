@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include "accounting/balances/leitura_saldo.h"
 #include "accounting/balances/saldo_filtros.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -118,46 +119,7 @@ std::unique_ptr<db::SQLDataSet> TddmContabilidadeBD::NovaConsulta(const char* no
   return consulta;
 }
 
-namespace {
-
-// Opens `sql` on `q` and returns the sum of the first column over its rows,
-// and whether there was any row.
-struct Soma {
-  double valor = 0;
-  bool tem_linhas = false;
-};
-Soma SomaPrimeiraColuna(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
-  Soma soma;
-  for (q.First(); !q.Eof(); q.Next()) {
-    soma.tem_linhas = true;
-    soma.valor += q.Field(0).AsFloat();
-  }
-  q.Close();
-  return soma;
-}
-
-// 8. Debits minus credits of a movement query's NATUREZA/TOTAL rows; other
-// natures are ignored.
-double DebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
-  double debitos = 0, creditos = 0;
-  for (q.First(); !q.Eof(); q.Next()) {
-    const std::string natureza = q.FieldByName("NATUREZA").AsString();
-    if (natureza == "C")
-      creditos += q.FieldByName("TOTAL").AsFloat();
-    else if (natureza == "D")
-      debitos += q.FieldByName("TOTAL").AsFloat();
-  }
-  q.Close();
-  return debitos - creditos;
-}
-
-}  // namespace
+namespace {}  // namespace
 
 std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
   std::string fd;

@@ -17,6 +17,7 @@
 
 #include <fmt/format.h>
 
+#include "accounting/balances/leitura_saldo.h"
 #include "accounting/balances/saldo_filtros.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -214,17 +215,6 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
     return SaldoPeriodo(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
   };
 
-  // The sum of a field over the rows that pass `filtro`, and their count.
-  auto soma = [](db::ClientDataSet& cds, const std::string& filtro, const char* campo) {
-    cds.SetFiltered(false);
-    cds.SetFilter(filtro);
-    cds.SetFiltered(true);
-    double total = 0;
-    size_t linhas = 0;
-    for (cds.First(); !cds.Eof(); cds.Next(), ++linhas) total += cds.FieldByName(campo).AsFloat();
-    return std::pair{total, linhas};
-  };
-
   // Carried-forward balances: the plain set of the chosen table, and the
   // division set (its second-book table for an opening balance in "SPED")
   // when the balance is taken by division.
@@ -256,12 +246,12 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
   // (PLANO 0) give the balance under the filter.
   double sa = 0;
   if (!usa_divisao) {
-    auto [valor, linhas] = soma(saldos, filtro_conta + " and plano = 1", "VALOR");
+    auto [valor, linhas] = SomaFiltrada(saldos, filtro_conta + " and plano = 1", "VALOR");
     if (linhas == 0) return fallback();
     sa = valor;
   } else {
-    if (soma(saldos, "plano = 1", "VALOR").second == 0) return fallback();
-    sa = soma(saldos, filtro_conta + " and plano = 0" + fd, "VALOR").first;
+    if (SomaFiltrada(saldos, "plano = 1", "VALOR").second == 0) return fallback();
+    sa = SomaFiltrada(saldos, filtro_conta + " and plano = 0" + fd, "VALOR").first;
   }
   if (mm == "00") return sa;
 
@@ -321,8 +311,8 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
     Naturezas n;
     const std::string base =
         filtro_conta + " and livro = '" + livro + "'" + (aplica_fd ? fd : std::string());
-    auto [debito, linhas_d] = soma(movimento, base + " and natureza = 'D'", "VALOR");
-    auto [credito, linhas_c] = soma(movimento, base + " and natureza = 'C'", "VALOR");
+    auto [debito, linhas_d] = SomaFiltrada(movimento, base + " and natureza = 'D'", "VALOR");
+    auto [credito, linhas_c] = SomaFiltrada(movimento, base + " and natureza = 'C'", "VALOR");
     n.debito = debito;
     n.tem_debito = linhas_d > 0;
     n.credito = credito;

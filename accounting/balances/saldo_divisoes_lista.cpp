@@ -5,6 +5,7 @@
 // single-value balance of BuscaSaldoConta.
 #include <string>
 
+#include "accounting/balances/leitura_saldo.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "accounting/services/zorutils.h"
@@ -108,34 +109,6 @@ std::string AnoAnterior(int32_t AnoMes) {
   return sql::Integer(std::stoll(sql::Integer(AnoMes).substr(0, 4)) - 1);
 }
 
-// The carried-forward SALDO (null when no row matched). The reader helpers of
-// the single-value balance live in its own file and are not reachable here.
-db::Value SaldoAnteriorDe(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
-  db::Value saldo = q.IsEmpty() ? db::Value() : q.FieldByName("SALDO");
-  q.Close();
-  return saldo;
-}
-
-// 6. Debits minus credits of NATUREZA/TOTAL rows; other natures are ignored.
-double DebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
-  double debitos = 0, creditos = 0;
-  for (q.First(); !q.Eof(); q.Next()) {
-    const std::string natureza = q.FieldByName("NATUREZA").AsString();
-    if (natureza == "C")
-      creditos += q.FieldByName("TOTAL").AsFloat();
-    else if (natureza == "D")
-      debitos += q.FieldByName("TOTAL").AsFloat();
-  }
-  q.Close();
-  return debitos - creditos;
-}
-
 }  // namespace
 
 // Steps 1 to 6; the numbers appear in the body.
@@ -157,9 +130,11 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoes(
       VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
   auto q = NovaConsulta("sdsSaldoComDivisoes");
 
-  const db::Value saldo = SaldoAnteriorDe(  // 3
-      *q, kSaldoAnterior + e + kSaldoAnteriorRevenda + r + kSaldoAnteriorAno + ano_anterior +
-              kSaldoAnteriorConta + Conta + kAspa + exc_e + fd);
+  const db::Value saldo = PrimeiroValor(  // 3
+      *q,
+      kSaldoAnterior + e + kSaldoAnteriorRevenda + r + kSaldoAnteriorAno + ano_anterior +
+          kSaldoAnteriorConta + Conta + kAspa + exc_e + fd,
+      "SALDO");
   if (saldo.IsNull()) {  // 4: the exclusion list is dropped on purpose.
     q.reset();
     return BuscaSaldoComDivisoesPeriodo(
@@ -202,9 +177,11 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoesPeriodo(
       VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
   auto q = NovaConsulta("sdsSaldoComDivisoesPeriodo");
 
-  const db::Value saldo = SaldoAnteriorDe(  // 3, with no fallback (4)
-      *q, kSaldoAnterior + e + kSaldoAnteriorRevenda + r + kSaldoAnteriorAno + ano_anterior +
-              kSaldoAnteriorConta + Conta + kAspa + exc_e + fd);
+  const db::Value saldo = PrimeiroValor(  // 3, with no fallback (4)
+      *q,
+      kSaldoAnterior + e + kSaldoAnteriorRevenda + r + kSaldoAnteriorAno + ano_anterior +
+          kSaldoAnteriorConta + Conta + kAspa + exc_e + fd,
+      "SALDO");
 
   std::string sql;  // 5
   if (SaldoMensal)

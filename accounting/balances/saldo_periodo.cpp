@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "accounting/balances/leitura_saldo.h"
 #include "accounting/balances/saldo_filtros.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -70,27 +71,6 @@ constexpr char kFilhasEmpresa[] = "EMPRESA = ";
 constexpr char kFilhasRevenda[] = " and   REVENDA = ";
 constexpr char kFilhasSuperiora[] = " and   CONTA_SUPERIORA = '";
 
-// The TOTAL of a single-row statement; no row or a null sum counts as zero.
-double Total(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
-  const double total = q.Eof() ? 0 : q.FieldByName("TOTAL").AsFloat();
-  q.Close();
-  return total;
-}
-
-// The sum of TOTAL over the rows of `cds` that pass `filtro`; filtering is
-// switched off before the text changes.
-double TotalFiltrado(db::ClientDataSet& cds, std::string filtro) {
-  cds.SetFiltered(false);
-  cds.SetFilter(std::move(filtro));
-  cds.SetFiltered(true);
-  double total = 0;
-  for (cds.First(); !cds.Eof(); cds.Next()) total += cds.FieldByName("TOTAL").AsFloat();
-  return total;
-}
-
 }  // namespace
 
 double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodo(
@@ -140,15 +120,15 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodo(
   if (UsaCache) {  // 4
     db::ClientDataSet& movimento = *caches_[kCacheMovimentoDias];
     const std::string filtro = kFiltroConta + Conta + "'" + fd;
-    debitos += TotalFiltrado(movimento, filtro + kDebito);
-    creditos += TotalFiltrado(movimento, filtro + kCredito);
+    debitos += SomaFiltrada(movimento, filtro + kDebito, "TOTAL").first;
+    creditos += SomaFiltrada(movimento, filtro + kCredito, "TOTAL").first;
   } else {  // 5
     const std::string sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta + Conta + "'" +
                             kMovimentoMes + mes + kMovimentoDias + di + kAnd + df +
                             VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
                             VerifRevendasDesconsiderar(lista, false, "d", "and", true);
-    debitos += Total(*q, sql + kDebito + fd);
-    creditos += Total(*q, sql + kCredito + fd);
+    debitos += PrimeiroValor(*q, sql + kDebito + fd, "TOTAL").AsFloat();
+    creditos += PrimeiroValor(*q, sql + kCredito + fd, "TOTAL").AsFloat();
   }
 
   // 6. The second book, cached or not: only the division dealership, the
@@ -160,8 +140,8 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodo(
                     std::string(), Conta, CentrosCusto, false, std::string(), std::string()});
     const std::string sql = kMovimentoCV + e + kMovimentoRevenda + r + kMovimentoConta + Conta +
                             "'" + kMovimentoMes + mes + kMovimentoDias + di + kAnd + df;
-    debitos += Total(*q, sql + kDebito + fd_cv);
-    creditos += Total(*q, sql + kCredito + fd_cv);
+    debitos += PrimeiroValor(*q, sql + kDebito + fd_cv, "TOTAL").AsFloat();
+    creditos += PrimeiroValor(*q, sql + kCredito + fd_cv, "TOTAL").AsFloat();
   }
   return debitos - creditos;  // 7
 }
@@ -250,8 +230,8 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodoDivisoes(
                           kMovimentoMes + mes + kMovimentoDias + di + kAnd + df +
                           VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
                           VerifRevendasDesconsiderar(lista, false, "d", "and", true);
-  double debitos = Total(*q, sql + kDebito + fd);
-  double creditos = Total(*q, sql + kCredito + fd);
+  double debitos = PrimeiroValor(*q, sql + kDebito + fd, "TOTAL").AsFloat();
+  double creditos = PrimeiroValor(*q, sql + kCredito + fd, "TOTAL").AsFloat();
   if (Modalidade == kSped) {
     FiltroSaldo reduzido{Empresa,        Revenda,      CentroCusto,   -1,    -1,           -1,
                          RevendaDivisao, TipoItem,     std::string(), Conta, CentrosCusto, false,
@@ -260,8 +240,8 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodoDivisoes(
     const std::string fd_cv = FiltroDivisao(reduzido);
     const std::string sql_cv = kMovimentoCV + e + kMovimentoRevenda + r + kMovimentoConta + Conta +
                                "'" + kMovimentoMes + mes + kMovimentoDias + di + kAnd + df;
-    debitos += Total(*q, sql_cv + kDebito + fd_cv);
-    creditos += Total(*q, sql_cv + kCredito + fd_cv);
+    debitos += PrimeiroValor(*q, sql_cv + kDebito + fd_cv, "TOTAL").AsFloat();
+    creditos += PrimeiroValor(*q, sql_cv + kCredito + fd_cv, "TOTAL").AsFloat();
   }
   return debitos - creditos;
 }
