@@ -439,21 +439,20 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeralDivisoes(
       AnoMes);
 }
 
-// The division variants' fallback. It takes the division variants' strings
-// whole (with the extra condition), so that the fallback answers under the
-// same filters as the balance that called it.
+// The division variants' balance over a range of months. The analytic
+// division variants fall back through SaldoPeriodo with their whole filter,
+// modality list included.
 double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
     int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
     int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
     int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
     const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
-    const std::string& Categorias, const std::string& SecoesOficina, const std::string& Modalidades,
-    const std::string& FiltroAdicional, bool SaldoMensal,
-    const std::string& RevendasDesconsiderar) {
+    const std::string& Categorias, const std::string& SecoesOficina, bool SaldoMensal,
+    const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
   return SaldoPeriodo(
       FiltroDivisoes(Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
                      TipoItem, Modalidade, Conta, CentrosCusto, Fontes, Categorias, SecoesOficina,
-                     Modalidades, FiltroAdicional, SaldoMensal, RevendasDesconsiderar),
+                     std::string(), FiltroAdicional, SaldoMensal, RevendasDesconsiderar),
       AnoMesInicial, AnoMesFinal);
 }
 

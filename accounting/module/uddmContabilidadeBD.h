@@ -262,15 +262,16 @@ class TddmContabilidadeBD {
                                  const std::string& SecoesOficina, const std::string& Modalidades,
                                  const std::string& FiltroAdicional, double& Saldo, bool Geral,
                                  bool SaldoMensal, const std::string& RevendasDesconsiderar);
-  // The division variants' balance over a range of months (their fallback).
+  // The division variants' balance over a range of months (their fallback
+  // answers through the same computation with all their filters): cost
+  // centre, source, category and workshop section may come as lists.
   double BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
       int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
       int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
       int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
       const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
-      const std::string& Categorias, const std::string& SecoesOficina,
-      const std::string& Modalidades, const std::string& FiltroAdicional, bool SaldoMensal,
-      const std::string& RevendasDesconsiderar);
+      const std::string& Categorias, const std::string& SecoesOficina, bool SaldoMensal,
+      const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar);
 
   // ---- account movement between days of a month ---------------------------------
   // The net movement (debits minus credits) of an analytic account's division

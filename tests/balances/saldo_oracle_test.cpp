@@ -298,7 +298,7 @@ TEST_P(SaldoOracleTest, PeriodBalanceEqualsIndependentComputationOfItsRange) {
         << revenda_divisao;
     EXPECT_NEAR(dm_->BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
                     1, revenda, inicial, final, -1, -1, -1, -1, revenda_divisao, "", "", conta, "",
-                    "", "", "", "", "", false, ""),
+                    "", "", "", false, "", ""),
                 esperado, 0.005)
         << "division variant, query " << i;
   }
