@@ -356,6 +356,55 @@ class TddmContabilidadeBD {
                                    double& Saldo, bool SaldoMensal,
                                    const std::string& HistoricosExcluidos);
 
+  // ---- movement over a period ----
+  // The net movement (debits minus credits) of an analytic account from
+  // AnoMesInicial to AnoMesFinal (YYYYMM, both inclusive), for the whole
+  // account or, with PorDivisao, for the one division combination of the
+  // division arguments (-1 or empty for none; ModalidadeOperacao "SPED" adds
+  // the second book and asks for no modality). With PorDivisao a non-empty
+  // RestricaoDivisao is the division condition as it stands; without it,
+  // "SPED_Tavro" reads the entries' own values. UsaSaldoDivisaoMes reads the
+  // monthly division balances, counted as debit. One statement per call, run
+  // as written (no rewriting). When several rows of one nature come back the
+  // last one read counts. Database errors propagate.
+  double CalculaMovimentoContaAnaliticaPeriodo(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& ModalidadeOperacao,
+      const std::string& Conta, bool PorDivisao, const std::string& RestricaoDivisao,
+      bool UsaSaldoDivisaoMes, const std::string& RevendasDesconsiderar);
+  // The same answered from cdsSaldoTotal, loaded once with the movement of
+  // every account of the company, dealership and range and then filtered on
+  // the account (and division values). The cache is keyed by those four
+  // values only (division mode also needs the division columns): the source
+  // flag, the exclusion list and "SPED" are not part of the key, and a
+  // total-mode call accepts rows loaded in division mode. Intended. Leaves
+  // cdsSaldoTotal open and filtered on the account.
+  double CalculaMovimentoContaAnaliticaPeriodoGeral(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+      int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+      int32_t RevendaDivisao, const std::string& TipoItem, const std::string& ModalidadeOperacao,
+      const std::string& Conta, bool PorDivisao, bool UsaSaldoDivisaoMes,
+      const std::string& RevendasDesconsiderar);
+  // The division condition of the single form's statement: RestricaoDivisao
+  // when not empty; otherwise " and <column> = <value>" or " and <column> is
+  // null" for division dealership, cost centre, source, category, workshop
+  // section, item type and modality, in that order. A number counts only when
+  // greater than -1; "SPED" counts as no modality. Values are not escaped.
+  static std::string MontaRestricaoDivisao(int32_t CentroCusto, int32_t Fonte, int32_t Categoria,
+                                           int32_t SecaoOficina, int32_t RevendaDivisao,
+                                           const std::string& TipoItem,
+                                           const std::string& ModalidadeOperacao,
+                                           const std::string& RestricaoDivisao);
+  // The division condition of the Geral form's filter, same order and null
+  // texts; a number other than exactly -1 is written " and <column> = <value>
+  // and <column> is not null" (so -2 is searched for). Deliberately unlike
+  // MontaRestricaoDivisao.
+  static std::string MontaFiltroDivisao(int32_t CentroCusto, int32_t Fonte, int32_t Categoria,
+                                        int32_t SecaoOficina, int32_t RevendaDivisao,
+                                        const std::string& TipoItem,
+                                        const std::string& ModalidadeOperacao);
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }

@@ -1,0 +1,363 @@
+// The net movement of an analytic account over a range of months: one grouped
+// statement per call (CalculaMovimentoContaAnaliticaPeriodo), or the grouped
+// movement of every account kept in cdsSaldoTotal and filtered per account
+// (CalculaMovimentoContaAnaliticaPeriodoGeral), with the two division
+// conditions they use.
+#include <memory>
+#include <string>
+
+#include "accounting/db/sql_format.h"
+#include "accounting/module/uddmContabilidadeBD.h"
+
+namespace kvc {
+namespace {
+
+constexpr char kSped[] = "SPED";
+constexpr char kSpedTavro[] = "SPED_Tavro";
+constexpr char kAnd[] = " and ";
+
+// The division conditions: column names and the pieces around the values.
+constexpr char kRevendaDivisao[] = "revenda_divisao";
+constexpr char kCentroCusto[] = "centro_custo";
+constexpr char kFonte[] = "fonte";
+constexpr char kCategoria[] = "categoria";
+constexpr char kSecaoOficina[] = "secao_oficina";
+constexpr char kTipoItem[] = "tipo_item";
+constexpr char kModalidade[] = "modalidade_operacao";
+constexpr char kIgual[] = " = ";
+constexpr char kNulo[] = " is null";
+constexpr char kNaoNulo[] = " is not null";
+
+// ---- single form ----
+
+// 2a: the monthly division balances of the account, all counted as debit.
+constexpr char kMesInicio[] =
+    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = ";
+constexpr char kMesRevenda[] = " and   e.revenda = ";
+constexpr char kMesConta[] = " and   e.conta = '";
+constexpr char kMesPeriodo[] = "' and   e.ano_mes between ";
+
+// 2b: the journal with the dealership exclusion (also step 4's replacement
+// when a list is given).
+constexpr char kExclusaoInicio[] =
+    "select L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from CTB_LANCAMENTO L "
+    "       left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA       "
+    "  and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and D.LANCAMENTO = "
+    "L.LANCAMENTO  where L.EMPRESA = ";
+constexpr char kExclusaoRevenda[] = "   and L.REVENDA = ";
+constexpr char kExclusaoConta[] = "   and L.CONTA = '";
+constexpr char kExclusaoPeriodo[] = "'   and L.ANO_MES between ";
+constexpr char kExclusaoGrupo[] = " group by L.NATUREZA ";
+
+// 2c and 3: the division rows of the account, in the main book and in the
+// second one.
+constexpr char kDivididoInicio[] =
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, "
+    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda "
+    "= d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
+constexpr char kUniaoCVInicio[] =
+    " union select l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
+    "ctb_lancamento_dividido_cv d, ctb_lancamento_cv l where l.lancamento = d.lancamento and "
+    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
+
+// 4: the entries' own values.
+constexpr char kTavroInicio[] =
+    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento l where l.empresa = ";
+
+// 2c, 3 and 4: the rest of the condition and the grouping.
+constexpr char kRevenda[] = " and l.revenda = ";
+constexpr char kConta[] = " and l.conta = '";
+constexpr char kPeriodo[] = "' and l.ano_mes between ";
+constexpr char kGrupo[] = " group by l.natureza";
+
+// ---- Geral form: the statements of cdsSaldoTotal ----
+
+// 1, division mode.
+constexpr char kDivMes[] =
+    "select 'D' natureza,       e.conta,       e.revenda_divisao,       e.centro_custo,       "
+    "e.fonte,       e.categoria,       e.secao_oficina,       e.tipo_item,       "
+    "e.modalidade_operacao,       sum(e.saldo) total from ctb_salant_divisao_mes e  where "
+    "e.empresa    = :EMPRESA and   e.revenda    = :REVENDA and   e.ano_mes between :PERINI and "
+    ":PERFIN";
+constexpr char kDivMesGrupo[] =
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, "
+    "e.secao_oficina, e.tipo_item, e.modalidade_operacao";
+constexpr char kDivExclusaoInicio[] =
+    "select L.NATUREZA,       L.CONTA,       D.REVENDA_DIVISAO,       D.CENTRO_CUSTO,       "
+    "D.FONTE,       D.CATEGORIA,       D.SECAO_OFICINA,       D.TIPO_ITEM,       "
+    "D.MODALIDADE_OPERACAO,       sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from "
+    "CTB_LANCAMENTO L        left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = "
+    "L.EMPRESA         and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and "
+    "D.LANCAMENTO = L.LANCAMENTO  where L.EMPRESA = ";
+constexpr char kGeralExclusaoRevenda[] = "   and L.REVENDA = ";
+constexpr char kGeralExclusaoPeriodo[] = "   and L.ANO_MES between :PERINI and :PERFIN";
+constexpr char kDivExclusaoGrupo[] =
+    " group by L.NATUREZA,           L.CONTA,           D.REVENDA_DIVISAO,           "
+    "D.CENTRO_CUSTO,           D.FONTE,           D.CATEGORIA,           D.SECAO_OFICINA,     "
+    "      D.TIPO_ITEM,           D.MODALIDADE_OPERACAO ";
+constexpr char kDivDividido[] =
+    "select l.natureza,       l.conta,       d.revenda_divisao,       d.centro_custo,       "
+    "d.fonte,       d.categoria,       d.secao_oficina,       d.tipo_item,       "
+    "d.modalidade_operacao,       sum(coalesce(d.val_divisao, 0)) total from "
+    "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento and l.empresa "
+    "= d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa    = "
+    ":EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group by "
+    "l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, "
+    "d.secao_oficina, d.tipo_item, d.modalidade_operacao";
+// The second book reports source, category and workshop section as 0 and
+// the modality as an empty text.
+constexpr char kDivUniaoCV[] =
+    " union select l.natureza,       l.conta,       d.revenda_divisao,       d.centro_custo,     "
+    "  0 fonte,       0 categoria,       0 secao_oficina,       d.tipo_item,       '' "
+    "modalidade_operacao,       sum(coalesce(d.val_divisao, 0)) total from "
+    "ctb_lancamento_dividido_cv d, ctb_lancamento_cv l where l.lancamento = d.lancamento and "
+    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa   "
+    " = :EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group "
+    "by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.tipo_item";
+
+// 2, total mode.
+constexpr char kTotMes[] =
+    "select e.conta,       'D' natureza,       sum(e.saldo) total from ctb_salant_divisao_mes e  "
+    "where e.empresa    = :EMPRESA and   e.revenda    = :REVENDA and   e.ano_mes between :PERINI "
+    "and :PERFIN";
+constexpr char kTotMesGrupo[] = " group by e.conta";
+constexpr char kTotExclusaoInicio[] =
+    "select L.CONTA,        L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from "
+    "CTB_LANCAMENTO L        left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = "
+    "L.EMPRESA         and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and "
+    "D.LANCAMENTO = L.LANCAMENTO  where L.EMPRESA = ";
+constexpr char kTotExclusaoGrupo[] = " group by L.NATUREZA,           L.CONTA ";
+constexpr char kTotDividido[] =
+    "select l.conta, l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
+    "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento and l.empresa "
+    "= d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa    = "
+    ":EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group by "
+    "l.natureza, l.conta";
+constexpr char kTotUniaoCV[] =
+    " union select l.conta, l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
+    "ctb_lancamento_dividido_cv d, ctb_lancamento_cv l where l.lancamento = d.lancamento and "
+    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa   "
+    " = :EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group "
+    "by l.natureza, l.conta";
+
+// The index of the division rows, and the filter on the account.
+constexpr char kIndice[] = "indice";
+constexpr char kCamposIndice[] = "conta;revenda_divisao";
+constexpr char kFiltroConta[] = " CONTA = '";
+
+// " and <column> = <value>" or " and <column> is null".
+std::string Condicao(const char* coluna, bool informado, const std::string& valor) {
+  return informado ? kAnd + std::string(coluna) + kIgual + valor
+                   : kAnd + std::string(coluna) + kNulo;
+}
+
+// Item type and modality, alike in both division conditions.
+std::string CondicoesTexto(const std::string& TipoItem, const std::string& ModalidadeOperacao) {
+  return (TipoItem.empty() ? Condicao(kTipoItem, false, "")
+                           : Condicao(kTipoItem, true, "'" + TipoItem + "'")) +
+         (ModalidadeOperacao.empty() || ModalidadeOperacao == kSped
+              ? Condicao(kModalidade, false, "")
+              : Condicao(kModalidade, true, "'" + ModalidadeOperacao + "'"));
+}
+
+// Walks the rows: each row of nature "D" or "C" replaces that nature's total
+// (rows are not added up; the last one read counts).
+template <typename Rows>
+double DebitoMenosCredito(Rows& rows) {
+  double debito = 0, credito = 0;
+  for (rows.First(); !rows.Eof(); rows.Next()) {
+    const std::string natureza = rows.FieldByName("NATUREZA").AsString();
+    if (natureza == "C")
+      credito = rows.FieldByName("TOTAL").AsFloat();
+    else if (natureza == "D")
+      debito = rows.FieldByName("TOTAL").AsFloat();
+  }
+  return debito - credito;
+}
+
+}  // namespace
+
+std::string TddmContabilidadeBD::MontaRestricaoDivisao(int32_t CentroCusto, int32_t Fonte,
+                                                       int32_t Categoria, int32_t SecaoOficina,
+                                                       int32_t RevendaDivisao,
+                                                       const std::string& TipoItem,
+                                                       const std::string& ModalidadeOperacao,
+                                                       const std::string& RestricaoDivisao) {
+  if (!RestricaoDivisao.empty()) return RestricaoDivisao;
+  // Any value of -1 or less is none.
+  auto numero = [](const char* coluna, int32_t v) {
+    return Condicao(coluna, v > -1, sql::Integer(v));
+  };
+  return numero(kRevendaDivisao, RevendaDivisao) + numero(kCentroCusto, CentroCusto) +
+         numero(kFonte, Fonte) + numero(kCategoria, Categoria) +
+         numero(kSecaoOficina, SecaoOficina) + CondicoesTexto(TipoItem, ModalidadeOperacao);
+}
+
+std::string TddmContabilidadeBD::MontaFiltroDivisao(int32_t CentroCusto, int32_t Fonte,
+                                                    int32_t Categoria, int32_t SecaoOficina,
+                                                    int32_t RevendaDivisao,
+                                                    const std::string& TipoItem,
+                                                    const std::string& ModalidadeOperacao) {
+  // Only -1 is none: -2 is searched for as a value.
+  auto numero = [](const char* coluna, int32_t v) {
+    return v == -1 ? Condicao(coluna, false, "")
+                   : Condicao(coluna, true, sql::Integer(v)) + kAnd + coluna + kNaoNulo;
+  };
+  return numero(kRevendaDivisao, RevendaDivisao) + numero(kCentroCusto, CentroCusto) +
+         numero(kFonte, Fonte) + numero(kCategoria, Categoria) +
+         numero(kSecaoOficina, SecaoOficina) + CondicoesTexto(TipoItem, ModalidadeOperacao);
+}
+
+double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodo(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& ModalidadeOperacao,
+    const std::string& Conta, bool PorDivisao, const std::string& RestricaoDivisao,
+    bool UsaSaldoDivisaoMes, const std::string& RevendasDesconsiderar) {
+  // 1. A query of its own, without the rewriting step: the statement runs as
+  // written.
+  auto q = std::make_unique<db::SQLDataSet>("sdsMovimentoPeriodo");
+  q->SetConnection(Conexao());
+
+  const std::string e = sql::Integer(Empresa);
+  const std::string r = sql::Integer(Revenda);
+  const std::string i = sql::Integer(AnoMesInicial);
+  const std::string f = sql::Integer(AnoMesFinal);
+  const std::string& lista = RevendasDesconsiderar;
+  const std::string div = PorDivisao ? MontaRestricaoDivisao(CentroCusto, Fonte, Categoria,
+                                                             SecaoOficina, RevendaDivisao, TipoItem,
+                                                             ModalidadeOperacao, RestricaoDivisao)
+                                     : std::string();
+  auto exclusao = [&](const std::string& condicao_divisao) {
+    return kExclusaoInicio + e + kExclusaoRevenda + r + kExclusaoConta + Conta + kExclusaoPeriodo +
+           i + kAnd + f + VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+           VerifRevendasDesconsiderar(lista, false, "D", "and", true) + condicao_divisao +
+           kExclusaoGrupo;
+  };
+
+  // 2. The statement.
+  std::string sql;
+  if (UsaSaldoDivisaoMes) {  // a
+    sql = kMesInicio + e + kMesRevenda + r + kMesConta + Conta + kMesPeriodo + i + kAnd + f +
+          VerifRevendasDesconsiderar(lista, false, "e", "and", false) + div;
+  } else {
+    if (!lista.empty())  // b
+      sql = exclusao(div);
+    else  // c
+      sql = kDivididoInicio + e + kRevenda + r + kConta + Conta + kPeriodo + i + kAnd + f + div +
+            kGrupo;
+    // 3. The second book, with no dealership exclusion.
+    if (ModalidadeOperacao == kSped)
+      sql += kUniaoCVInicio + e + kRevenda + r + kConta + Conta + kPeriodo + i + kAnd + f + div +
+             kGrupo;
+  }
+
+  // 4. The entries' own values replace whatever was chosen.
+  if (!PorDivisao && RestricaoDivisao == kSpedTavro)
+    sql = !lista.empty()
+              ? exclusao(std::string())
+              : kTavroInicio + e + kRevenda + r + kConta + Conta + kPeriodo + i + kAnd + f + kGrupo;
+
+  // 5. Each row replaces the total of its nature.
+  q->SetCommandText(sql);
+  q->Open();
+  const double movimento = DebitoMenosCredito(*q);
+  // 6.
+  q->Close();
+  return movimento;
+}
+
+double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
+    int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
+    int32_t CentroCusto, int32_t Fonte, int32_t Categoria, int32_t SecaoOficina,
+    int32_t RevendaDivisao, const std::string& TipoItem, const std::string& ModalidadeOperacao,
+    const std::string& Conta, bool PorDivisao, bool UsaSaldoDivisaoMes,
+    const std::string& RevendasDesconsiderar) {
+  const std::string e = sql::Integer(Empresa);
+  const std::string r = sql::Integer(Revenda);
+  const std::string& lista = RevendasDesconsiderar;
+  const bool sped = ModalidadeOperacao == kSped;
+
+  // The key: the four parameters read back as integers. Only the company,
+  // dealership and range: source flag, exclusion list and "SPED" are left out
+  // on purpose. A set that never loaded is not reused.
+  auto parametro = [this](const char* nome) {
+    return cdsSaldoTotalParams.ByName(nome).value.AsInteger();
+  };
+  const bool mesma_chave = cdsSaldoTotal.Active() && parametro("EMPRESA") == Empresa &&
+                           parametro("REVENDA") == Revenda &&
+                           parametro("PERINI") == AnoMesInicial &&
+                           parametro("PERFIN") == AnoMesFinal;
+
+  // Sets the parameters and loads the rows. The connection layer binds the
+  // parameters as exact numbers, so whole values stand for the four-decimal
+  // fixed-point ones.
+  auto carrega = [&](const std::string& comando) {
+    for (auto [nome, valor] :
+         {std::pair{"EMPRESA", Empresa}, std::pair{"REVENDA", Revenda},
+          std::pair{"PERINI", AnoMesInicial}, std::pair{"PERFIN", AnoMesFinal}}) {
+      db::Param& p = cdsSaldoTotalParams.ByName(nome);
+      p.type = db::ParamType::kBcd;
+      p.value = static_cast<long long>(valor);
+    }
+    cdsSaldoTotalCommandText = comando;
+    cdsSaldoTotal.SetFiltered(false);
+    dspSaldoTotal.Provide(cdsSaldoTotal, cdsSaldoTotalCommandText, cdsSaldoTotalParams);
+  };
+
+  if (PorDivisao) {
+    // 1. Division mode also needs the division columns in the cached rows.
+    if (!mesma_chave || !cdsSaldoTotal.HasField("REVENDA_DIVISAO")) {
+      cdsSaldoTotal.Close();
+      std::string comando;
+      if (UsaSaldoDivisaoMes) {
+        comando =
+            kDivMes + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + kDivMesGrupo;
+      } else {
+        if (!lista.empty())
+          comando = kDivExclusaoInicio + e + kGeralExclusaoRevenda + r + kGeralExclusaoPeriodo +
+                    VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+                    VerifRevendasDesconsiderar(lista, false, "D", "and", true) + kDivExclusaoGrupo;
+        else
+          comando = kDivDividido;
+        if (sped) comando += kDivUniaoCV;
+      }
+      carrega(comando);
+      cdsSaldoTotal.AddIndex(kIndice, kCamposIndice);
+      cdsSaldoTotal.SetIndexName(kIndice);
+    }
+  } else if (!mesma_chave) {
+    // 2. Total mode takes whatever rows match the key.
+    cdsSaldoTotal.Close();
+    std::string comando;
+    if (UsaSaldoDivisaoMes) {
+      comando =
+          kTotMes + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + kTotMesGrupo;
+    } else {
+      if (!lista.empty())
+        comando = kTotExclusaoInicio + e + kGeralExclusaoRevenda + r + kGeralExclusaoPeriodo +
+                  VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+                  VerifRevendasDesconsiderar(lista, false, "D", "and", true) + kTotExclusaoGrupo;
+      else
+        comando = kTotDividido;
+      if (sped) comando += kTotUniaoCV;
+    }
+    // The rows have no division column for "indice".
+    cdsSaldoTotal.SetIndexName("");
+    carrega(comando);
+  }
+
+  // 3. The account, and in division mode its division values.
+  std::string filtro = kFiltroConta + Conta + "'";
+  if (PorDivisao)
+    filtro += MontaFiltroDivisao(CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                                 TipoItem, ModalidadeOperacao);
+  cdsSaldoTotal.SetFilter(filtro);
+  cdsSaldoTotal.SetFiltered(true);
+  cdsSaldoTotal.First();
+
+  // 4. As the single form; the cache stays open and filtered.
+  return DebitoMenosCredito(cdsSaldoTotal);
+}
+
+}  // namespace kvc
