@@ -405,6 +405,22 @@ class TddmContabilidadeBD {
                                         const std::string& TipoItem,
                                         const std::string& ModalidadeOperacao);
 
+  // ---- carried-forward balance of an analytic account ----------------------------
+  // The balance an analytic account carries into AnoMes (YYYYMM): the stored
+  // year-end balance of the previous year plus the movement from January to
+  // the month before; without a stored balance for the previous year, the one
+  // of the year before it (or 0) plus the movement from January of the
+  // previous year. PorDivisao takes one division combination (the first row
+  // stored counts); otherwise the whole account. UsaMovimentoGeral takes the
+  // movement from the module's cache, without the exclusion list. Writes
+  // nothing; database errors and an AnoMes of fewer than six digits raise.
+  double CalculaSaldoAnteriorContaAnalitica(
+      int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t CentroCusto, int32_t Fonte,
+      int32_t Categoria, int32_t SecaoOficina, int32_t RevendaDivisao, const std::string& TipoItem,
+      const std::string& ModalidadeOperacao, const std::string& Conta, bool PorDivisao,
+      bool UsaMovimentoGeral, const std::string& RestricaoDivisao, bool UsaSaldoDivisaoMes,
+      const std::string& RevendasDesconsiderar);
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
