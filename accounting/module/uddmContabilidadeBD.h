@@ -421,6 +421,19 @@ class TddmContabilidadeBD {
       bool UsaMovimentoGeral, const std::string& RestricaoDivisao, bool UsaSaldoDivisaoMes,
       const std::string& RevendasDesconsiderar);
 
+  // ---- updating carried-forward balances ------------------------------------------
+  // Rebuilds the year's (Ano, written as it stands) carried-forward rows of
+  // the synthetic accounts of the current company and dealership from the
+  // analytic rows: each analytic balance is added to every ancestor up the
+  // CONTA_SUPERIORA chain. Progress goes to Callback ("pBar#$#"). Failed
+  // writes are appended to the error log (created here when none exists) and
+  // the run goes on; failures while reading raise. No transaction is begun.
+  // REQUIRES: no account is its own superior account (the walk would not end).
+  void AtualizaSaldoAnterior(const std::string& Ano, IProgressCallback* Callback);
+  // The same per division combination in CTB_SALDO_ANTERIOR_DIVISAO, new
+  // rows numbered from the database-wide sequence.
+  void AtualizaSaldoAnteriorDivisao(const std::string& Ano, IProgressCallback* Callback);
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
@@ -472,6 +485,13 @@ class TddmContabilidadeBD {
 
  private:
   void InstallRewriting(db::SQLDataSet& dataset);
+  // The error log, created empty when it does not exist yet.
+  db::ClientDataSet& LogErrosGarantido();
+  // Appends a row to the error log: server time, message, sdsAux's text and
+  // the error's own message.
+  void RegistraErro(const std::string& mensagem, const std::exception& erro);
+  void ExecutaRegistrando(const std::string& sql, const char* mensagem);
+  std::string ContaSuperiora(const std::string& conta);
   // Strict decimal conversion of a numeric text argument; the message names
   // the argument.
   static int32_t StrToInt(const std::string& texto, const char* argumento);

@@ -1,0 +1,272 @@
+// The roll-up of a year's carried-forward balances up the chart of accounts:
+// every synthetic account's row becomes the sum of the analytic rows beneath
+// it, in CTB_SALDO_ANTERIOR (AtualizaSaldoAnterior) and per division
+// combination in CTB_SALDO_ANTERIOR_DIVISAO (AtualizaSaldoAnteriorDivisao).
+// Failed writes go to the error log and the run goes on; no transaction is
+// begun here.
+#include "accounting/db/error.h"
+#include "accounting/db/sql_format.h"
+#include "accounting/module/uddmContabilidadeBD.h"
+
+namespace kvc {
+namespace {
+
+constexpr char kCaptionDivisao[] = "Atualizando saldo dividido das contas superioras ...";
+
+// 1. The synthetic rows of the year.
+constexpr char kExcluiSinteticas[] = " delete from ctb_saldo_anterior  where empresa = ";
+constexpr char kExcluiSinteticasRevenda[] = " and   revenda = ";
+constexpr char kExcluiSinteticasAno[] = " and   ano = ";
+constexpr char kExcluiSinteticasConta[] =
+    " and   conta not in (select conta from ctb_conta                     where empresa = ";
+constexpr char kExcluiSinteticasContaRevenda[] = "                     and   revenda = ";
+constexpr char kExcluiSinteticasFim[] = " and   nivel = 'A')";
+
+constexpr char kExcluiSinteticasDivisao[] =
+    " delete from ctb_saldo_anterior_divisao  where empresa = ";
+constexpr char kExcluiSinteticasDivisaoConta[] =
+    " and   conta not in  (select conta from ctb_conta  where nivel = 'A' and   empresa = ";
+constexpr char kExcluiSinteticasDivisaoRevenda[] = " and   revenda = ";
+constexpr char kExcluiSinteticasDivisaoFim[] = ")";
+
+// 2. The analytic rows of the year.
+constexpr char kAnaliticas[] =
+    " select s.CONTA,         s.ANO,           s.SALDO     from CTB_SALDO_ANTERIOR s,         "
+    "CTB_CONTA c             where c.EMPRESA = ";
+constexpr char kAnaliticasRevenda[] = "    and c.REVENDA = ";
+constexpr char kAnaliticasAno[] = "    and ANO = ";
+constexpr char kAnaliticasFim[] =
+    "    and c.EMPRESA = s.EMPRESA     and c.REVENDA = s.REVENDA     and c.CONTA = s.CONTA     "
+    "and c.NIVEL = 'A'";
+
+constexpr char kAnaliticasDivisao[] =
+    "   select s.CONTA,                                s.ANO,                                  "
+    "s.REVENDA_DIVISAO,                      s.TIPO_ITEM,                            "
+    "s.CATEGORIA,                            s.CENTRO_CUSTO,                         "
+    "s.MODALIDADE_OPERACAO,                  s.SECAO_OFICINA,                        "
+    "s.FONTE,                                s.SALDO                            from "
+    "CTB_SALDO_ANTERIOR_DIVISAO s,           CTB_CONTA c                       where c.EMPRESA = ";
+constexpr char kAnaliticasDivisaoRevenda[] = "      and c.REVENDA = ";
+constexpr char kAnaliticasDivisaoAno[] = "      and ANO = ";
+constexpr char kAnaliticasDivisaoFim[] =
+    "      and c.EMPRESA = s.EMPRESA       and c.REVENDA = s.REVENDA       and c.CONTA = s.CONTA  "
+    "     and c.NIVEL = 'A' order by c.CONTA ";
+
+// 4. The write of one account of the chain.
+constexpr char kAtualiza[] = "update ctb_saldo_anterior set saldo = ";
+constexpr char kAtualizaEmpresa[] = " where empresa = ";
+constexpr char kAtualizaRevenda[] = " and revenda = ";
+constexpr char kAtualizaConta[] = " and conta = '";
+constexpr char kAtualizaAno[] = " and ano = ";
+constexpr char kInclui[] =
+    "insert into ctb_saldo_anterior (empresa,revenda,conta,ano,saldo)values(";
+
+constexpr char kBuscaDivisao[] =
+    "select CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO,       "
+    "MODALIDADE_OPERACAO, SECAO_OFICINA, FONTE, SALDO from CTB_SALDO_ANTERIOR_DIVISAO where "
+    "EMPRESA = ";
+constexpr char kBuscaDivisaoRevenda[] = " and REVENDA = ";
+constexpr char kBuscaDivisaoConta[] = " and CONTA = '";
+constexpr char kBuscaDivisaoAno[] = " and ANO = ";
+constexpr char kAtualizaDivisao[] = "update ctb_saldo_anterior_divisao  set saldo = ";
+constexpr char kIncluiDivisao[] =
+    "insert into ctb_saldo_anterior_divisao  (sequencia, empresa, revenda, ano, conta, "
+    "revenda_divisao, tipo_item, categoria,  centro_custo, modalidade_operacao, secao_oficina, "
+    "fonte, saldo)values(";
+
+constexpr char kMsgExclui[] = "Erro ao excluir saldo anterior.";
+constexpr char kMsgInclui[] = "Erro ao incluir saldo anterior.";
+constexpr char kMsgExcluiDivisao[] = "Erro ao excluir saldo anterior dividido.";
+constexpr char kMsgIncluiDivisao[] = "Erro ao incluir saldo anterior dividido.";
+
+// The seven division columns, in the order of the condition and the insert;
+// the texts are quoted.
+struct ColunaDivisao {
+  const char* nome;
+  bool texto;
+};
+constexpr ColunaDivisao kColunas[] = {{"revenda_divisao", false},
+                                      {"tipo_item", true},
+                                      {"categoria", false},
+                                      {"centro_custo", false},
+                                      {"modalidade_operacao", true},
+                                      {"secao_oficina", false},
+                                      {"fonte", false}};
+
+// A value written "as in the default conversion, every ',' a '.'".
+std::string Valor(double v) {
+  std::string texto = sql::DefaultDouble(v);
+  for (char& c : texto)
+    if (c == ',') c = '.';
+  return texto;
+}
+
+}  // namespace
+
+db::ClientDataSet& TddmContabilidadeBD::LogErrosGarantido() {
+  // The annual closing creates the log; a direct call from the host that
+  // finds none gets a new empty one here rather than failing.
+  if (!log_erros_) {
+    log_erros_ = std::make_unique<db::ClientDataSet>("cdsErros");
+    log_erros_->DefineFields({{"DTA_ERRO", db::FieldType::kDateTime},
+                              {"MENSAGEM", db::FieldType::kString},
+                              {"SQL", db::FieldType::kString},
+                              {"EMESSAGE", db::FieldType::kString}});
+  }
+  return *log_erros_;
+}
+
+void TddmContabilidadeBD::RegistraErro(const std::string& mensagem, const std::exception& erro) {
+  db::ClientDataSet& log = LogErrosGarantido();
+  const DateTime agora = DataHoraBD(false, true);
+  const auto* db_erro = dynamic_cast<const db::DatabaseError*>(&erro);
+  log.Append();
+  log.SetFieldValue("DTA_ERRO", agora);
+  log.SetFieldValue("MENSAGEM", mensagem);
+  log.SetFieldValue("SQL", sdsAux.CommandText());
+  log.SetFieldValue("EMESSAGE", db_erro ? db_erro->ServerMessage() : std::string(erro.what()));
+  log.Post();
+}
+
+// Runs `sql` on sdsAux; a failure is logged with `mensagem` and swallowed.
+void TddmContabilidadeBD::ExecutaRegistrando(const std::string& sql, const char* mensagem) {
+  try {
+    sdsAux.Close();
+    sdsAux.SetCommandText(sql);
+    sdsAux.ExecSQL();
+  } catch (const std::exception& erro) {
+    RegistraErro(mensagem, erro);
+  }
+}
+
+// The superior account of `conta` ("" at the root or when unknown).
+std::string TddmContabilidadeBD::ContaSuperiora(const std::string& conta) {
+  sdsContaSuperiora.Close();
+  sdsContaSuperiora.ParamByName("EMPRESA").value = aplicacao_->Empresa;
+  sdsContaSuperiora.ParamByName("REVENDA").value = aplicacao_->Revenda;
+  sdsContaSuperiora.ParamByName("CONTA").value = conta;
+  sdsContaSuperiora.Open();
+  std::string superiora = sdsContaSuperiora.FieldByName("CONTA_SUPERIORA").AsString();
+  sdsContaSuperiora.Close();
+  return superiora;
+}
+
+// Steps 1 to 5; the numbers appear in the body.
+void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
+                                                IProgressCallback* Callback) {
+  const std::string e = sql::Integer(aplicacao_->Empresa);
+  const std::string r = sql::Integer(aplicacao_->Revenda);
+  ExecutaRegistrando(kExcluiSinteticas + e + kExcluiSinteticasRevenda + r +  // 1
+                         kExcluiSinteticasAno + Ano + kExcluiSinteticasConta + e +
+                         kExcluiSinteticasContaRevenda + r + kExcluiSinteticasFim,
+                     kMsgExclui);
+  db::ClientDataSet analiticas("cdsEncerra");  // 2
+  dspEncerra.Provide(
+      analiticas, kAnaliticas + e + kAnaliticasRevenda + r + kAnaliticasAno + Ano + kAnaliticasFim,
+      {});
+  SendCommand(Callback, std::string(kCmdBar) + "0");  // 3
+  ProgressPhase progresso(Callback, static_cast<int64_t>(analiticas.RecordCount()));
+  for (analiticas.First(); !analiticas.Eof(); analiticas.Next()) {  // 4
+    progresso.Step();
+    const std::string conta_analitica = analiticas.FieldByName("CONTA").AsString();
+    const std::string ano = analiticas.FieldByName("ANO").AsString();
+    const double saldo = analiticas.FieldByName("SALDO").AsFloat();
+    (void)ContaSuperiora(conta_analitica);  // opened, its result not used here
+    double parcela = 0;
+    for (std::string conta = conta_analitica; !conta.empty();) {
+      sdsBuscaContaSaldo.Close();
+      sdsBuscaContaSaldo.ParamByName("EMPRESA").value = aplicacao_->Empresa;
+      sdsBuscaContaSaldo.ParamByName("REVENDA").value = aplicacao_->Revenda;
+      sdsBuscaContaSaldo.ParamByName("CONTA").value = conta;
+      sdsBuscaContaSaldo.ParamByName("ANO").value = ano;
+      sdsBuscaContaSaldo.Open();
+      const bool existe = !sdsBuscaContaSaldo.IsEmpty();
+      const double atual = sdsBuscaContaSaldo.FieldByName("SALDO").AsFloat();
+      sdsBuscaContaSaldo.Close();
+      ExecutaRegistrando(
+          existe
+              ? kAtualiza + Valor(atual + parcela) + kAtualizaEmpresa + e + kAtualizaRevenda + r +
+                    kAtualizaConta + conta + "'" + kAtualizaAno + ano
+              : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," + Valor(saldo) + ")",
+          kMsgInclui);
+      conta = ContaSuperiora(conta);
+      parcela = saldo;
+    }
+  }
+  analiticas.Close();  // 5
+}
+
+void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
+                                                       IProgressCallback* Callback) {
+  const std::string e = sql::Integer(aplicacao_->Empresa);
+  const std::string r = sql::Integer(aplicacao_->Revenda);
+  ExecutaRegistrando(kExcluiSinteticasDivisao + e + kExcluiSinteticasRevenda + r +  // 1
+                         kExcluiSinteticasAno + Ano + kExcluiSinteticasDivisaoConta + e +
+                         kExcluiSinteticasDivisaoRevenda + r + kExcluiSinteticasDivisaoFim,
+                     kMsgExcluiDivisao);
+  db::ClientDataSet analiticas("cdsEncerra");  // 2
+  dspEncerra.Provide(analiticas,
+                     kAnaliticasDivisao + e + kAnaliticasDivisaoRevenda + r +
+                         kAnaliticasDivisaoAno + Ano + kAnaliticasDivisaoFim,
+                     {});
+  SendCommand(Callback, kCmdCaption + std::string(kCaptionDivisao));  // 3
+  SendCommand(Callback, std::string(kCmdBar) + "0");
+  ProgressPhase progresso(Callback, static_cast<int64_t>(analiticas.RecordCount()));
+  for (analiticas.First(); !analiticas.Eof(); analiticas.Next()) {
+    progresso.Step();
+    const std::string conta_analitica = analiticas.FieldByName("CONTA").AsString();
+    const std::string ano = analiticas.FieldByName("ANO").AsString();
+    const double saldo = analiticas.FieldByName("SALDO").AsFloat();
+    // 4. The row's division condition and its values for an insert.
+    std::string condicao, valores;
+    for (const ColunaDivisao& coluna : kColunas) {
+      const db::Value& v = analiticas.FieldByName(coluna.nome);
+      if (v.IsNull()) {
+        condicao += std::string(" and ") + coluna.nome + " is null";
+        valores += ",NULL";
+      } else if (coluna.texto) {
+        condicao += std::string(" and ") + coluna.nome + " = '" + v.AsString() + "'";
+        valores += ",'" + v.AsString() + "'";
+      } else {
+        condicao += std::string(" and ") + coluna.nome + " = " + v.AsString();
+        valores += "," + v.AsString();
+      }
+    }
+    (void)ContaSuperiora(conta_analitica);
+    double parcela = 0;
+    for (std::string conta = conta_analitica; !conta.empty();) {
+      sdsBuscaSaldoDivisao.Close();  // 5
+      sdsBuscaSaldoDivisao.SetCommandText(kBuscaDivisao + e + kBuscaDivisaoRevenda + r +
+                                          kBuscaDivisaoConta + conta + "'" + kBuscaDivisaoAno +
+                                          ano + condicao);
+      sdsBuscaSaldoDivisao.Open();
+      const bool existe = !sdsBuscaSaldoDivisao.IsEmpty();
+      const double atual = sdsBuscaSaldoDivisao.FieldByName("SALDO").AsFloat();
+      sdsBuscaSaldoDivisao.Close();
+      try {  // 6, 7
+        std::string sql;
+        if (existe) {
+          sql = kAtualizaDivisao + Valor(atual + parcela) + kAtualizaEmpresa + e +
+                kAtualizaRevenda + r + kAtualizaConta + conta + "'" + kAtualizaAno + ano + condicao;
+        } else {
+          // Always drawn under company 1 and dealership 1: one sequence for
+          // the whole database.
+          const int32_t sequencia =
+              BuscaProximoNumeroTran(*conexao_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO", "SEQUENCIA", 1);
+          sql = kIncluiDivisao + sql::Integer(sequencia) + "," + e + "," + r + "," + ano + ",'" +
+                conta + "'" + valores + "," + Valor(saldo) + ")";
+        }
+        sdsAux.Close();
+        sdsAux.SetCommandText(sql);
+        sdsAux.ExecSQL();
+      } catch (const std::exception& erro) {
+        RegistraErro(kMsgIncluiDivisao, erro);
+      }
+      conta = ContaSuperiora(conta);
+      parcela = saldo;
+    }
+  }
+  analiticas.Close();
+}
+
+}  // namespace kvc
