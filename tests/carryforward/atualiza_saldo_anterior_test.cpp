@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <map>
+#include <random>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -210,6 +212,70 @@ TEST_P(AtualizaSaldoAnteriorTest, DivisionFormWritesNullAndLooksItUpWithIsNull) 
   // Sequence numbers come from the database-wide key under company 1, dealership 1.
   EXPECT_EQ(Column(*raw_, "select CHAVE from GER_NUMERADOR where EMPRESA = 1 and REVENDA = 1"),
             (std::vector<std::string>{"SEQUENCIA"}));
+}
+
+TEST_P(AtualizaSaldoAnteriorTest, RollUpOfARandomTreeGivesEverySyntheticAccountItsDescendantsSum) {
+  // A random tree: synthetic accounts S0..S5 (each under an earlier one or at
+  // the root) and analytic accounts A0..A19 under random synthetic ones, with
+  // plain rows and division rows in two combinations.
+  std::mt19937 rng(53);
+  auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+  std::map<std::string, std::string> pai;
+  for (int i = 0; i < 6; ++i) {
+    pai[fmt::format("S{}", i)] = i == 0 ? "" : fmt::format("S{}", pick(0, i - 1));
+    Conta(fmt::format("S{}", i), pai[fmt::format("S{}", i)], "S");
+  }
+  std::map<std::string, double> plano;
+  std::map<std::pair<std::string, int>, double> divisao;
+  for (int i = 0; i < 20; ++i) {
+    const std::string conta = fmt::format("A{:02}", i);
+    pai[conta] = fmt::format("S{}", pick(0, 5));
+    Conta(conta, pai[conta], "A");
+    plano[conta] = pick(-9999, 9999) / 4.0;
+    Saldo(conta, plano[conta]);
+    for (int rd = 1; rd <= 2; ++rd)
+      if (pick(0, 1)) {
+        divisao[{conta, rd}] = pick(-999, 999) / 4.0;
+        SaldoDivisao(conta, divisao[{conta, rd}], "", rd);
+      }
+  }
+  Bind();
+  dm_->AtualizaSaldoAnterior("2023", nullptr);
+  dm_->AtualizaSaldoAnteriorDivisao("2023", nullptr);
+  EXPECT_EQ(dm_->LogErros() ? dm_->LogErros()->RecordCount() : 0u, 0u);
+  // Expected: every ancestor of an analytic account receives its balance.
+  std::map<std::string, double> esperado = plano;
+  std::map<std::pair<std::string, int>, double> esperado_divisao = divisao;
+  for (const auto& [conta, saldo] : plano)
+    for (std::string c = pai[conta]; !c.empty(); c = pai[c]) esperado[c] += saldo;
+  for (const auto& [chave, saldo] : divisao)
+    for (std::string c = pai[chave.first]; !c.empty(); c = pai[c])
+      esperado_divisao[{c, chave.second}] += saldo;
+  std::map<std::string, double> obtido;
+  for (const auto& linha : raw_->Query("select CONTA, SALDO from CTB_SALDO_ANTERIOR where ANO = "
+                                       "2023",
+                                       {})
+                               .rows)
+    obtido[linha[0].AsString()] = linha[1].AsFloat();
+  for (const auto& [conta, saldo] : obtido) EXPECT_TRUE(esperado.count(conta)) << conta;
+  for (const auto& [conta, saldo] : esperado) {
+    // A synthetic account without analytic descendants has no row.
+    if (!obtido.count(conta)) {
+      EXPECT_EQ(conta[0], 'S') << conta;
+      continue;
+    }
+    EXPECT_NEAR(obtido[conta], saldo, 0.005) << conta;
+  }
+  std::map<std::pair<std::string, int>, double> obtido_divisao;
+  for (const auto& linha : raw_->Query("select CONTA, REVENDA_DIVISAO, SALDO from "
+                                       "CTB_SALDO_ANTERIOR_DIVISAO where ANO = 2023",
+                                       {})
+                               .rows)
+    obtido_divisao[{linha[0].AsString(), static_cast<int>(linha[1].AsInteger())}] +=
+        linha[2].AsFloat();
+  EXPECT_EQ(obtido_divisao.size(), esperado_divisao.size());
+  for (const auto& [chave, saldo] : esperado_divisao)
+    EXPECT_NEAR(obtido_divisao[chave], saldo, 0.005) << chave.first << "/" << chave.second;
 }
 
 KVC_INSTANTIATE_BACKENDS(AtualizaSaldoAnteriorTest);
