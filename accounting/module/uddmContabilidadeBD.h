@@ -434,6 +434,16 @@ class TddmContabilidadeBD {
   // rows numbered from the database-wide sequence.
   void AtualizaSaldoAnteriorDivisao(const std::string& Ano, IProgressCallback* Callback);
 
+  // ---- rebuilding carried-forward balances ----------------------------------------
+  // The roll-up of AtualizaSaldoAnterior for year Ano in one transaction of
+  // its own, silent: true when committed; on any failure everything is rolled
+  // back and the result is false (the error is not passed on).
+  [[nodiscard]] bool RecompoeSaldoAnterior(const std::string& Ano);
+  // The same per division combination (REVENDA_ORIGEM counting as an eighth
+  // division column), then the previous year's qualifying combinations enter
+  // year Ano with a zero balance.
+  [[nodiscard]] bool RecompoeSaldoAnteriorDivisao(const std::string& Ano);
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
@@ -492,6 +502,8 @@ class TddmContabilidadeBD {
   void RegistraErro(const std::string& mensagem, const std::exception& erro);
   void ExecutaRegistrando(const std::string& sql, const char* mensagem);
   std::string ContaSuperiora(const std::string& conta);
+  // Executes a write on sdsExecutaSQL; failures raise.
+  void ExecutaEscrita(const std::string& sql);
   // Strict decimal conversion of a numeric text argument; the message names
   // the argument.
   static int32_t StrToInt(const std::string& texto, const char* argumento);
