@@ -214,6 +214,52 @@ TEST_P(AtualizaSaldoAnteriorTest, DivisionFormWritesNullAndLooksItUpWithIsNull) 
             (std::vector<std::string>{"SEQUENCIA"}));
 }
 
+TEST_P(AtualizaSaldoAnteriorTest, EachFailingWriteBecomesOneLogRowAndTheRunCompletes) {
+  Conta("1", "", "S");
+  Conta("1.1", "1", "S");
+  Conta("1.1.1", "1.1", "A");
+  Conta("1.1.2", "1.1", "A");
+  Conta("1.2", "1", "A");
+  auto popula = [this]() {
+    raw_->Execute("delete from CTB_SALDO_ANTERIOR", {});
+    raw_->Execute("delete from CTB_SALDO_ANTERIOR_DIVISAO", {});
+    raw_->Execute("delete from GER_NUMERADOR", {});
+    Saldo("1.1.1", 10);
+    Saldo("1.1.2", 20);
+    Saldo("1.2", 30);
+    SaldoDivisao("1.1.1", 1, "", 2);
+    SaldoDivisao("1.2", 2, "P", 2);
+  };
+  Bind();
+  for (bool divisao : {false, true}) {
+    popula();
+    trace_->ClearFaults();
+    trace_->Clear();
+    divisao ? dm_->AtualizaSaldoAnteriorDivisao("2023", nullptr)
+            : dm_->AtualizaSaldoAnterior("2023", nullptr);
+    std::vector<std::string> escritas;
+    for (const auto& t : trace_->Trace())
+      if (t.kind == db::TracedStatement::Kind::kExecute &&
+          t.sql.find("GER_NUMERADOR") == std::string::npos)
+        escritas.push_back(t.sql);
+    ASSERT_GE(escritas.size(), 5u);
+    for (const std::string& escrita : escritas) {
+      popula();
+      if (dm_->LogErros()) dm_->LogErros()->EmptyDataSet();
+      trace_->ClearFaults();
+      trace_->FailMatching(escrita, "falha injetada");
+      EXPECT_NO_THROW(divisao ? dm_->AtualizaSaldoAnteriorDivisao("2023", nullptr)
+                              : dm_->AtualizaSaldoAnterior("2023", nullptr));
+      ASSERT_NE(dm_->LogErros(), nullptr);
+      db::ClientDataSet& log = *dm_->LogErros();
+      ASSERT_EQ(log.RecordCount(), 1u) << escrita;
+      log.First();
+      EXPECT_EQ(log.FieldByName("SQL").AsString(), escrita);
+      EXPECT_EQ(log.FieldByName("EMESSAGE").AsString(), "falha injetada");
+    }
+  }
+}
+
 TEST_P(AtualizaSaldoAnteriorTest, RollUpOfARandomTreeGivesEverySyntheticAccountItsDescendantsSum) {
   // A random tree: synthetic accounts S0..S5 (each under an earlier one or at
   // the root) and analytic accounts A0..A19 under random synthetic ones, with
