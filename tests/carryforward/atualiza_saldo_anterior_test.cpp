@@ -256,6 +256,11 @@ TEST_P(AtualizaSaldoAnteriorTest, EachFailingWriteBecomesOneLogRowAndTheRunCompl
       log.First();
       EXPECT_EQ(log.FieldByName("SQL").AsString(), escrita);
       EXPECT_EQ(log.FieldByName("EMESSAGE").AsString(), "falha injetada");
+      const bool exclusao = escrita.find("delete") != std::string::npos;
+      EXPECT_EQ(log.FieldByName("MENSAGEM").AsString(),
+                std::string(exclusao ? "Erro ao excluir saldo anterior"
+                                     : "Erro ao incluir saldo anterior") +
+                    (divisao ? " dividido." : "."));
     }
   }
 }
