@@ -4,6 +4,7 @@
 // combination in CTB_SALDO_ANTERIOR_DIVISAO (AtualizaSaldoAnteriorDivisao).
 // Failed writes go to the error log and the run goes on; no transaction is
 // begun here.
+#include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -78,28 +79,6 @@ constexpr char kMsgExclui[] = "Erro ao excluir saldo anterior.";
 constexpr char kMsgInclui[] = "Erro ao incluir saldo anterior.";
 constexpr char kMsgExcluiDivisao[] = "Erro ao excluir saldo anterior dividido.";
 constexpr char kMsgIncluiDivisao[] = "Erro ao incluir saldo anterior dividido.";
-
-// The seven division columns, in the order of the condition and the insert;
-// the texts are quoted.
-struct ColunaDivisao {
-  const char* nome;
-  bool texto;
-};
-constexpr ColunaDivisao kColunas[] = {{"revenda_divisao", false},
-                                      {"tipo_item", true},
-                                      {"categoria", false},
-                                      {"centro_custo", false},
-                                      {"modalidade_operacao", true},
-                                      {"secao_oficina", false},
-                                      {"fonte", false}};
-
-// A value written "as in the default conversion, every ',' a '.'".
-std::string Valor(double v) {
-  std::string texto = sql::DefaultDouble(v);
-  for (char& c : texto)
-    if (c == ',') c = '.';
-  return texto;
-}
 
 }  // namespace
 
@@ -183,12 +162,12 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
       const bool existe = !sdsBuscaContaSaldo.IsEmpty();
       const double atual = sdsBuscaContaSaldo.FieldByName("SALDO").AsFloat();
       sdsBuscaContaSaldo.Close();
-      ExecutaRegistrando(
-          existe
-              ? kAtualiza + Valor(atual + parcela) + kAtualizaEmpresa + e + kAtualizaRevenda + r +
-                    kAtualizaConta + conta + "'" + kAtualizaAno + ano
-              : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," + Valor(saldo) + ")",
-          kMsgInclui);
+      ExecutaRegistrando(existe ? kAtualiza + ValorSaldoAnterior(atual + parcela) +
+                                      kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
+                                      conta + "'" + kAtualizaAno + ano
+                                : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
+                                      ValorSaldoAnterior(saldo) + ")",
+                         kMsgInclui);
       conta = ContaSuperiora(conta);
       parcela = saldo;
     }
@@ -219,19 +198,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
     const double saldo = analiticas.FieldByName("SALDO").AsFloat();
     // 4. The row's division condition and its values for an insert.
     std::string condicao, valores;
-    for (const ColunaDivisao& coluna : kColunas) {
-      const db::Value& v = analiticas.FieldByName(coluna.nome);
-      if (v.IsNull()) {
-        condicao += std::string(" and ") + coluna.nome + " is null";
-        valores += ",NULL";
-      } else if (coluna.texto) {
-        condicao += std::string(" and ") + coluna.nome + " = '" + v.AsString() + "'";
-        valores += ",'" + v.AsString() + "'";
-      } else {
-        condicao += std::string(" and ") + coluna.nome + " = " + v.AsString();
-        valores += "," + v.AsString();
-      }
-    }
+    CondicaoDivisaoSaldo(analiticas, false, condicao, valores);
     (void)ContaSuperiora(conta_analitica);
     double parcela = 0;
     for (std::string conta = conta_analitica; !conta.empty();) {
@@ -246,7 +213,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
       try {  // 6, 7
         std::string sql;
         if (existe) {
-          sql = kAtualizaDivisao + Valor(atual + parcela) + kAtualizaEmpresa + e +
+          sql = kAtualizaDivisao + ValorSaldoAnterior(atual + parcela) + kAtualizaEmpresa + e +
                 kAtualizaRevenda + r + kAtualizaConta + conta + "'" + kAtualizaAno + ano + condicao;
         } else {
           // Always drawn under company 1 and dealership 1: one sequence for
@@ -254,7 +221,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
           const int32_t sequencia =
               BuscaProximoNumeroTran(*conexao_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO", "SEQUENCIA", 1);
           sql = kIncluiDivisao + sql::Integer(sequencia) + "," + e + "," + r + "," + ano + ",'" +
-                conta + "'" + valores + "," + Valor(saldo) + ")";
+                conta + "'" + valores + "," + ValorSaldoAnterior(saldo) + ")";
         }
         sdsAux.Close();
         sdsAux.SetCommandText(sql);

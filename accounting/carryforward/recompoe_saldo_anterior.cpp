@@ -3,6 +3,7 @@
 // silent, answering true or false (RecompoeSaldoAnterior); and per division
 // combination, carrying the previous year's qualifying combinations forward
 // with a zero balance (RecompoeSaldoAnteriorDivisao).
+#include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "accounting/services/zorutils.h"
@@ -103,48 +104,6 @@ constexpr char kIncluiCombinacao[] =
     "CATEGORIA,CENTRO_CUSTO,MODALIDADE_OPERACAO,SECAO_OFICINA,FONTE,SALDO,REVENDA_ORIGEM)  "
     "values(";
 
-struct ColunaDivisao {
-  const char* nome;
-  bool texto;
-};
-constexpr ColunaDivisao kColunas[] = {{"revenda_divisao", false},
-                                      {"tipo_item", true},
-                                      {"categoria", false},
-                                      {"centro_custo", false},
-                                      {"modalidade_operacao", true},
-                                      {"secao_oficina", false},
-                                      {"fonte", false}};
-
-std::string Valor(double v) {
-  std::string texto = sql::DefaultDouble(v);
-  for (char& c : texto)
-    if (c == ',') c = '.';
-  return texto;
-}
-
-// The division condition of a row and its values for an insert, in the
-// column order of both; REVENDA_ORIGEM is added to the condition after FONTE.
-void CondicaoDivisao(const db::ClientDataSet& linha, std::string& condicao, std::string& valores) {
-  condicao.clear();
-  valores.clear();
-  for (const ColunaDivisao& coluna : kColunas) {
-    const db::Value& v = linha.FieldByName(coluna.nome);
-    if (v.IsNull()) {
-      condicao += std::string(" and ") + coluna.nome + " is null";
-      valores += ",NULL";
-    } else if (coluna.texto) {
-      condicao += std::string(" and ") + coluna.nome + " = '" + v.AsString() + "'";
-      valores += ",'" + v.AsString() + "'";
-    } else {
-      condicao += std::string(" and ") + coluna.nome + " = " + v.AsString();
-      valores += "," + v.AsString();
-    }
-  }
-  const db::Value& origem = linha.FieldByName("REVENDA_ORIGEM");
-  condicao += origem.IsNull() ? std::string(" and REVENDA_ORIGEM is null")
-                              : " and REVENDA_ORIGEM = " + origem.AsString();
-}
-
 }  // namespace
 
 void TddmContabilidadeBD::ExecutaEscrita(const std::string& sql) {
@@ -180,11 +139,11 @@ bool TddmContabilidadeBD::RecompoeSaldoAnterior(const std::string& Ano) {
         const bool existe = !sdsBuscaContaSaldo.IsEmpty();
         const double atual = sdsBuscaContaSaldo.FieldByName("SALDO").AsFloat();
         sdsBuscaContaSaldo.Close();
-        ExecutaEscrita(existe ? kAtualiza + Valor(atual + parcela) + kAtualizaEmpresa + e +
-                                    kAtualizaRevenda + r + kAtualizaConta + conta + "'" +
+        ExecutaEscrita(existe ? kAtualiza + ValorSaldoAnterior(atual + parcela) + kAtualizaEmpresa +
+                                    e + kAtualizaRevenda + r + kAtualizaConta + conta + "'" +
                                     kAtualizaAno + ano
                               : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
-                                    Valor(saldo) + ")");
+                                    ValorSaldoAnterior(saldo) + ")");
         conta = ContaSuperiora(conta);
         parcela = saldo;
       }
@@ -221,7 +180,7 @@ bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
       const double saldo = analiticas->FieldByName("SALDO").AsFloat();
       const db::Value& origem = analiticas->FieldByName("REVENDA_ORIGEM");
       const std::string texto_origem = origem.IsNull() ? "NULL" : origem.AsString();
-      CondicaoDivisao(*analiticas, condicao, valores);
+      CondicaoDivisaoSaldo(*analiticas, true, condicao, valores);
       double parcela = 0;
       for (std::string conta = analiticas->FieldByName("CONTA").AsString(); !conta.empty();) {
         sdsBuscaSaldoDivisao.Close();
@@ -232,12 +191,12 @@ bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
         const bool existe = !sdsBuscaSaldoDivisao.IsEmpty();
         const double atual = sdsBuscaSaldoDivisao.FieldByName("SALDO").AsFloat();
         sdsBuscaSaldoDivisao.Close();
-        ExecutaEscrita(existe ? kAtualizaDivisao + Valor(atual + parcela) + kAtualizaEmpresa + e +
-                                    kAtualizaRevenda + r + kAtualizaConta + conta + "'" +
-                                    kAtualizaAno + ano + condicao
+        ExecutaEscrita(existe ? kAtualizaDivisao + ValorSaldoAnterior(atual + parcela) +
+                                    kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
+                                    conta + "'" + kAtualizaAno + ano + condicao
                               : kIncluiDivisao + sequencia() + "," + e + "," + r + "," + ano +
-                                    ",'" + conta + "'" + valores + "," + Valor(saldo) + "," +
-                                    texto_origem + ")");
+                                    ",'" + conta + "'" + valores + "," + ValorSaldoAnterior(saldo) +
+                                    "," + texto_origem + ")");
         conta = ContaSuperiora(conta);
         parcela = saldo;
       }
@@ -250,7 +209,7 @@ bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
     const auto combinacoes = SQLDatasetToClientDataSet(sdsAux);
     sdsAux.Close();
     for (combinacoes->First(); !combinacoes->Eof(); combinacoes->Next()) {  // 6
-      CondicaoDivisao(*combinacoes, condicao, valores);
+      CondicaoDivisaoSaldo(*combinacoes, true, condicao, valores);
       const db::Value& origem = combinacoes->FieldByName("REVENDA_ORIGEM");
       ExecutaEscrita(kIncluiCombinacao + sequencia() + "," + e + "," + r + "," + Ano + ",'" +
                      combinacoes->FieldByName("CONTA").AsString() + "'" + valores + ",0" + "," +
