@@ -4,6 +4,8 @@
 // combination in CTB_SALDO_ANTERIOR_DIVISAO (AtualizaSaldoAnteriorDivisao).
 // Failed writes go to the error log and the run goes on; no transaction is
 // begun here.
+#include <optional>
+
 #include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
@@ -130,6 +132,34 @@ std::string TddmContabilidadeBD::ContaSuperiora(const std::string& conta) {
   return superiora;
 }
 
+std::optional<double> TddmContabilidadeBD::SaldoAnteriorGravado(const std::string& conta,
+                                                                const std::string& ano) {
+  sdsBuscaContaSaldo.Close();
+  sdsBuscaContaSaldo.ParamByName("EMPRESA").value = aplicacao_->Empresa;
+  sdsBuscaContaSaldo.ParamByName("REVENDA").value = aplicacao_->Revenda;
+  sdsBuscaContaSaldo.ParamByName("CONTA").value = conta;
+  sdsBuscaContaSaldo.ParamByName("ANO").value = ano;
+  sdsBuscaContaSaldo.Open();
+  std::optional<double> saldo;
+  if (!sdsBuscaContaSaldo.IsEmpty()) saldo = sdsBuscaContaSaldo.FieldByName("SALDO").AsFloat();
+  sdsBuscaContaSaldo.Close();
+  return saldo;
+}
+
+std::optional<double> TddmContabilidadeBD::SaldoAnteriorDivisaoGravado(
+    const std::string& conta, const std::string& ano, const std::string& condicao) {
+  sdsBuscaSaldoDivisao.Close();
+  sdsBuscaSaldoDivisao.SetCommandText(kBuscaDivisao + sql::Integer(aplicacao_->Empresa) +
+                                      kBuscaDivisaoRevenda + sql::Integer(aplicacao_->Revenda) +
+                                      kBuscaDivisaoConta + conta + "'" + kBuscaDivisaoAno + ano +
+                                      condicao);
+  sdsBuscaSaldoDivisao.Open();
+  std::optional<double> saldo;
+  if (!sdsBuscaSaldoDivisao.IsEmpty()) saldo = sdsBuscaSaldoDivisao.FieldByName("SALDO").AsFloat();
+  sdsBuscaSaldoDivisao.Close();
+  return saldo;
+}
+
 // Steps 1 to 5; the numbers appear in the body.
 void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
                                                 IProgressCallback* Callback) {
@@ -153,20 +183,12 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
     (void)ContaSuperiora(conta_analitica);  // opened, its result not used here
     double parcela = 0;
     for (std::string conta = conta_analitica; !conta.empty();) {
-      sdsBuscaContaSaldo.Close();
-      sdsBuscaContaSaldo.ParamByName("EMPRESA").value = aplicacao_->Empresa;
-      sdsBuscaContaSaldo.ParamByName("REVENDA").value = aplicacao_->Revenda;
-      sdsBuscaContaSaldo.ParamByName("CONTA").value = conta;
-      sdsBuscaContaSaldo.ParamByName("ANO").value = ano;
-      sdsBuscaContaSaldo.Open();
-      const bool existe = !sdsBuscaContaSaldo.IsEmpty();
-      const double atual = sdsBuscaContaSaldo.FieldByName("SALDO").AsFloat();
-      sdsBuscaContaSaldo.Close();
-      ExecutaRegistrando(existe ? kAtualiza + ValorSaldoAnterior(atual + parcela) +
-                                      kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
-                                      conta + "'" + kAtualizaAno + ano
-                                : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
-                                      ValorSaldoAnterior(saldo) + ")",
+      const std::optional<double> atual = SaldoAnteriorGravado(conta, ano);
+      ExecutaRegistrando(atual ? kAtualiza + ValorSaldoAnterior(*atual + parcela) +
+                                     kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
+                                     conta + "'" + kAtualizaAno + ano
+                               : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
+                                     ValorSaldoAnterior(saldo) + ")",
                          kMsgInclui);
       conta = ContaSuperiora(conta);
       parcela = saldo;
@@ -202,18 +224,11 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
     (void)ContaSuperiora(conta_analitica);
     double parcela = 0;
     for (std::string conta = conta_analitica; !conta.empty();) {
-      sdsBuscaSaldoDivisao.Close();  // 5
-      sdsBuscaSaldoDivisao.SetCommandText(kBuscaDivisao + e + kBuscaDivisaoRevenda + r +
-                                          kBuscaDivisaoConta + conta + "'" + kBuscaDivisaoAno +
-                                          ano + condicao);
-      sdsBuscaSaldoDivisao.Open();
-      const bool existe = !sdsBuscaSaldoDivisao.IsEmpty();
-      const double atual = sdsBuscaSaldoDivisao.FieldByName("SALDO").AsFloat();
-      sdsBuscaSaldoDivisao.Close();
+      const std::optional<double> atual = SaldoAnteriorDivisaoGravado(conta, ano, condicao);  // 5
       try {  // 6, 7
         std::string sql;
-        if (existe) {
-          sql = kAtualizaDivisao + ValorSaldoAnterior(atual + parcela) + kAtualizaEmpresa + e +
+        if (atual) {
+          sql = kAtualizaDivisao + ValorSaldoAnterior(*atual + parcela) + kAtualizaEmpresa + e +
                 kAtualizaRevenda + r + kAtualizaConta + conta + "'" + kAtualizaAno + ano + condicao;
         } else {
           // Always drawn under company 1 and dealership 1: one sequence for

@@ -3,6 +3,8 @@
 // silent, answering true or false (RecompoeSaldoAnterior); and per division
 // combination, carrying the previous year's qualifying combinations forward
 // with a zero balance (RecompoeSaldoAnteriorDivisao).
+#include <optional>
+
 #include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -56,13 +58,6 @@ constexpr char kIncluiDivisao[] =
     "(SEQUENCIA,EMPRESA,REVENDA,ANO,CONTA,REVENDA_DIVISAO,TIPO_ITEM,   "
     "CATEGORIA,CENTRO_CUSTO,MODALIDADE_OPERACAO,SECAO_OFICINA,FONTE,SALDO,REVENDA_ORIGEM)  "
     "values(";
-constexpr char kBuscaDivisao[] =
-    "select CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO,       "
-    "MODALIDADE_OPERACAO, SECAO_OFICINA, FONTE, SALDO from CTB_SALDO_ANTERIOR_DIVISAO where "
-    "EMPRESA = ";
-constexpr char kBuscaDivisaoRevenda[] = " and REVENDA = ";
-constexpr char kBuscaDivisaoConta[] = " and CONTA = '";
-constexpr char kBuscaDivisaoAno[] = " and ANO = ";
 
 // 5. The previous year's division combinations to carry forward. The year
 // 2009 is fixed in the text: that is the required behaviour.
@@ -130,20 +125,12 @@ bool TddmContabilidadeBD::RecompoeSaldoAnterior(const std::string& Ano) {
       const double saldo = analiticas->FieldByName("SALDO").AsFloat();
       double parcela = 0;
       for (std::string conta = analiticas->FieldByName("CONTA").AsString(); !conta.empty();) {
-        sdsBuscaContaSaldo.Close();
-        sdsBuscaContaSaldo.ParamByName("EMPRESA").value = aplicacao_->Empresa;
-        sdsBuscaContaSaldo.ParamByName("REVENDA").value = aplicacao_->Revenda;
-        sdsBuscaContaSaldo.ParamByName("CONTA").value = conta;
-        sdsBuscaContaSaldo.ParamByName("ANO").value = ano;
-        sdsBuscaContaSaldo.Open();
-        const bool existe = !sdsBuscaContaSaldo.IsEmpty();
-        const double atual = sdsBuscaContaSaldo.FieldByName("SALDO").AsFloat();
-        sdsBuscaContaSaldo.Close();
-        ExecutaEscrita(existe ? kAtualiza + ValorSaldoAnterior(atual + parcela) + kAtualizaEmpresa +
-                                    e + kAtualizaRevenda + r + kAtualizaConta + conta + "'" +
-                                    kAtualizaAno + ano
-                              : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
-                                    ValorSaldoAnterior(saldo) + ")");
+        const std::optional<double> atual = SaldoAnteriorGravado(conta, ano);
+        ExecutaEscrita(atual ? kAtualiza + ValorSaldoAnterior(*atual + parcela) + kAtualizaEmpresa +
+                                   e + kAtualizaRevenda + r + kAtualizaConta + conta + "'" +
+                                   kAtualizaAno + ano
+                             : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
+                                   ValorSaldoAnterior(saldo) + ")");
         conta = ContaSuperiora(conta);
         parcela = saldo;
       }
@@ -183,20 +170,13 @@ bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
       CondicaoDivisaoSaldo(*analiticas, true, condicao, valores);
       double parcela = 0;
       for (std::string conta = analiticas->FieldByName("CONTA").AsString(); !conta.empty();) {
-        sdsBuscaSaldoDivisao.Close();
-        sdsBuscaSaldoDivisao.SetCommandText(kBuscaDivisao + e + kBuscaDivisaoRevenda + r +
-                                            kBuscaDivisaoConta + conta + "'" + kBuscaDivisaoAno +
-                                            ano + condicao);
-        sdsBuscaSaldoDivisao.Open();
-        const bool existe = !sdsBuscaSaldoDivisao.IsEmpty();
-        const double atual = sdsBuscaSaldoDivisao.FieldByName("SALDO").AsFloat();
-        sdsBuscaSaldoDivisao.Close();
-        ExecutaEscrita(existe ? kAtualizaDivisao + ValorSaldoAnterior(atual + parcela) +
-                                    kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
-                                    conta + "'" + kAtualizaAno + ano + condicao
-                              : kIncluiDivisao + sequencia() + "," + e + "," + r + "," + ano +
-                                    ",'" + conta + "'" + valores + "," + ValorSaldoAnterior(saldo) +
-                                    "," + texto_origem + ")");
+        const std::optional<double> atual = SaldoAnteriorDivisaoGravado(conta, ano, condicao);
+        ExecutaEscrita(atual ? kAtualizaDivisao + ValorSaldoAnterior(*atual + parcela) +
+                                   kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
+                                   conta + "'" + kAtualizaAno + ano + condicao
+                             : kIncluiDivisao + sequencia() + "," + e + "," + r + "," + ano + ",'" +
+                                   conta + "'" + valores + "," + ValorSaldoAnterior(saldo) + "," +
+                                   texto_origem + ")");
         conta = ContaSuperiora(conta);
         parcela = saldo;
       }

@@ -502,6 +502,13 @@ class TddmContabilidadeBD {
   void RegistraErro(const std::string& mensagem, const std::exception& erro);
   void ExecutaRegistrando(const std::string& sql, const char* mensagem);
   std::string ContaSuperiora(const std::string& conta);
+  // The stored carried-forward balance of an account and year (plain, or of
+  // one division combination given as its condition) of the current company
+  // and dealership; empty when there is no row.
+  std::optional<double> SaldoAnteriorGravado(const std::string& conta, const std::string& ano);
+  std::optional<double> SaldoAnteriorDivisaoGravado(const std::string& conta,
+                                                    const std::string& ano,
+                                                    const std::string& condicao);
   // Executes a write on sdsExecutaSQL; failures raise.
   void ExecutaEscrita(const std::string& sql);
   // Strict decimal conversion of a numeric text argument; the message names
