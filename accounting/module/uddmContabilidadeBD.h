@@ -21,6 +21,7 @@
 #include "accounting/db/sql_dataset.h"
 #include "accounting/db/value.h"
 #include "accounting/module/aplicacao.h"
+#include "accounting/module/formato_numerico.h"
 #include "accounting/module/progress.h"
 #include "accounting/services/service_libraries.h"
 
@@ -444,6 +445,58 @@ class TddmContabilidadeBD {
   // year Ano with a zero balance.
   [[nodiscard]] bool RecompoeSaldoAnteriorDivisao(const std::string& Ano);
 
+  // ---- result calculation -----------------------------------------------------------
+  // The first day (YYYYMMDD) of the next result calculation of the current
+  // company and dealership: the day after the stored last closing date
+  // ("18991231" when that date is empty); empty text when the company and
+  // dealership have no numbering-book row.
+  std::string RetornaDataUltApuracao();
+  // Closes the analytic result accounts (codes from "3" up) of the current
+  // company and dealership from the day after the last calculation to
+  // AnoMes/Dia: one closing entry per balance row (movement per nature and,
+  // unless SomenteMovimento rules it out, the carried-forward balance of
+  // Ano, or of the year before when AnoAtual is false), each split over the
+  // divisions that produced it, and a counter-entry into ContaResultado.
+  // Reports the totals posted to ContaResultado on the closing date with
+  // HistoricoPadrao ("1.234,56 C" with the module's separators), moves the
+  // last-calculation date to the closing date, and commits (Confirmar) or
+  // rolls everything back (a preview). True when the run completed. Any
+  // failure inside the transaction is rolled back and answered false with
+  // its message in Mensagem (empty when a summarised-balance update was
+  // refused); failures of the reads before it raise.
+  [[nodiscard]] bool ApuraResultado(int32_t AnoMes, const std::string& Ano, const std::string& Dia,
+                                    const std::string& HistoricoPadrao,
+                                    const std::string& ContaResultado, bool AnoAtual,
+                                    std::string& TotalCredito, std::string& TotalDebito,
+                                    std::string& Diferenca, std::string& Mensagem, bool Confirmar,
+                                    bool IncluiSaldoAnterior, bool SomenteMovimento,
+                                    const std::string& RevendasDesconsiderar);
+
+  // ---- annual closing --------------------------------------------------------------
+  // Rewrites the carried-forward balances of year Ano (four digits) of the
+  // current company and dealership from scratch: every analytic account's
+  // balance at the end of the year, every division combination used in the
+  // two years up to Ano (or carried from Ano - 1), then the roll-up to the
+  // synthetic accounts. Refuses to run, changing nothing, while an account is
+  // its own superior account (an "mtError#$#" command). Erros is the
+  // caller's error table as serialised table data (empty text for none): it
+  // comes back with one row appended per failed delete or insert, which does
+  // not stop the run. Progress goes to Callback. Opens no transaction.
+  // Failures of reads, balance computations and the roll-up raise; Erros
+  // then still carries the rows collected so far. Throws
+  // std::invalid_argument, before anything runs, when Ano is not a number
+  // or Erros is not error-table data.
+  void EncerramentoAnual(const std::string& Ano, std::string& Erros, IProgressCallback* Callback);
+
+  // ---- display separators ------------------------------------------------------------
+  // The separators of the thousands-separated totals of ApuraResultado. By
+  // default they follow the process's LC_NUMERIC locale at the time of each
+  // call (see SeparadoresDoLocale); a host that wants fixed ones sets them
+  // here, and UsaSeparadoresDoLocale returns to the default.
+  void DefineSeparadoresNumericos(SeparadoresNumericos separadores);
+  void UsaSeparadoresDoLocale();
+  SeparadoresNumericos SeparadoresEmUso() const;
+
   // ---- state (read by tests and hosts) -----------------------------------------
   TAplicacaoLibrary* Aplicacao() { return aplicacao_.get(); }
   db::Connection* Conexao() const { return conexao_; }
@@ -558,6 +611,13 @@ class TddmContabilidadeBD {
                                        const std::vector<CargaGeral>& cargas, int32_t empresa,
                                        int32_t revenda, int32_t perini, int32_t perfin);
   void SetFixedContent();
+  // One entry of the result calculation (a closing entry when `encerramento`,
+  // else a counter-entry), its division rows (the visible rows of
+  // `divisoes`) and its summarised balances. Returns its number; any failure
+  // raises.
+  int32_t LancaApuracao(bool encerramento, int32_t AnoMes, const std::string& Dia,
+                        const std::string& HistoricoPadrao, const std::string& conta,
+                        const std::string& natureza, double valor, db::ClientDataSet& divisoes);
 
   // State, in declaration order of the data module.
   std::unique_ptr<TAplicacaoLibrary> aplicacao_;
@@ -574,6 +634,8 @@ class TddmContabilidadeBD {
   // The key of the general balance's carried-forward cache (the cached text
   // above keys its movement cache).
   std::string chave_saldo_geral_;
+  // Fixed display separators; empty follows the locale.
+  std::optional<SeparadoresNumericos> separadores_;
 
   std::unique_ptr<IGeral01> geral_;
   std::unique_ptr<IIntegracaoContabil01> integracao_;

@@ -1,0 +1,279 @@
+// The annual closing: a year's carried-forward balances are rewritten from
+// scratch, per account and per division combination, from the balance
+// queries, and then rolled up to the synthetic accounts. Each delete and
+// insert stands on its own: a failure becomes a row of the caller's error
+// table and the run goes on.
+#include <memory>
+#include <stdexcept>
+
+#include "accounting/db/error.h"
+#include "accounting/db/sql_format.h"
+#include "accounting/module/uddmContabilidadeBD.h"
+#include "accounting/services/zorutils.h"
+
+namespace kvc {
+namespace {
+
+// 1. Accounts that are their own superior account.
+constexpr char kAutoReferencia[] =
+    "select EMPRESA, REVENDA, CONTA FROM CTB_CONTA where EMPRESA = ";
+constexpr char kAutoReferenciaRevenda[] = " and REVENDA = ";
+constexpr char kAutoReferenciaFim[] = " and CONTA = CONTA_SUPERIORA";
+constexpr char kMsgAutoReferencia[] =
+    "As seguintes contas estão com a conta superiora igual a conta";
+constexpr char kTituloCancelado[] = "Encerramento Anual Cancelado ...";
+
+// 2. The year's account balances.
+constexpr char kExclui[] = " delete from ctb_saldo_anterior  where empresa = ";
+constexpr char kExcluiRevenda[] = " and   revenda = ";
+constexpr char kExcluiAno[] = " and   ano = ";
+
+// 3. The analytic accounts.
+constexpr char kAnaliticas[] =
+    "   select EMPRESA,            REVENDA,            CONTA          from CTB_CONTA     where "
+    "EMPRESA = ";
+constexpr char kAnaliticasRevenda[] = "      and REVENDA = ";
+constexpr char kAnaliticasNivel[] = "      and NIVEL = 'A'";
+constexpr char kAnaliticasOrdem[] = " order by CONTA ";
+
+// 4, 5. Balances and their rows.
+constexpr char kCaptionSaldos[] = "Buscando o movimento e saldo do período ...";
+constexpr char kCaptionGrava[] = "Atualizando o saldo Anterior na base ...";
+constexpr char kInclui[] =
+    " insert into ctb_saldo_anterior(empresa, revenda, conta, ano, saldo) values(";
+
+// 6. The year's division balances.
+constexpr char kExcluiDivisao[] = " delete from ctb_saldo_anterior_divisao  where empresa = ";
+constexpr char kExcluiDivisaoRevenda[] = " and   revenda = ";
+constexpr char kExcluiDivisaoAno[] = " and   ano = ";
+
+// 7. The division combinations of the two-year window: (a) those with
+// division rows of entries of analytic accounts, (b) those carried forward
+// from the year before. Sorted so that sequences follow the same order on
+// every server.
+constexpr char kCombinacoes[] =
+    " select l.empresa, l.revenda, l.conta, d.centro_custo, d.fonte, d.categoria,"
+    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
+    " from ctb_lancamento l, ctb_lancamento_dividido d, ctb_conta c"
+    " where l.empresa = ";
+constexpr char kCombinacoesRevenda[] = " and   l.revenda = ";
+constexpr char kCombinacoesJuncao[] =
+    " and   d.empresa = l.empresa and   d.revenda = l.revenda"
+    " and   d.ano_mes = l.ano_mes and   d.lancamento = l.lancamento"
+    " and   c.empresa = l.empresa and   c.revenda = l.revenda"
+    " and   c.conta = l.conta and   c.nivel = 'A'";
+constexpr char kCombinacoesPeriodo[] = " and   l.ano_mes between ";
+constexpr char kCombinacoesPeriodoMeio[] = "01 and ";
+constexpr char kCombinacoesPeriodoFim[] = "12";
+constexpr char kCombinacoesGrupo[] =
+    " group by l.empresa, l.revenda, l.conta, d.centro_custo, d.fonte, d.categoria,"
+    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao";
+constexpr char kCombinacoesUniao[] =
+    " union"
+    " select d.empresa, d.revenda, d.conta, d.centro_custo, d.fonte, d.categoria,"
+    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
+    " from ctb_saldo_anterior_divisao d, ctb_conta c"
+    " where d.empresa = ";
+constexpr char kCombinacoesUniaoRevenda[] = " and   d.revenda = ";
+constexpr char kCombinacoesUniaoJuncao[] =
+    " and   c.empresa = d.empresa and   c.revenda = d.revenda"
+    " and   c.conta = d.conta and   c.nivel = 'A'";
+constexpr char kCombinacoesUniaoAno[] = " and   d.ano = ";
+constexpr char kCombinacoesUniaoGrupo[] =
+    " group by d.empresa, d.revenda, d.conta, d.centro_custo, d.fonte, d.categoria,"
+    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
+    " order by 3, 4, 5, 6, 7, 8, 9, 10";
+constexpr char kCaptionDivisoes[] = "Atualizando o saldo Anterior dividido na base ..";
+constexpr char kTabelaSequencia[] = "CTB_SALDO_ANTERIOR_DIVISAO";
+constexpr char kChaveSequencia[] = "SEQUENCIA";
+constexpr char kIncluiDivisao[] =
+    " insert into ctb_saldo_anterior_divisao (sequencia, empresa, revenda, ano, conta, "
+    "revenda_divisao, tipo_item, categoria,  centro_custo, modalidade_operacao, secao_oficina, "
+    "fonte, saldo) values(";
+
+// 8. The roll-up.
+constexpr char kCaptionSuperioras[] = "Atualizando saldo das contas superioras ...";
+
+constexpr char kMsgExclui[] = "Erro ao excluir saldo anterior.";
+constexpr char kMsgInclui[] = "Erro ao incluir saldo anterior.";
+constexpr char kMsgExcluiDivisao[] = "Erro ao excluir saldo anterior dividido.";
+constexpr char kMsgIncluiDivisao[] = "Erro ao incluir saldo anterior dividido.";
+
+constexpr const char* kCamposErro[] = {"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"};
+
+// " ,value" for a division value, " ,NULL" for an empty one.
+std::string Valor(const std::string& texto, bool aspas) {
+  if (texto.empty()) return " ,NULL";
+  return " ," + (aspas ? sql::Quoted(texto) : texto);
+}
+
+int32_t InteiroOuNenhum(const db::Value& valor) {
+  return valor.IsNull() ? -1 : static_cast<int32_t>(valor.AsInteger());
+}
+
+}  // namespace
+
+void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string& Erros,
+                                            IProgressCallback* Callback) {
+  const int32_t ano = StrToInt(Ano, "Ano");
+  const int32_t empresa = aplicacao_->Empresa;
+  const int32_t revenda = aplicacao_->Revenda;
+  const std::string e = sql::Integer(empresa);
+  const std::string r = sql::Integer(revenda);
+  const int32_t mes_seguinte = (ano + 1) * 100 + 1;
+
+  // The caller's error table, read before anything runs: data that is not
+  // an error table is refused whole.
+  auto erros = std::make_unique<db::ClientDataSet>("cdsErros");
+  if (Erros.empty()) {
+    erros->DefineFields({{"DTA_ERRO", db::FieldType::kDateTime},
+                         {"MENSAGEM", db::FieldType::kString},
+                         {"SQL", db::FieldType::kString},
+                         {"EMESSAGE", db::FieldType::kString}});
+  } else {
+    erros->LoadFromString(Erros);
+    for (const char* campo : kCamposErro)
+      if (!erros->HasField(campo))
+        throw std::invalid_argument(std::string("Erros: the error table has no field ") + campo);
+  }
+
+  // 1. Consistency check.
+  sdsAux2.Close();
+  sdsAux2.SetCommandText(kAutoReferencia + e + kAutoReferenciaRevenda + r + kAutoReferenciaFim);
+  sdsAux2.Open();
+  if (!sdsAux2.IsEmpty()) {
+    std::string lista;
+    for (sdsAux2.First(); !sdsAux2.Eof(); sdsAux2.Next())
+      lista += "\n[" + sdsAux2.FieldByName("CONTA").AsString() + "]";
+    sdsAux2.Close();
+    SendCommand(Callback, kCmdError + std::string(kMsgAutoReferencia) + lista + kCmdSeparator +
+                              kTituloCancelado);
+    return;
+  }
+  sdsAux2.Close();
+
+  // From here on the failures of single statements go to the caller's table
+  // (the log of this data module for the run). Whatever happens, the table
+  // goes back to the caller and the log is freed.
+  log_erros_ = std::move(erros);
+  struct DevolveErros {
+    TddmContabilidadeBD& dm;
+    std::string& erros;
+    ~DevolveErros() {
+      if (dm.log_erros_) erros = dm.log_erros_->SaveToString();
+      dm.log_erros_.reset();
+    }
+  } devolve{*this, Erros};
+
+  // The movement of the year is read through the module's cache, which may
+  // hold rows loaded before the latest postings: the closing starts from the
+  // database as it is now.
+  cdsSaldoTotal.Close();
+
+  // 2. Delete the year's account balances.
+  ExecutaRegistrando(kExclui + e + kExcluiRevenda + r + kExcluiAno + Ano, kMsgExclui);
+
+  // 3. The working list of analytic accounts.
+  db::ClientDataSet contas("cdsContasEncerramento");
+  contas.DefineFields({{"EMPRESA", db::FieldType::kInteger},
+                       {"REVENDA", db::FieldType::kInteger},
+                       {"CONTA", db::FieldType::kString},
+                       {"SALDO_ATUAL", db::FieldType::kFloat}});
+  contas.AddIndex("IDX_CONTA", "CONTA");
+  contas.SetIndexName("IDX_CONTA");
+  sdsAux2.Close();
+  sdsAux2.SetCommandText(kAnaliticas + e + kAnaliticasRevenda + r + kAnaliticasNivel +
+                         kAnaliticasOrdem);
+  sdsAux2.Open();
+  for (sdsAux2.First(); !sdsAux2.Eof(); sdsAux2.Next()) {
+    contas.Append();
+    contas.SetFieldValue("EMPRESA", sdsAux2.FieldByName("EMPRESA"));
+    contas.SetFieldValue("REVENDA", sdsAux2.FieldByName("REVENDA"));
+    contas.SetFieldValue("CONTA", sdsAux2.FieldByName("CONTA"));
+    contas.SetFieldValue("SALDO_ATUAL", 0.0);
+    contas.Post();
+  }
+  sdsAux2.Close();
+  const auto total_contas = static_cast<int64_t>(contas.RecordCount());
+
+  // 4. Each account's balance at the end of the year: what it carries into
+  // January of the next.
+  ProgressPhase saldos(Callback, total_contas);
+  saldos.Begin(kCaptionSaldos);
+  for (contas.First(); !contas.Eof(); contas.Next()) {
+    saldos.Step();
+    const double saldo = CalculaSaldoAnteriorContaAnalitica(
+        empresa, revenda, mes_seguinte, -1, -1, -1, -1, -1, "", "",
+        contas.FieldByName("CONTA").AsString(), false, true, "", false, "");
+    contas.Edit();
+    contas.SetFieldValue("SALDO_ATUAL", saldo);
+    contas.Post();
+  }
+
+  // 5. Write them, each insert on its own.
+  ProgressPhase grava(Callback, total_contas);
+  grava.Begin(kCaptionGrava);
+  for (contas.First(); !contas.Eof(); contas.Next()) {
+    grava.Step();
+    ExecutaRegistrando(kInclui + e + " ," + r + " ,'" + contas.FieldByName("CONTA").AsString() +
+                           "'" + " ," + Ano + " ," +
+                           sql::Amount4(contas.FieldByName("SALDO_ATUAL").AsFloat()) + " )",
+                       kMsgInclui);
+  }
+
+  // 6. Delete the year's division balances.
+  ExecutaRegistrando(kExcluiDivisao + e + kExcluiDivisaoRevenda + r + kExcluiDivisaoAno + Ano,
+                     kMsgExcluiDivisao);
+
+  // 7. The division combinations and their balances.
+  const std::string anterior = sql::Integer(ano - 1);
+  sdsEncerra.Close();
+  sdsEncerra.SetCommandText(kCombinacoes + e + kCombinacoesRevenda + r + kCombinacoesJuncao +
+                            kCombinacoesPeriodo + anterior + kCombinacoesPeriodoMeio + Ano +
+                            kCombinacoesPeriodoFim + kCombinacoesGrupo + kCombinacoesUniao + e +
+                            kCombinacoesUniaoRevenda + r + kCombinacoesUniaoJuncao +
+                            kCombinacoesUniaoAno + anterior + kCombinacoesUniaoGrupo);
+  sdsEncerra.Open();
+  const auto combinacoes = SQLDatasetToClientDataSet(sdsEncerra);
+  sdsEncerra.Close();
+  ProgressPhase divisoes(Callback, static_cast<int64_t>(combinacoes->RecordCount()));
+  divisoes.Begin(kCaptionDivisoes);
+  for (combinacoes->First(); !combinacoes->Eof(); combinacoes->Next()) {
+    divisoes.Step();
+    const db::ClientDataSet& c = *combinacoes;
+    const std::string conta = c.FieldByName("CONTA").AsString();
+    const std::string tipo_item = c.FieldByName("TIPO_ITEM").AsString();
+    const std::string modalidade = c.FieldByName("MODALIDADE_OPERACAO").AsString();
+    // An empty division value is -1 for the balance query, which then asks
+    // for the rows where that column is null: the combination's own rows.
+    const double saldo = CalculaSaldoAnteriorContaAnalitica(
+        empresa, revenda, mes_seguinte, InteiroOuNenhum(c.FieldByName("CENTRO_CUSTO")),
+        InteiroOuNenhum(c.FieldByName("FONTE")), InteiroOuNenhum(c.FieldByName("CATEGORIA")),
+        InteiroOuNenhum(c.FieldByName("SECAO_OFICINA")),
+        InteiroOuNenhum(c.FieldByName("REVENDA_DIVISAO")), tipo_item, modalidade, conta, true,
+        true, "", false, "");
+    if (!conexao_) throw db::DatabaseError("no connection", "");
+    const int32_t sequencia =
+        BuscaProximoNumeroTran(*conexao_, 1, 1, kTabelaSequencia, kChaveSequencia, 1);
+    ExecutaRegistrando(kIncluiDivisao + sql::Integer(sequencia) + " ," + e + " ," + r + " ," +
+                           Ano + " ," + sql::Quoted(conta) +
+                           Valor(c.FieldByName("REVENDA_DIVISAO").AsString(), false) +
+                           Valor(tipo_item, true) +
+                           Valor(c.FieldByName("CATEGORIA").AsString(), false) +
+                           Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) +
+                           Valor(modalidade, true) +
+                           Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
+                           Valor(c.FieldByName("FONTE").AsString(), false) + " ," +
+                           sql::Amount4(saldo) + " )",
+                       kMsgIncluiDivisao);
+  }
+
+  // 8. The synthetic accounts.
+  SendCommand(Callback, kCmdCaption + std::string(kCaptionSuperioras));
+  SendCommand(Callback, kCmdBar + std::string("0"));
+  AtualizaSaldoAnterior(Ano, Callback);
+  AtualizaSaldoAnteriorDivisao(Ano, Callback);
+  // 9. The error table goes back through `devolve`.
+}
+
+}  // namespace kvc
