@@ -2,7 +2,6 @@
 // five levels deep, with a plain row per analytic account and 20,000 division
 // rows, on the embedded database: time and statements issued.
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,6 +11,7 @@
 
 #include "accounting/db/schema.h"
 #include "accounting/module/uddmContabilidadeBD.h"
+#include "bench/bench_support.h"
 
 namespace {
 
@@ -20,12 +20,6 @@ constexpr int kNivel[] = {2, 10, 50, 250, 1688};
 constexpr int kLinhasDivisao = 20'000;
 
 std::string Conta(int nivel, int i) { return fmt::format("N{}.{:04}", nivel, i); }
-
-long PeakRssKb() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss;
-}
 
 void Popula(kvc::db::Connection& c) {
   c.Begin(kvc::db::Isolation::kReadCommitted);
@@ -56,29 +50,6 @@ void Popula(kvc::db::Connection& c) {
   c.Commit();
 }
 
-// Counts the statements sent, keeping nothing else.
-class Contador final : public kvc::db::Connection {
- public:
-  explicit Contador(kvc::db::Connection& inner) : inner_(inner) {}
-  const kvc::db::Dialect& dialect() const override { return inner_.dialect(); }
-  long long Execute(const std::string& sql, const kvc::db::BoundParams& params) override {
-    ++enviados;
-    return inner_.Execute(sql, params);
-  }
-  kvc::db::ResultSet Query(const std::string& sql, const kvc::db::BoundParams& params) override {
-    ++enviados;
-    return inner_.Query(sql, params);
-  }
-  void Begin(kvc::db::Isolation isolation) override { inner_.Begin(isolation); }
-  void Commit() override { inner_.Commit(); }
-  void Rollback() override { inner_.Rollback(); }
-  bool InTransaction() const override { return inner_.InTransaction(); }
-  size_t enviados = 0;
-
- private:
-  kvc::db::Connection& inner_;
-};
-
 // The roll-up as the annual closing runs it: both forms inside the caller's
 // transaction.
 void BM_RollUpOfAYear(benchmark::State& state) {
@@ -92,7 +63,7 @@ void BM_RollUpOfAYear(benchmark::State& state) {
     auto raw = kvc::db::Connect("sqlite:" + path);
     kvc::db::CreateSchema(*raw);
     Popula(*raw);
-    Contador trace(*raw);
+    kvc::bench::Contador trace(*raw);
     kvc::TSimpleHostContext host;
     kvc::TddmContabilidadeBD dm;
     dm.AtualizaTAplicacao(host, &trace, 1);
@@ -114,7 +85,7 @@ void BM_RollUpOfAYear(benchmark::State& state) {
     state.ResumeTiming();
   }
   state.counters["statements"] = static_cast<double>(statements);
-  state.counters["peak_rss_MiB"] = static_cast<double>(PeakRssKb()) / 1024.0;
+  state.counters["peak_rss_MiB"] = static_cast<double>(kvc::bench::PeakRssKb()) / 1024.0;
 }
 BENCHMARK(BM_RollUpOfAYear)->Iterations(1)->Unit(benchmark::kSecond);
 
