@@ -115,10 +115,9 @@ constexpr char kGravaApuracaoRevenda[] = "   and REVENDA = ";
 
 // The seven division columns of the breakdowns, in the order of the
 // in-memory division table.
-constexpr const char* kColunasDivisao[] = {"REVENDA_DIVISAO", "TIPO_ITEM",
-                                           "CATEGORIA",       "CENTRO_CUSTO",
-                                           "MODALIDADE_OPERACAO", "SECAO_OFICINA",
-                                           "FONTE"};
+constexpr const char* kColunasDivisao[] = {
+    "REVENDA_DIVISAO",     "TIPO_ITEM",     "CATEGORIA", "CENTRO_CUSTO",
+    "MODALIDADE_OPERACAO", "SECAO_OFICINA", "FONTE"};
 
 // A refused summarised-balance update: the run fails with an empty message.
 class SaldoSumarizadoRecusado : public std::exception {
@@ -145,9 +144,8 @@ DateTime DataApuracao(int32_t dia, int32_t mes, int32_t ano) {
   data.month = mes;
   data.day = dia;
   if (!data.IsValid())
-    throw std::invalid_argument("closing date " + std::to_string(dia) + "/" +
-                                std::to_string(mes) + "/" + std::to_string(ano) +
-                                " is not a calendar day");
+    throw std::invalid_argument("closing date " + std::to_string(dia) + "/" + std::to_string(mes) +
+                                "/" + std::to_string(ano) + " is not a calendar day");
   return data;
 }
 
@@ -216,9 +214,9 @@ int32_t TddmContabilidadeBD::LancaApuracao(bool encerramento, int32_t AnoMes,
   // 2. The entry: the closing entry carries ENCERRAMENTO_EXERCICIO 'S'.
   const std::string valores = e + sep + r + sep + mes + sep + n + sep + "NULL" + sep +
                               sql::Integer(aplicacao_->CodigoUsuario) + sep + "'" + conta + "'" +
-                              sep + HistoricoPadrao + sep + Dia + sep + "'" + natureza + "'" +
-                              sep + sql::Amount(valor) + sep + "'O'" + sep + "NULL" + sep +
-                              "NULL" + sep + "'N'";
+                              sep + HistoricoPadrao + sep + Dia + sep + "'" + natureza + "'" + sep +
+                              sql::Amount(valor) + sep + "'O'" + sep + "NULL" + sep + "NULL" + sep +
+                              "'N'";
   sdsExecutaSQL.Close();
   sdsExecutaSQL.SetCommandText(encerramento
                                    ? kInsertEncerramento + valores + sep + "NULL" + sep + "'S' )"
@@ -246,28 +244,26 @@ int32_t TddmContabilidadeBD::LancaApuracao(bool encerramento, int32_t AnoMes,
     const double saldo = divisoes.FieldByName("SALDO").AsFloat();
     ++contador_divisao_;
     sdsExecutaSQL.Close();
-    sdsExecutaSQL.SetCommandText(
-        kInsertDivisao + sql::Integer(contador_divisao_) + sep + e + sep + r + sep + mes + sep +
-        n + sep + InteiroOuNull(revenda_divisao) + sep + InteiroOuNull(centro_custo) + sep +
-        InteiroOuNull(fonte) + sep + InteiroOuNull(categoria) + sep +
-        InteiroOuNull(secao_oficina) + sep + TextoOuNull(tipo_item) + sep +
-        TextoOuNull(modalidade) + sep + sql::Amount(saldo) + ")");
+    sdsExecutaSQL.SetCommandText(kInsertDivisao + sql::Integer(contador_divisao_) + sep + e + sep +
+                                 r + sep + mes + sep + n + sep + InteiroOuNull(revenda_divisao) +
+                                 sep + InteiroOuNull(centro_custo) + sep + InteiroOuNull(fonte) +
+                                 sep + InteiroOuNull(categoria) + sep +
+                                 InteiroOuNull(secao_oficina) + sep + TextoOuNull(tipo_item) + sep +
+                                 TextoOuNull(modalidade) + sep + sql::Amount(saldo) + ")");
     sdsExecutaSQL.ExecSQL();
     // The company also stands in the dealership's place here: the
     // established behaviour of the division rows of this operation.
-    if (!AtualizaSaldoSumarizado(*conexao_, "D", "I", tipo_item, modalidade, conta, natureza,
-                                 empresa, empresa, AnoMes, InteiroOuNenhum(centro_custo),
-                                 InteiroOuNenhum(fonte), InteiroOuNenhum(categoria),
-                                 InteiroOuNenhum(secao_oficina), InteiroOuNenhum(revenda_divisao),
-                                 saldo))
+    if (!AtualizaSaldoSumarizado(
+            *conexao_, "D", "I", tipo_item, modalidade, conta, natureza, empresa, empresa, AnoMes,
+            InteiroOuNenhum(centro_custo), InteiroOuNenhum(fonte), InteiroOuNenhum(categoria),
+            InteiroOuNenhum(secao_oficina), InteiroOuNenhum(revenda_divisao), saldo))
       throw SaldoSumarizadoRecusado();
   }
   return numero;
 }
 
 bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
-                                         const std::string& Dia,
-                                         const std::string& HistoricoPadrao,
+                                         const std::string& Dia, const std::string& HistoricoPadrao,
                                          const std::string& ContaResultado, bool AnoAtual,
                                          std::string& TotalCredito, std::string& TotalDebito,
                                          std::string& Diferenca, std::string& Mensagem,
@@ -315,14 +311,13 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
   const std::string ultima = RetornaDataUltApuracao();
   const int32_t ano = StrToInt(Ano, "Ano");
   const int32_t dia = StrToInt(Dia, "Dia");
-  const int64_t inicio = ultima.empty() ? static_cast<int64_t>(ano) * 10000 + 101
-                                        : static_cast<int64_t>(StrToInt(ultima.substr(0, 6),
-                                                                        "last calculation")) *
-                                                  100 +
-                                              StrToInt(ultima.substr(6, 2), "last calculation");
+  const int64_t inicio =
+      ultima.empty()
+          ? static_cast<int64_t>(ano) * 10000 + 101
+          : static_cast<int64_t>(StrToInt(ultima.substr(0, 6), "last calculation")) * 100 +
+                StrToInt(ultima.substr(6, 2), "last calculation");
   const int64_t fim = static_cast<int64_t>(AnoMes) * 100 + dia;
-  const std::string periodo =
-      kDataInicial + sql::Integer(inicio) + kDataFinal + sql::Integer(fim);
+  const std::string periodo = kDataInicial + sql::Integer(inicio) + kDataFinal + sql::Integer(fim);
   const std::string ano_saldo = sql::Integer(AnoAtual ? ano : ano - 1);
   const bool com_anterior = !SomenteMovimento || IncluiSaldoAnterior || AnoAtual;
   const std::string exclusao_movimento = VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
@@ -371,9 +366,8 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
                  (natureza == "C" ? kLadoDevedor : kLadoCredor) + periodo + kDivisaoMovimentoGrupo;
       else
         quebra = kDivisaoAnterior + conta + "'" + kDivisaoAnteriorEmpresa + e +
-                 kDivisaoAnteriorRevenda + r + exclusao_anterior + kDivisaoAnteriorAno +
-                 ano_saldo + (natureza == "C" ? kSaldoDevedor : kSaldoCredor) +
-                 kDivisaoAnteriorGrupo;
+                 kDivisaoAnteriorRevenda + r + exclusao_anterior + kDivisaoAnteriorAno + ano_saldo +
+                 (natureza == "C" ? kSaldoDevedor : kSaldoCredor) + kDivisaoAnteriorGrupo;
       sdsConsultaLoc1.Close();
       sdsConsultaLoc1.SetCommandText(quebra);
       sdsConsultaLoc1.Open();

@@ -15,8 +15,7 @@ namespace kvc {
 namespace {
 
 // 1. Accounts that are their own superior account.
-constexpr char kAutoReferencia[] =
-    "select EMPRESA, REVENDA, CONTA FROM CTB_CONTA where EMPRESA = ";
+constexpr char kAutoReferencia[] = "select EMPRESA, REVENDA, CONTA FROM CTB_CONTA where EMPRESA = ";
 constexpr char kAutoReferenciaRevenda[] = " and REVENDA = ";
 constexpr char kAutoReferenciaFim[] = " and CONTA = CONTA_SUPERIORA";
 constexpr char kMsgAutoReferencia[] =
@@ -250,22 +249,19 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
         empresa, revenda, mes_seguinte, InteiroOuNenhum(c.FieldByName("CENTRO_CUSTO")),
         InteiroOuNenhum(c.FieldByName("FONTE")), InteiroOuNenhum(c.FieldByName("CATEGORIA")),
         InteiroOuNenhum(c.FieldByName("SECAO_OFICINA")),
-        InteiroOuNenhum(c.FieldByName("REVENDA_DIVISAO")), tipo_item, modalidade, conta, true,
-        true, "", false, "");
+        InteiroOuNenhum(c.FieldByName("REVENDA_DIVISAO")), tipo_item, modalidade, conta, true, true,
+        "", false, "");
     if (!conexao_) throw db::DatabaseError("no connection", "");
     const int32_t sequencia =
         BuscaProximoNumeroTran(*conexao_, 1, 1, kTabelaSequencia, kChaveSequencia, 1);
-    ExecutaRegistrando(kIncluiDivisao + sql::Integer(sequencia) + " ," + e + " ," + r + " ," +
-                           Ano + " ," + sql::Quoted(conta) +
-                           Valor(c.FieldByName("REVENDA_DIVISAO").AsString(), false) +
-                           Valor(tipo_item, true) +
-                           Valor(c.FieldByName("CATEGORIA").AsString(), false) +
-                           Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) +
-                           Valor(modalidade, true) +
-                           Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
-                           Valor(c.FieldByName("FONTE").AsString(), false) + " ," +
-                           sql::Amount4(saldo) + " )",
-                       kMsgIncluiDivisao);
+    ExecutaRegistrando(
+        kIncluiDivisao + sql::Integer(sequencia) + " ," + e + " ," + r + " ," + Ano + " ," +
+            sql::Quoted(conta) + Valor(c.FieldByName("REVENDA_DIVISAO").AsString(), false) +
+            Valor(tipo_item, true) + Valor(c.FieldByName("CATEGORIA").AsString(), false) +
+            Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) + Valor(modalidade, true) +
+            Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
+            Valor(c.FieldByName("FONTE").AsString(), false) + " ," + sql::Amount4(saldo) + " )",
+        kMsgIncluiDivisao);
   }
 
   // 8. The synthetic accounts.

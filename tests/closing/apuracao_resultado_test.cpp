@@ -56,8 +56,8 @@ class ApuraResultadoTest : public ClosingTest {
              bool somente_movimento = true, const std::string& revendas = "",
              const std::string& dia = "31", int32_t ano_mes = 202312) {
     return dm_->ApuraResultado(ano_mes, "2023", dia, "77", "2.9", ano_atual, credito_, debito_,
-                               diferenca_, mensagem_, confirmar, inclui_anterior,
-                               somente_movimento, revendas);
+                               diferenca_, mensagem_, confirmar, inclui_anterior, somente_movimento,
+                               revendas);
   }
 
   std::vector<Linha> Lancamentos() {
@@ -132,12 +132,13 @@ TEST_P(ApuraResultadoTest, ExactStatementsOfAClosingRun) {
   EXPECT_EQ(s.at(1),
             " select conta, nivel from  ctb_conta where empresa = 2 and   revenda = 5 and   CONTA "
             ">= '3' and   nivel = 'A'");
-  EXPECT_TRUE(tem(" select l.natureza, sum(coalesce(d.val_divisao, 0)) saldo, 'M' tipo from "
-                  "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento "
-                  "and l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes "
-                  "and l.empresa = 2 and l.revenda = 5 and l.conta = '3.1' and "
-                  "l.ano_mes*100+l.dia >= 20230101 and l.ano_mes*100+l.dia <= 20231231   group by "
-                  "l.natureza"));
+  EXPECT_TRUE(
+      tem(" select l.natureza, sum(coalesce(d.val_divisao, 0)) saldo, 'M' tipo from "
+          "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento "
+          "and l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes "
+          "and l.empresa = 2 and l.revenda = 5 and l.conta = '3.1' and "
+          "l.ano_mes*100+l.dia >= 20230101 and l.ano_mes*100+l.dia <= 20231231   group by "
+          "l.natureza"));
   EXPECT_TRUE(tem(
       " select l.conta,        d.centro_custo,          d.fonte,        d.categoria,         "
       "d.secao_oficina,         d.tipo_item,        d.modalidade_operacao,        "
@@ -147,42 +148,48 @@ TEST_P(ApuraResultadoTest, ExactStatementsOfAClosingRun) {
       "l.revenda = 5   and l.natureza = 'C' and l.ano_mes*100+l.dia >= 20230101 and "
       "l.ano_mes*100+l.dia <= 20231231 group by l.conta, d.centro_custo, d.fonte, d.categoria, "
       "d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"));
-  EXPECT_TRUE(tem(" insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, "
-                  "LANCAMENTO, LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, "
-                  "NATUREZA,              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,  "
-                  "        LCO_OK, OPERACAO, ENCERRAMENTO_EXERCICIO)                             "
-                  "         values ( 2, 5, 202312, 1, NULL, 1, '3.1', 77, 31, 'D', 100.00, 'O', "
-                  "NULL, NULL, 'N', NULL, 'S' )"));
-  EXPECT_TRUE(tem("insert into ctb_lancamento_dividido       (SEQUENCIA, EMPRESA, REVENDA, "
-                  "ANO_MES, LANCAMENTO,         REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
-                  "SECAO_OFICINA,            TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO)       "
-                  "values(1, 2, 5, 202312, 1, null, 5, null, null, null, null, null, 100.00)"));
-  EXPECT_TRUE(tem(" insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, "
-                  "LANCAMENTO, LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, "
-                  "NATUREZA,              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,  "
-                  "        LCO_OK, OPERACAO)                           values ( 2, 5, 202312, 2, "
-                  "NULL, 1, '2.9', 77, 31, 'C', 100.00, 'O', NULL, NULL, 'N', NULL)"));
-  EXPECT_TRUE(tem("insert into ctb_lancamento_dividido       (SEQUENCIA, EMPRESA, REVENDA, "
-                  "ANO_MES, LANCAMENTO,         REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
-                  "SECAO_OFICINA,            TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO)       "
-                  "values(2, 2, 5, 202312, 2, null, 5, null, null, null, null, null, 100.00)"));
-  EXPECT_TRUE(tem("select l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
-                  "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento "
-                  "and l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes "
-                  "and l.empresa = 2 and l.revenda = 5 and l.conta = '2.9' and l.ano_mes = 202312 "
-                  "and l.dia = 31 and l.historico_padrao = 77   group by l.natureza"));
+  EXPECT_TRUE(
+      tem(" insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, "
+          "LANCAMENTO, LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, "
+          "NATUREZA,              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,  "
+          "        LCO_OK, OPERACAO, ENCERRAMENTO_EXERCICIO)                             "
+          "         values ( 2, 5, 202312, 1, NULL, 1, '3.1', 77, 31, 'D', 100.00, 'O', "
+          "NULL, NULL, 'N', NULL, 'S' )"));
+  EXPECT_TRUE(
+      tem("insert into ctb_lancamento_dividido       (SEQUENCIA, EMPRESA, REVENDA, "
+          "ANO_MES, LANCAMENTO,         REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
+          "SECAO_OFICINA,            TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO)       "
+          "values(1, 2, 5, 202312, 1, null, 5, null, null, null, null, null, 100.00)"));
+  EXPECT_TRUE(
+      tem(" insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, "
+          "LANCAMENTO, LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, "
+          "NATUREZA,              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,  "
+          "        LCO_OK, OPERACAO)                           values ( 2, 5, 202312, 2, "
+          "NULL, 1, '2.9', 77, 31, 'C', 100.00, 'O', NULL, NULL, 'N', NULL)"));
+  EXPECT_TRUE(
+      tem("insert into ctb_lancamento_dividido       (SEQUENCIA, EMPRESA, REVENDA, "
+          "ANO_MES, LANCAMENTO,         REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
+          "SECAO_OFICINA,            TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO)       "
+          "values(2, 2, 5, 202312, 2, null, 5, null, null, null, null, null, 100.00)"));
+  EXPECT_TRUE(
+      tem("select l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
+          "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento "
+          "and l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes "
+          "and l.empresa = 2 and l.revenda = 5 and l.conta = '2.9' and l.ano_mes = 202312 "
+          "and l.dia = 31 and l.historico_padrao = 77   group by l.natureza"));
   DateTime data;
   data.year = 2023;
   data.month = 12;
   data.day = 31;
   EXPECT_EQ(s.back(), "update FAT_NUMERACAO_LIVROS  set ANOMES_APURACAO_RESULTADO = " +
-                          DataPSql(data, host_.tipo_banco) + " where EMPRESA = 2   and REVENDA = 5");
+                          DataPSql(data, host_.tipo_banco) +
+                          " where EMPRESA = 2   and REVENDA = 5");
   EXPECT_EQ(trace_->Trace().back().kind, db::TracedStatement::Kind::kCommit);
 
   EXPECT_EQ(Lancamentos(),
-            (std::vector<Linha>{{"202312", "1", "3.1", "D", "100.00", "31", "77", "S", "O", "N", "1"},
-                                {"202312", "2", "2.9", "C", "100.00", "31", "77", "NULL", "O", "N",
-                                 "1"}}));
+            (std::vector<Linha>{
+                {"202312", "1", "3.1", "D", "100.00", "31", "77", "S", "O", "N", "1"},
+                {"202312", "2", "2.9", "C", "100.00", "31", "77", "NULL", "O", "N", "1"}}));
   EXPECT_EQ(credito_, "100.00 C");
   EXPECT_EQ(debito_, "0.00 D");
   EXPECT_EQ(diferenca_, "100.00 C");
@@ -359,10 +366,10 @@ TEST_P(ApuraResultadoTest, CarriedForwardPartFollowsTheThreeFlags) {
     EXPECT_TRUE(Apura(false, ano_atual, inclui, somente)) << mensagem_;
     return credito_ + " / " + debito_;
   };
-  EXPECT_EQ(anteriores(false, false, true), "0.00 C / 0.00 D");   // movement only
-  EXPECT_EQ(anteriores(false, true, true), "80.00 C / 0.00 D");   // the year before
+  EXPECT_EQ(anteriores(false, false, true), "0.00 C / 0.00 D");  // movement only
+  EXPECT_EQ(anteriores(false, true, true), "80.00 C / 0.00 D");  // the year before
   EXPECT_EQ(anteriores(false, false, false), "80.00 C / 0.00 D");
-  EXPECT_EQ(anteriores(true, false, true), "0.00 C / 33.00 D");   // the year itself
+  EXPECT_EQ(anteriores(true, false, true), "0.00 C / 33.00 D");  // the year itself
   trace_->Clear();
   ASSERT_TRUE(Apura(true, false, false, false));
   EXPECT_NE(std::find(trace_->Statements().begin(), trace_->Statements().end(),

@@ -60,16 +60,17 @@ class ClosingTest : public ModuleTest {
                               "CONTA, HISTORICO_PADRAO, DIA, NATUREZA, VAL_LANCAMENTO, ORIGEM, "
                               "REVENDA_OPERACAO) values ({}, {}, {}, {}, '{}', {}, {}, '{}', "
                               "{:.2f}, 'T', {})",
-                              empresa_, revenda_, ano_mes, numero, conta, historico, dia, natureza, valor,
-                              Num(revenda_operacao)),
+                              empresa_, revenda_, ano_mes, numero, conta, historico, dia, natureza,
+                              valor, Num(revenda_operacao)),
                   {});
     for (const Div& d : divisoes)
       raw_->Execute(
           fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
                       "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, TIPO_ITEM, VAL_DIVISAO) "
                       "values ({}, {}, {}, {}, {}, {}, {}, {}, {}, {:.2f})",
-                      ++ultima_sequencia_, empresa_, revenda_, ano_mes, numero, Num(d.revenda_divisao),
-                      Num(d.centro_custo), Num(d.fonte), Txt(d.tipo_item), d.valor),
+                      ++ultima_sequencia_, empresa_, revenda_, ano_mes, numero,
+                      Num(d.revenda_divisao), Num(d.centro_custo), Num(d.fonte), Txt(d.tipo_item),
+                      d.valor),
           {});
     return numero;
   }
@@ -87,19 +88,20 @@ class ClosingTest : public ModuleTest {
     raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
                               "REVENDA, ANO, CONTA, CENTRO_CUSTO, REVENDA_DIVISAO, SALDO) values "
                               "({}, {}, {}, {}, '{}', {}, {}, {:.2f})",
-                              ++ultima_sequencia_, empresa_, revenda_, ano, conta, Num(centro_custo),
-                              Num(revenda_divisao), saldo),
+                              ++ultima_sequencia_, empresa_, revenda_, ano, conta,
+                              Num(centro_custo), Num(revenda_divisao), saldo),
                   {});
   }
 
   // The numbering-book row of the company and dealership ("null" for an empty
   // date, or an ISO date).
   void Numeracao(const std::string& data = "null") {
-    raw_->Execute("insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA, ANOMES_APURACAO_RESULTADO) "
-                  "values (" +
-                      std::to_string(empresa_) + ", " + std::to_string(revenda_) + ", " +
-                      (data == "null" ? data : "'" + data + "'") + ")",
-                  {});
+    raw_->Execute(
+        "insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA, ANOMES_APURACAO_RESULTADO) "
+        "values (" +
+            std::to_string(empresa_) + ", " + std::to_string(revenda_) + ", " +
+            (data == "null" ? data : "'" + data + "'") + ")",
+        {});
   }
 
   // Every row of every table, each table's rows sorted.

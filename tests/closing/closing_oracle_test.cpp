@@ -47,8 +47,7 @@ class ClosingOracleTest : public ClosingTest {
   // that add up to its amount.
   void GeraLancamentos(std::mt19937& rng, int n) {
     std::uniform_int_distribution<size_t> conta(0, analiticas_.size() - 1);
-    std::uniform_int_distribution<int> mes(1, 12), dia(1, 28), partes(1, 3), cc(1, 4),
-        rd(0, 2);
+    std::uniform_int_distribution<int> mes(1, 12), dia(1, 28), partes(1, 3), cc(1, 4), rd(0, 2);
     std::uniform_int_distribution<int64_t> valor(1, 500000);
     for (int i = 0; i < n; ++i) {
       const int ano_mes = (i % 2 ? 2023 : 2024) * 100 + mes(rng);
@@ -119,8 +118,10 @@ TEST_P(ClosingOracleTest, AnnualClosingThenResultCalculationMatchAnIndependentCo
   // The division rows of each analytic account add up to its row.
   for (const auto& c : analiticas_) {
     const db::Value soma =
-        Scalar(*raw_, "select sum(SALDO) S from CTB_SALDO_ANTERIOR_DIVISAO where ANO = 2023 and "
-                      "CONTA = '" + c + "'");
+        Scalar(*raw_,
+               "select sum(SALDO) S from CTB_SALDO_ANTERIOR_DIVISAO where ANO = 2023 and "
+               "CONTA = '" +
+                   c + "'");
     EXPECT_EQ(soma.IsNull() ? 0 : Centavos(soma.AsFloat()), fim_2023.at(c)) << c;
   }
 
@@ -157,8 +158,7 @@ TEST_P(ClosingOracleTest, AnnualClosingThenResultCalculationMatchAnIndependentCo
     return v.IsNull() ? 0 : Centavos(v.AsFloat());
   };
   const auto texto = [](int64_t centavos, const std::string& lado) {
-    return FormataMilhar(static_cast<double>(centavos) / 100.0, SeparadoresDoLocale()) + " " +
-           lado;
+    return FormataMilhar(static_cast<double>(centavos) / 100.0, SeparadoresDoLocale()) + " " + lado;
   };
   EXPECT_EQ(credito, texto(lado("C"), "C"));
   EXPECT_EQ(debito, texto(lado("D"), "D"));
@@ -189,12 +189,12 @@ TEST_P(ClosingOracleTest, ProgressBarNeverRepeatsOrGoesBackWithinAPhase) {
       fases.back().push_back(valor);
     }
   }
-  EXPECT_EQ(captions, (std::vector<std::string>{
-                          "Buscando o movimento e saldo do período ...",
-                          "Atualizando o saldo Anterior na base ...",
-                          "Atualizando o saldo Anterior dividido na base ..",
-                          "Atualizando saldo das contas superioras ...",
-                          "Atualizando saldo dividido das contas superioras ..."}));
+  EXPECT_EQ(captions,
+            (std::vector<std::string>{"Buscando o movimento e saldo do período ...",
+                                      "Atualizando o saldo Anterior na base ...",
+                                      "Atualizando o saldo Anterior dividido na base ..",
+                                      "Atualizando saldo das contas superioras ...",
+                                      "Atualizando saldo dividido das contas superioras ..."}));
   ASSERT_EQ(fases.size(), 6u);
   for (size_t f = 0; f < fases.size(); ++f) {
     for (size_t i = 1; i < fases[f].size(); ++i)

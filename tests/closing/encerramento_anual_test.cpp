@@ -168,9 +168,9 @@ TEST_P(EncerramentoAnualTest, StatementsAndProgressCommandsOfASmallRun) {
   };
   const auto exclui = posicao(
       " delete from ctb_saldo_anterior  where empresa = 1 and   revenda = 1 and   ano = 2023");
-  const auto analiticas =
-      posicao("   select EMPRESA,            REVENDA,            CONTA          from CTB_CONTA  "
-              "   where EMPRESA = 1      and REVENDA = 1      and NIVEL = 'A' order by CONTA ");
+  const auto analiticas = posicao(
+      "   select EMPRESA,            REVENDA,            CONTA          from CTB_CONTA  "
+      "   where EMPRESA = 1      and REVENDA = 1      and NIVEL = 'A' order by CONTA ");
   const auto inclui1 = posicao(
       " insert into ctb_saldo_anterior(empresa, revenda, conta, ano, saldo) values(1 ,1 ,'1.1' "
       ",2023 ,1234.50 )");
@@ -243,13 +243,14 @@ TEST_P(EncerramentoAnualTest, CallersRowsComeBackWithTheNewRowsAppended) {
   trace_->FailMatching(falha, "constraint violated");
   dm_->EncerramentoAnual("2023", erros, nullptr);
   trace_->ClearFaults();
-  EXPECT_EQ(Erros(erros), (std::vector<Linha>{{"anterior", "select 1", "antes"},
-                                              {"Erro ao incluir saldo anterior.", falha,
-                                               "constraint violated"}}));
+  EXPECT_EQ(Erros(erros), (std::vector<Linha>{
+                              {"anterior", "select 1", "antes"},
+                              {"Erro ao incluir saldo anterior.", falha, "constraint violated"}}));
   // The run went on: the other accounts and the roll-up are there.
-  EXPECT_EQ(Saldos(), (std::vector<Linha>{
-                          {"1", "0.00"}, {"1.1", "0.00"}, {"1.1.1", "0.00"}, {"3", "0.00"},
-                          {"3.1", "0.00"}}));
+  EXPECT_EQ(
+      Saldos(),
+      (std::vector<Linha>{
+          {"1", "0.00"}, {"1.1", "0.00"}, {"1.1.1", "0.00"}, {"3", "0.00"}, {"3.1", "0.00"}}));
   EXPECT_EQ(dm_->LogErros(), nullptr);
 }
 
