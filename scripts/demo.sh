@@ -1,10 +1,17 @@
 #!/usr/bin/env bash
 # Installs the dependencies, builds the release configuration and runs the
-# example host on the embedded database (an SQLite file, kvc_demo.db, in the
-# current directory).
+# main job on the embedded database (an SQLite file, kvc_demo.db, in the
+# current directory): the demo company, the annual closing of 2023, the
+# result calculation of 2024 and the trial balance of December 2024.
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 bash "$here/scripts/install-deps.sh"
 cmake -S "$here" --preset release >/dev/null
 cmake --build "$here/build/release" -j2
-"$here/build/release/kvc_example" "sqlite:${KVC_DEMO_DB:-kvc_demo.db}"
+db="${KVC_DEMO_DB:-kvc_demo.db}"
+rm -f "$db"
+kvctb() { "$here/build/release/cli/kvctb" --db "sqlite:$db" "$@"; }
+kvctb init --demo
+kvctb close-year 2023
+kvctb close-result --month 202412 --day 31 --year 2024 --history 99 --result-account 2.9.1.01 --confirm
+kvctb trial-balance --month 202412

@@ -1,0 +1,290 @@
+// The balance commands: balance (BuscaSaldoConta), movement
+// (CalculaMovimentoContaAnaliticaPeriodo), day-movement
+// (BuscaSaldoContaPeriodo), opening (CalculaSaldoAnteriorContaAnalitica) and
+// trial-balance (the general form of BuscaSaldoConta over the whole chart),
+// with the division filters they share.
+#include <fmt/format.h>
+
+#include "cli/commands.h"
+#include "cli/validate.h"
+
+namespace kvc::cli {
+namespace {
+
+// Which of the shared options a command takes.
+enum FilterSet : unsigned {
+  kSingles = 1,         // --cost-centre ... --modality, --exclude-dealerships
+  kCostCentreList = 2,  // --cost-centres
+  kBalanceOnly = 4,     // --monthly, --general, --filter
+  kLevel = 8,           // --level
+  kByDivision = 16,     // --by-division
+};
+
+struct FilterOptions {
+  std::string cost_centre, cost_centres, source, category, workshop_section, division_dealership,
+      item_type, modality, exclude_dealerships, filter, level;
+  bool monthly = false, general = false, by_division = false;
+};
+
+// The checked filters, with the module's sentinels (-1, empty) for none.
+struct Filters {
+  int32_t centro_custo = -1, fonte = -1, categoria = -1, secao_oficina = -1, revenda_divisao = -1;
+  std::string tipo_item, modalidade, centros_custo, revendas_desconsiderar, filtro, nivel;
+  bool mensal = false, geral = false, por_divisao = false;
+};
+
+int32_t Optional(const std::string& option, const std::string& text) {
+  return text.empty() ? -1 : ParseInt(option, text, 0, 999999999);
+}
+
+Filters CheckFilters(const FilterOptions& o) {
+  Filters f;
+  f.centro_custo = Optional("--cost-centre", o.cost_centre);
+  f.fonte = Optional("--source", o.source);
+  f.categoria = Optional("--category", o.category);
+  f.secao_oficina = Optional("--workshop-section", o.workshop_section);
+  f.revenda_divisao = Optional("--division-dealership", o.division_dealership);
+  if (!o.item_type.empty()) f.tipo_item = ParseItemType("--item-type", o.item_type);
+  if (!o.modality.empty()) f.modalidade = ParseModality("--modality", o.modality);
+  if (!o.cost_centres.empty())
+    f.centros_custo = JoinList(ParseNumberList("--cost-centres", o.cost_centres));
+  f.revendas_desconsiderar = ExclusionList("--exclude-dealerships", o.exclude_dealerships);
+  if (!o.filter.empty()) f.filtro = ParseFilter("--filter", o.filter);
+  if (!o.level.empty()) {
+    if (o.level != "A" && o.level != "S")
+      throw UsageError("--level",
+                       fmt::format("'{}' is neither A nor S", CheckedText("--level", o.level)));
+    f.nivel = o.level;
+  }
+  f.mensal = o.monthly;
+  f.geral = o.general;
+  f.por_divisao = o.by_division;
+  return f;
+}
+
+void AddFilterOptions(CLI::App* sub, FilterOptions& o, unsigned set) {
+  if (set & kSingles) {
+    sub->add_option("--cost-centre", o.cost_centre,
+                    "Only this cost centre. Example: --cost-centre 4");
+    sub->add_option("--source", o.source, "Only this source. Example: --source 2");
+    sub->add_option("--category", o.category, "Only this category. Example: --category 1");
+    sub->add_option("--workshop-section", o.workshop_section,
+                    "Only this workshop section. Example: --workshop-section 3");
+    sub->add_option("--division-dealership", o.division_dealership,
+                    "Only division rows of this dealership. Example: --division-dealership 2");
+    sub->add_option("--item-type", o.item_type,
+                    "Only this item type (one letter). Example: --item-type P");
+    sub->add_option("--modality", o.modality,
+                    "Only this modality (one letter), or SPED to add the second book.\n"
+                    "Example: --modality V");
+    sub->add_option("--exclude-dealerships", o.exclude_dealerships,
+                    "Leave out the division rows of these dealerships, numbers separated by\n"
+                    "commas. Example: --exclude-dealerships 3,7");
+  }
+  if (set & kCostCentreList)
+    sub->add_option("--cost-centres", o.cost_centres,
+                    "Only these cost centres, numbers separated by commas.\n"
+                    "Example: --cost-centres 1,4,5");
+  if (set & kBalanceOnly) {
+    sub->add_flag("--monthly", o.monthly, "The movement of the month alone (SaldoMensal).");
+    sub->add_flag("--general", o.general, "Answer through the module's cached (general) variant.");
+    sub->add_option("--filter", o.filter,
+                    "An extra condition on the journal's columns, {$ALIAS$}.COLUMN for the\n"
+                    "alias; AND, OR, NOT, IS [NOT] NULL, IN, BETWEEN, comparisons, numbers and\n"
+                    "simple 'text'. Example: --filter \"HISTORICO_PADRAO in (10, 11)\"");
+  }
+  if (set & kLevel)
+    sub->add_option("--level", o.level,
+                    "A (analytic) or S (synthetic); read from the chart by default.\n"
+                    "Example: --level S");
+  if (set & kByDivision)
+    sub->add_flag("--by-division", o.by_division,
+                  "For the one division combination given by the filters (PorDivisao).");
+}
+
+// The level of an account, from --level or the chart; a missing account is
+// an error.
+std::string Level(Session& session, const std::string& conta, const std::string& given) {
+  if (!given.empty()) return given;
+  const auto nivel = session.AccountLevel(conta);
+  if (!nivel) throw std::runtime_error(fmt::format("account {} is not in the chart", conta));
+  return *nivel;
+}
+
+void RequireAnalytic(Session& session, const std::string& conta) {
+  if (Level(session, conta, "") != "A")
+    throw std::runtime_error(
+        fmt::format("account {} is synthetic; this command takes an analytic "
+                    "account",
+                    conta));
+}
+
+Output Single(std::vector<std::string> columns, std::vector<Cell> row) {
+  Output out;
+  out.single = true;
+  out.columns = std::move(columns);
+  out.rows.push_back(std::move(row));
+  return out;
+}
+
+struct AccountOptions {
+  std::string account, month, from, to, from_day, to_day;
+  FilterOptions filters;
+};
+
+}  // namespace
+
+void AddBalanceCommands(CLI::App& app, Commands& commands) {
+  // ---- balance ----
+  auto b = std::make_shared<AccountOptions>();
+  CLI::App* balance = app.add_subcommand(
+      "balance",
+      "The balance of an account at the end of a month (BuscaSaldoConta; a synthetic\n"
+      "account as the sum of the analytic accounts beneath it).\n"
+      "Example: kvctb balance 1.1.1.01 --month 202406 --cost-centres 1,2");
+  balance->add_option("ACCOUNT", b->account, "Account code. Example: 1.1.1.01")->required();
+  balance
+      ->add_option("--month", b->month,
+                   "Month YYYYMM (month 00: the opening balance of the year).\n"
+                   "Example: --month 202406")
+      ->required();
+  AddFilterOptions(balance, b->filters, kSingles | kCostCentreList | kBalanceOnly | kLevel);
+  commands.push_back({balance, [b](const RunContext& ctx) {
+                        const std::string conta = ParseAccount("ACCOUNT", b->account);
+                        const int32_t month = ParseMonth("--month", b->month, true);
+                        const Filters f = CheckFilters(b->filters);
+                        Session session(ctx.options, ctx.trace);
+                        const std::string nivel = Level(session, conta, f.nivel);
+                        double saldo = 0;
+                        session.Module().BuscaSaldoConta(
+                            ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo,
+                            f.fonte, f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item,
+                            f.modalidade, conta, nivel, f.centros_custo, saldo, f.geral, f.mensal,
+                            f.filtro, f.revendas_desconsiderar);
+                        PrintOutput(ctx.options, Single({"account", "month", "balance"},
+                                                        {conta, int64_t{month}, Amount{saldo}}));
+                        return kExitOk;
+                      }});
+
+  // ---- movement ----
+  auto m = std::make_shared<AccountOptions>();
+  CLI::App* movement = app.add_subcommand(
+      "movement",
+      "The net movement (debits minus credits) of an analytic account over a range of\n"
+      "months (CalculaMovimentoContaAnaliticaPeriodo).\n"
+      "Example: kvctb movement 3.1.1.01 --from 202401 --to 202406 --by-division --cost-centre 2");
+  movement->add_option("ACCOUNT", m->account, "Analytic account code. Example: 3.1.1.01")
+      ->required();
+  movement->add_option("--from", m->from, "First month, YYYYMM. Example: --from 202401")
+      ->required();
+  movement->add_option("--to", m->to, "Last month, YYYYMM. Example: --to 202406")->required();
+  AddFilterOptions(movement, m->filters, kSingles | kByDivision);
+  commands.push_back(
+      {movement, [m](const RunContext& ctx) {
+         const std::string conta = ParseAccount("ACCOUNT", m->account);
+         const int32_t from = ParseMonth("--from", m->from);
+         const int32_t to = ParseMonth("--to", m->to);
+         if (to < from) throw UsageError("--to", "before --from");
+         const Filters f = CheckFilters(m->filters);
+         Session session(ctx.options, ctx.trace);
+         RequireAnalytic(session, conta);
+         const double v = session.Module().CalculaMovimentoContaAnaliticaPeriodo(
+             ctx.options.empresa, ctx.options.revenda, from, to, f.centro_custo, f.fonte,
+             f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade, conta,
+             f.por_divisao, "", false, f.revendas_desconsiderar);
+         PrintOutput(ctx.options, Single({"account", "from", "to", "movement"},
+                                         {conta, int64_t{from}, int64_t{to}, Amount{v}}));
+         return kExitOk;
+       }});
+
+  // ---- day-movement ----
+  auto d = std::make_shared<AccountOptions>();
+  CLI::App* day = app.add_subcommand(
+      "day-movement",
+      "The net movement of an account between two days of a month (BuscaSaldoContaPeriodo;\n"
+      "a synthetic account as the sum beneath it).\n"
+      "Example: kvctb day-movement 3 --month 202403 --from-day 1 --to-day 15");
+  day->add_option("ACCOUNT", d->account, "Account code. Example: 3.1.1.01")->required();
+  day->add_option("--month", d->month, "Month, YYYYMM. Example: --month 202403")->required();
+  day->add_option("--from-day", d->from_day, "First day. Example: --from-day 1")->required();
+  day->add_option("--to-day", d->to_day, "Last day. Example: --to-day 15")->required();
+  AddFilterOptions(day, d->filters, kSingles | kCostCentreList | kLevel);
+  commands.push_back(
+      {day, [d](const RunContext& ctx) {
+         const std::string conta = ParseAccount("ACCOUNT", d->account);
+         const int32_t month = ParseMonth("--month", d->month);
+         const std::string from = ParseDay("--from-day", d->from_day);
+         const std::string to = ParseDay("--to-day", d->to_day);
+         if (to < from) throw UsageError("--to-day", "before --from-day");
+         const Filters f = CheckFilters(d->filters);
+         Session session(ctx.options, ctx.trace);
+         const std::string nivel = Level(session, conta, f.nivel);
+         double saldo = 0;
+         session.Module().BuscaSaldoContaPeriodo(
+             ctx.options.empresa, ctx.options.revenda, month, std::stoi(from), std::stoi(to),
+             f.centro_custo, f.fonte, f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item,
+             f.modalidade, conta, nivel, f.centros_custo, saldo, false, f.revendas_desconsiderar);
+         PrintOutput(ctx.options, Single({"account", "month", "from_day", "to_day", "movement"},
+                                         {conta, int64_t{month}, int64_t{std::stoi(from)},
+                                          int64_t{std::stoi(to)}, Amount{saldo}}));
+         return kExitOk;
+       }});
+
+  // ---- opening ----
+  auto op = std::make_shared<AccountOptions>();
+  CLI::App* opening = app.add_subcommand("opening",
+                                         "The balance an analytic account carries into a month\n"
+                                         "(CalculaSaldoAnteriorContaAnalitica).\n"
+                                         "Example: kvctb opening 1.1.1.01 --month 202407");
+  opening->add_option("ACCOUNT", op->account, "Analytic account code. Example: 1.1.1.01")
+      ->required();
+  opening->add_option("--month", op->month, "Month, YYYYMM. Example: --month 202407")->required();
+  AddFilterOptions(opening, op->filters, kSingles | kByDivision);
+  commands.push_back({opening, [op](const RunContext& ctx) {
+                        const std::string conta = ParseAccount("ACCOUNT", op->account);
+                        const int32_t month = ParseMonth("--month", op->month);
+                        const Filters f = CheckFilters(op->filters);
+                        Session session(ctx.options, ctx.trace);
+                        RequireAnalytic(session, conta);
+                        const double v = session.Module().CalculaSaldoAnteriorContaAnalitica(
+                            ctx.options.empresa, ctx.options.revenda, month, f.centro_custo,
+                            f.fonte, f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item,
+                            f.modalidade, conta, f.por_divisao, false, "", false,
+                            f.revendas_desconsiderar);
+                        PrintOutput(ctx.options, Single({"account", "month", "balance"},
+                                                        {conta, int64_t{month}, Amount{v}}));
+                        return kExitOk;
+                      }});
+
+  // ---- trial-balance ----
+  auto t = std::make_shared<AccountOptions>();
+  CLI::App* trial = app.add_subcommand(
+      "trial-balance",
+      "Every account of the chart in code order with its parent, level and balance at the\n"
+      "end of the month, synthetic accounts as the sums beneath them, answered through the\n"
+      "general (cached) variant of BuscaSaldoConta.\n"
+      "Example: kvctb --format csv trial-balance --month 202412");
+  trial->add_option("--month", t->month, "Month, YYYYMM. Example: --month 202412")->required();
+  AddFilterOptions(trial, t->filters, kSingles | kCostCentreList | kBalanceOnly);
+  commands.push_back(
+      {trial, [t](const RunContext& ctx) {
+         const int32_t month = ParseMonth("--month", t->month, true);
+         const Filters f = CheckFilters(t->filters);
+         Session session(ctx.options, ctx.trace);
+         Output out;
+         out.columns = {"account", "parent", "level", "balance"};
+         for (const ChartAccount& a : session.Chart()) {
+           double saldo = 0;
+           session.Module().BuscaSaldoConta(
+               ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo, f.fonte,
+               f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade, a.conta,
+               a.nivel, f.centros_custo, saldo, true, f.mensal, f.filtro, f.revendas_desconsiderar);
+           out.rows.push_back({a.conta, a.superiora.empty() ? Cell{Null{}} : Cell{a.superiora},
+                               a.nivel, Amount{saldo}});
+         }
+         PrintOutput(ctx.options, out);
+         return kExitOk;
+       }});
+}
+
+}  // namespace kvc::cli

@@ -1,0 +1,249 @@
+// The closing commands: close-result (ApuraResultado), close-year
+// (EncerramentoAnual with its error table), rollup (AtualizaSaldoAnterior and
+// its division form, with the module's error log) and rebuild
+// (RecompoeSaldoAnterior and its division form).
+#include <fstream>
+
+#include <fmt/format.h>
+
+#include "accounting/db/client_dataset.h"
+#include "cli/commands.h"
+#include "cli/validate.h"
+
+namespace kvc::cli {
+namespace {
+
+// The rows of an error table (the module's serialised table data, or its
+// error log) as output, every field of the table a column.
+Output ErrorRows(db::ClientDataSet& table) {
+  Output out;
+  for (const db::FieldDef& f : table.FieldDefs()) out.columns.push_back(f.name);
+  for (table.First(); !table.Eof(); table.Next()) {
+    auto& row = out.rows.emplace_back();
+    for (const db::FieldDef& f : table.FieldDefs()) {
+      const db::Value& v = table.FieldByName(f.name);
+      if (v.IsNull())
+        row.push_back(Null{});
+      else if (v.IsDateTime())
+        row.push_back(v.AsDateTime().ToIso());
+      else
+        row.push_back(v.AsString());
+    }
+  }
+  return out;
+}
+
+// Runs `work` inside a transaction of the module: rolled back when it raises
+// or returns false, committed otherwise.
+void InTransaction(Session& session, const std::function<bool()>& work) {
+  TddmContabilidadeBD& dm = session.Module();
+  if (!dm.IniciaTransacao()) throw std::runtime_error("cannot begin a transaction");
+  bool keep = false;
+  try {
+    keep = work();
+  } catch (...) {
+    (void)dm.RollbackTransacao();
+    throw;
+  }
+  if (!keep) {
+    (void)dm.RollbackTransacao();
+    return;
+  }
+  if (!dm.ComitaTransacao()) throw std::runtime_error("the changes could not be committed");
+}
+
+struct CloseResultOptions {
+  std::string month, day, year, history, result_account, exclude;
+  bool current_year = false, include_carried_forward = false, movement_only = false,
+       confirm = false;
+};
+
+int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
+  const int32_t month = ParseMonth("--month", o.month);
+  const std::string day = ParseDay("--day", o.day);
+  const std::string year = ParseYear("--year", o.year);
+  const std::string history = std::to_string(ParseInt("--history", o.history, 0, 9999));
+  const std::string account = ParseAccount("--result-account", o.result_account);
+  const std::string exclude = ExclusionList("--exclude-dealerships", o.exclude);
+  Session session(ctx.options, ctx.trace);
+  if (session.AccountLevel(account) != std::optional<std::string>("A"))
+    throw std::runtime_error(
+        fmt::format("the result account {} is not an analytic account of the chart", account));
+  std::string credito, debito, diferenca, mensagem;
+  const bool ok = session.Module().ApuraResultado(
+      month, year, day, history, account, o.current_year, credito, debito, diferenca, mensagem,
+      o.confirm, o.include_carried_forward, o.movement_only, exclude);
+  if (!ok)
+    throw std::runtime_error(mensagem.empty() ? "the result calculation failed; nothing was changed"
+                                              : "the result calculation failed: " + mensagem);
+  session.Progress().Status(o.confirm ? "result calculated and committed"
+                                      : "preview only: nothing was changed (use --confirm)");
+  Output out;
+  out.single = true;
+  out.columns = {"credit", "debit", "difference", "confirmed"};
+  out.rows.push_back({credito, debito, diferenca, o.confirm});
+  PrintOutput(ctx.options, out);
+  return kExitOk;
+}
+
+int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std::string& errors) {
+  const std::string year = ParseYear("YEAR", year_text);
+  if (!errors.empty()) CheckedText("--errors", errors, 4096);
+  Session session(ctx.options, ctx.trace);
+  std::string erros;
+  bool raised = false;
+  std::string failure;
+  InTransaction(session, [&] {
+    try {
+      session.Module().EncerramentoAnual(year, erros, &session.Progress());
+    } catch (const std::exception& e) {
+      raised = true;
+      failure = e.what();
+      return false;
+    }
+    return !session.Progress().ErrorReceived();
+  });
+  db::ClientDataSet table("errors");
+  if (!erros.empty()) table.LoadFromString(erros);
+  const Output out = erros.empty() ? Output{{"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"}, {}, false}
+                                   : ErrorRows(table);
+  if (!errors.empty()) {
+    std::ofstream file(errors, std::ios::trunc);
+    file << ToJson(out).dump(2) << "\n";
+    if (!file) throw std::runtime_error(fmt::format("cannot write '{}'", errors));
+  }
+  if (raised) {
+    if (!out.rows.empty()) PrintOutput(ctx.options, out);
+    throw std::runtime_error("the annual closing failed and was rolled back: " + failure);
+  }
+  if (session.Progress().ErrorReceived())
+    throw std::runtime_error(fmt::format("the annual closing of {} was refused", year));
+  PrintOutput(ctx.options, out);
+  if (!out.rows.empty()) {
+    session.Progress().Status(
+        fmt::format("year {} closed with {} error rows", year, out.rows.size()));
+    return kExitErrorRows;
+  }
+  session.Progress().Status(fmt::format("year {} closed", year));
+  return kExitOk;
+}
+
+int RunRollup(const RunContext& ctx, const std::string& year_text, bool by_division) {
+  const std::string year = ParseYear("YEAR", year_text);
+  Session session(ctx.options, ctx.trace);
+  TddmContabilidadeBD& dm = session.Module();
+  InTransaction(session, [&] {
+    if (by_division)
+      dm.AtualizaSaldoAnteriorDivisao(year, &session.Progress());
+    else
+      dm.AtualizaSaldoAnterior(year, &session.Progress());
+    return true;
+  });
+  if (dm.LogErros() && !dm.LogErros()->IsEmpty()) {
+    const Output out = ErrorRows(*dm.LogErros());
+    PrintOutput(ctx.options, out);
+    session.Progress().Status(
+        fmt::format("roll-up of {} done with {} error rows", year, out.rows.size()));
+    return kExitErrorRows;
+  }
+  Output out;
+  out.single = true;
+  out.columns = {"year", "by_division", "rolled_up"};
+  out.rows.push_back({year, by_division, true});
+  PrintOutput(ctx.options, out);
+  return kExitOk;
+}
+
+int RunRebuild(const RunContext& ctx, const std::string& year_text, bool by_division) {
+  const std::string year = ParseYear("YEAR", year_text);
+  Session session(ctx.options, ctx.trace);
+  TddmContabilidadeBD& dm = session.Module();
+  const bool ok =
+      by_division ? dm.RecompoeSaldoAnteriorDivisao(year) : dm.RecompoeSaldoAnterior(year);
+  if (!ok)
+    throw std::runtime_error(fmt::format("the rebuild of {} failed; nothing was changed", year));
+  Output out;
+  out.single = true;
+  out.columns = {"year", "by_division", "rebuilt"};
+  out.rows.push_back({year, by_division, true});
+  PrintOutput(ctx.options, out);
+  return kExitOk;
+}
+
+}  // namespace
+
+void AddClosingCommands(CLI::App& app, Commands& commands) {
+  auto r = std::make_shared<CloseResultOptions>();
+  CLI::App* cr = app.add_subcommand(
+      "close-result",
+      "The result calculation (ApuraResultado): closes the result accounts (codes from 3\n"
+      "up) into the result account up to the given day. Without --confirm it is a\n"
+      "preview and nothing is kept. Prints the credit, debit and difference totals.\n"
+      "Example: kvctb close-result --month 202412 --day 31 --year 2024 --history 99\n"
+      "         --result-account 2.9.1.01 --confirm");
+  cr->add_option("--month", r->month, "Month of the closing date, YYYYMM. Example: --month 202412")
+      ->required();
+  cr->add_option("--day", r->day, "Day of the closing date. Example: --day 31")->required();
+  cr->add_option("--year", r->year, "Year of the carried-forward balance. Example: --year 2024")
+      ->required();
+  cr->add_option("--history", r->history,
+                 "Standard-history code of the entries. Example: --history 99")
+      ->required();
+  cr->add_option(
+        "--result-account", r->result_account,
+        "The analytic account that receives the result. Example: --result-account 2.9.1.01")
+      ->required();
+  cr->add_flag(
+      "--current-year", r->current_year,
+      "Take the carried-forward balance of --year itself (AnoAtual), not of the year before.");
+  cr->add_flag("--include-carried-forward", r->include_carried_forward,
+               "Include the carried-forward balance (IncluiSaldoAnterior).");
+  cr->add_flag("--movement-only", r->movement_only, "Movement only (SomenteMovimento).");
+  cr->add_option("--exclude-dealerships", r->exclude,
+                 "Leave out these dealerships, numbers separated by commas.\n"
+                 "Example: --exclude-dealerships 3,7");
+  cr->add_flag("--confirm", r->confirm, "Commit the calculation (without it: a preview).");
+  commands.push_back({cr, [r](const RunContext& ctx) { return RunCloseResult(ctx, *r); }});
+
+  struct YearOptions {
+    std::string year, errors;
+    bool by_division = false;
+  };
+  auto y = std::make_shared<YearOptions>();
+  CLI::App* cy = app.add_subcommand(
+      "close-year",
+      "The annual closing (EncerramentoAnual): rewrites the year's carried-forward\n"
+      "balances. Error rows are printed as a table (exit code 3).\n"
+      "Example: kvctb close-year 2023 --errors errors.json");
+  cy->add_option("YEAR", y->year, "The year, YYYY. Example: 2023")->required();
+  cy->add_option("--errors", y->errors,
+                 "Also save the error rows as JSON in FILE. Example: --errors errors.json");
+  commands.push_back(
+      {cy, [y](const RunContext& ctx) { return RunCloseYear(ctx, y->year, y->errors); }});
+
+  auto ru = std::make_shared<YearOptions>();
+  CLI::App* rollup = app.add_subcommand(
+      "rollup",
+      "Roll a year's carried-forward balances up the chart to the synthetic accounts\n"
+      "(AtualizaSaldoAnterior; --by-division: AtualizaSaldoAnteriorDivisao). Failed\n"
+      "writes are printed as a table (exit code 3).\n"
+      "Example: kvctb rollup 2023 --by-division");
+  rollup->add_option("YEAR", ru->year, "The year, YYYY. Example: 2023")->required();
+  rollup->add_flag("--by-division", ru->by_division, "Per division combination.");
+  commands.push_back(
+      {rollup, [ru](const RunContext& ctx) { return RunRollup(ctx, ru->year, ru->by_division); }});
+
+  auto rb = std::make_shared<YearOptions>();
+  CLI::App* rebuild = app.add_subcommand(
+      "rebuild",
+      "Rebuild a year's carried-forward balances of the synthetic accounts in one\n"
+      "transaction (RecompoeSaldoAnterior; --by-division: RecompoeSaldoAnteriorDivisao).\n"
+      "Example: kvctb rebuild 2023");
+  rebuild->add_option("YEAR", rb->year, "The year, YYYY. Example: 2023")->required();
+  rebuild->add_flag("--by-division", rb->by_division, "Per division combination.");
+  commands.push_back({rebuild, [rb](const RunContext& ctx) {
+                        return RunRebuild(ctx, rb->year, rb->by_division);
+                      }});
+}
+
+}  // namespace kvc::cli

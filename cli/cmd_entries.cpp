@@ -1,0 +1,251 @@
+// The entry commands: post and post-erp (fixed-width records through
+// GravaLancamento and GravaLancamentoSAP, a whole file in one transaction),
+// delete-entry, and the two lookups cost-centre and invoice-text.
+#include <sstream>
+
+#include <fmt/format.h>
+
+#include "accounting/entries/registro_interface.h"
+#include "cli/commands.h"
+#include "cli/record.h"
+#include "cli/validate.h"
+
+namespace kvc::cli {
+namespace {
+
+struct PostOptions {
+  std::string file;
+  std::string document;
+  std::string division_dealership;
+  bool code_in_account = false;
+  bool dry_run = false;
+};
+
+struct NumberedRecord {
+  size_t line;
+  std::string text;
+};
+
+// The records of a file: every non-empty line (a trailing carriage return
+// removed), each checked; the first bad one raises FileError.
+std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account) {
+  std::vector<NumberedRecord> records;
+  std::istringstream in(ReadInput(file));
+  std::string line;
+  size_t n = 0;
+  while (std::getline(in, line)) {
+    ++n;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty()) continue;
+    const std::string problem = CheckRecord(line, code_in_account);
+    if (!problem.empty()) throw FileError(file, n, problem);
+    records.push_back({n, line});
+  }
+  if (records.empty()) throw FileError(file, n ? n : 1, "no records");
+  return records;
+}
+
+// The debit and credit accounts of a record, for the dry-run report.
+std::pair<std::string, std::string> Sides(const std::string& record, bool code_in_account) {
+  const RegistroInterface r = LeRegistro(record);
+  const std::string first =
+      LeContaDivisao(r.primeiro_campo_conta, code_in_account, r.codigo_divisao).conta;
+  const std::string second =
+      LeContaDivisao(r.segundo_campo_conta, code_in_account, r.codigo_divisao).conta;
+  return r.marca_lado == "-" ? std::pair{second, first} : std::pair{first, second};
+}
+
+int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
+  CheckedText("FILE", o.file, 4096);
+  const std::string document =
+      o.document.empty() ? "" : std::to_string(ParseInt("--document", o.document, 0, 999999999));
+  const std::string division_dealership =
+      o.division_dealership.empty()
+          ? std::to_string(ctx.options.revenda)
+          : std::to_string(ParseInt("--division-dealership", o.division_dealership, 0, 999999999));
+  const bool code_in_account = !erp && o.code_in_account;
+  const std::vector<NumberedRecord> records = ReadRecords(o.file, code_in_account);
+
+  Session session(ctx.options, ctx.trace);
+  TddmContabilidadeBD& dm = session.Module();
+  const std::string empresa = std::to_string(ctx.options.empresa);
+  const std::string revenda = std::to_string(ctx.options.revenda);
+  if (!dm.IniciaTransacao()) throw std::runtime_error("cannot begin a transaction");
+  for (const NumberedRecord& r : records) {
+    try {
+      if (erp) {
+        int32_t origem = 0;
+        dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "C", false,
+                              origem);
+        dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "D", false,
+                              origem);
+      } else {
+        dm.GravaLancamento(r.text, empresa, revenda, document, division_dealership,
+                           code_in_account);
+      }
+    } catch (const std::exception& e) {
+      (void)dm.RollbackTransacao();
+      throw FileError(o.file, r.line, std::string(e.what()) + " (nothing of the file was posted)");
+    }
+  }
+  Output out;
+  if (o.dry_run) {
+    if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
+    out.columns = {"line", "month", "day", "debit", "credit", "amount"};
+    for (const NumberedRecord& r : records) {
+      const RegistroInterface reg = LeRegistro(r.text);
+      const auto [debit, credit] =
+          erp ? std::pair{Apara(reg.primeiro_campo_conta), Apara(reg.segundo_campo_conta)}
+              : Sides(r.text, code_in_account);
+      out.rows.push_back(
+          {static_cast<int64_t>(r.line), reg.ano_mes, reg.dia, debit, credit, Amount{reg.valor}});
+    }
+    session.Progress().Status(
+        fmt::format("dry run: {} records would be posted; nothing was written", records.size()));
+  } else {
+    if (!dm.ComitaTransacao()) throw std::runtime_error("the entries could not be committed");
+    out.single = true;
+    out.columns = {"file", "records", "entries"};
+    out.rows.push_back(
+        {o.file, static_cast<int64_t>(records.size()), static_cast<int64_t>(records.size() * 2)});
+  }
+  PrintOutput(ctx.options, out);
+  return kExitOk;
+}
+
+void AddPost(CLI::App& app, Commands& commands, bool erp) {
+  auto o = std::make_shared<PostOptions>();
+  CLI::App* sub = app.add_subcommand(
+      erp ? "post-erp" : "post",
+      erp ? "Post every record of FILE as a pair of entries through GravaLancamentoSAP\n"
+            "(credit then debit, linked), all in one transaction.\n"
+            "Example: kvctb post-erp erp.txt --document 4711"
+          : "Post every fixed-width record of FILE ('-' for standard input) through\n"
+            "GravaLancamento, all in one transaction. A bad record rolls the whole file\n"
+            "back and prints FILE:LINE: message.\n"
+            "Example: kvctb post entries.txt --document 4711 --dry-run");
+  sub->add_option("FILE", o->file, "The record file, 133 characters a line. Example: entries.txt")
+      ->required();
+  sub->add_option("--document", o->document,
+                  "Document number written in the entries. Example: --document 4711");
+  sub->add_option("--division-dealership", o->division_dealership,
+                  "Dealership of the division rows (default: --dealership).\n"
+                  "Example: --division-dealership 3");
+  if (!erp)
+    sub->add_flag("--code-in-account", o->code_in_account,
+                  "The account fields carry a 5-character division code in front.");
+  sub->add_flag("--dry-run", o->dry_run,
+                "Post, report what would have been posted, and roll back.");
+  commands.push_back({sub, [o, erp](const RunContext& ctx) { return RunPost(ctx, *o, erp); }});
+}
+
+}  // namespace
+
+void AddEntryCommands(CLI::App& app, Commands& commands) {
+  AddPost(app, commands, false);
+  AddPost(app, commands, true);
+
+  struct DeleteOptions {
+    std::string entry, month, day;
+  };
+  auto d = std::make_shared<DeleteOptions>();
+  CLI::App* del = app.add_subcommand(
+      "delete-entry",
+      "Delete an entry of the company and dealership with the entries generated from it,\n"
+      "their division rows and summarised balances (ExcluiLancamentoSelecionado).\n"
+      "Example: kvctb delete-entry 15 --month 202403 --day 12");
+  del->add_option("ENTRY", d->entry, "Entry number. Example: 15")->required();
+  del->add_option("--month", d->month, "Month of the entry, YYYYMM. Example: --month 202403")
+      ->required();
+  del->add_option("--day", d->day, "Day of the entry. Example: --day 12")->required();
+  commands.push_back(
+      {del, [d](const RunContext& ctx) {
+         const int32_t entry = ParseInt("ENTRY", d->entry, 1, 999999999);
+         const int32_t month = ParseMonth("--month", d->month);
+         const std::string day = ParseDay("--day", d->day);
+         Session session(ctx.options, ctx.trace);
+         if (!session.EntryExists(month, entry, std::stoi(day)))
+           throw std::runtime_error(
+               fmt::format("there is no entry {} on day {} of month {}", entry, day, month));
+         session.Module().ExcluiLancamentoSelecionado(entry, std::to_string(month), day,
+                                                      &session.Progress());
+         if (session.EntryExists(month, entry))
+           throw std::runtime_error(fmt::format(
+               "entry {} was not deleted (the module rolled the deletion back)", entry));
+         Output out;
+         out.single = true;
+         out.columns = {"entry", "month", "deleted"};
+         out.rows.push_back({int64_t{entry}, int64_t{month}, true});
+         PrintOutput(ctx.options, out);
+         return kExitOk;
+       }});
+
+  struct CostCentreOptions {
+    std::string code;
+    bool active_only = false;
+  };
+  auto cc = std::make_shared<CostCentreOptions>();
+  CLI::App* ccs = app.add_subcommand(
+      "cost-centre",
+      "The description of a cost centre (BuscaDescricaoCCusto); exit code 1 when there\n"
+      "is none. Example: kvctb cost-centre 4 --active-only");
+  ccs->add_option("CODE", cc->code, "Cost-centre code. Example: 4")->required();
+  ccs->add_flag("--active-only", cc->active_only,
+                "Ignore a cost centre marked inactive for queries.");
+  commands.push_back({ccs, [cc](const RunContext& ctx) {
+                        const int32_t code = ParseInt("CODE", cc->code, 0, 999999999);
+                        Session session(ctx.options, ctx.trace);
+                        const std::string description = session.Module().BuscaDescricaoCCusto(
+                            ctx.options.empresa, ctx.options.revenda, code, cc->active_only);
+                        if (description.empty())
+                          throw std::runtime_error(fmt::format("there is no{} cost centre {}",
+                                                               cc->active_only ? " active" : "",
+                                                               code));
+                        Output out;
+                        out.single = true;
+                        out.columns = {"cost_centre", "description"};
+                        out.rows.push_back({int64_t{code}, description});
+                        PrintOutput(ctx.options, out);
+                        return kExitOk;
+                      }});
+
+  struct InvoiceOptions {
+    std::string entry, month;
+  };
+  auto inv = std::make_shared<InvoiceOptions>();
+  CLI::App* invs = app.add_subcommand(
+      "invoice-text",
+      "The free-text lines of the invoice behind an entry (BuscaItensNotaDescricaoLivre),\n"
+      "one a row; exit code 1 when there are none.\n"
+      "Example: kvctb invoice-text 1 --month 202401");
+  invs->add_option("ENTRY", inv->entry, "Entry number. Example: 1")->required();
+  invs->add_option("--month", inv->month, "Month of the entry, YYYYMM. Example: --month 202401")
+      ->required();
+  commands.push_back({invs, [inv](const RunContext& ctx) {
+                        const int32_t entry = ParseInt("ENTRY", inv->entry, 1, 999999999);
+                        const int32_t month = ParseMonth("--month", inv->month);
+                        Session session(ctx.options, ctx.trace);
+                        const std::string text = session.Module().BuscaItensNotaDescricaoLivre(
+                            ctx.options.empresa, ctx.options.revenda, month, entry, "");
+                        if (text.empty())
+                          throw std::runtime_error(fmt::format(
+                              "entry {} of month {} has no invoice text", entry, month));
+                        Output out;
+                        out.columns = {"line", "text"};
+                        std::string line;
+                        int64_t n = 0;
+                        for (char c : text) {
+                          if (c == '\r') {
+                            out.rows.push_back({++n, line});
+                            line.clear();
+                          } else {
+                            line += c;
+                          }
+                        }
+                        if (!line.empty()) out.rows.push_back({++n, line});
+                        PrintOutput(ctx.options, out);
+                        return kExitOk;
+                      }});
+}
+
+}  // namespace kvc::cli

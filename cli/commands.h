@@ -1,0 +1,63 @@
+// The commands of kvctb. Each Add* function declares its commands' options
+// on the CLI11 application and appends a runner per command: the runner
+// checks its options (UsageError), opens a session, calls the data module
+// and prints the result. Runners return the process exit code.
+#ifndef KVC_CLI_COMMANDS_H_
+#define KVC_CLI_COMMANDS_H_
+
+#include <functional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/session.h"
+
+namespace kvc::cli {
+
+// Exit codes.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
+inline constexpr int kExitErrorRows = 3;
+
+// What a runner receives: the checked global options and the trace sink.
+struct RunContext {
+  const GlobalOptions& options;
+  std::ostream* trace;
+};
+
+struct Command {
+  CLI::App* app;
+  std::function<int(const RunContext&)> run;
+};
+using Commands = std::vector<Command>;
+
+void AddSetupCommands(CLI::App& app, Commands& commands);    // init, chart-import
+void AddEntryCommands(CLI::App& app, Commands& commands);    // post, post-erp, delete-entry,
+                                                             // cost-centre, invoice-text
+void AddBalanceCommands(CLI::App& app, Commands& commands);  // balance, movement,
+                                                             // day-movement, opening,
+                                                             // trial-balance
+void AddClosingCommands(CLI::App& app, Commands& commands);  // close-result, close-year,
+                                                             // rollup, rebuild
+
+// A problem with one line of an input file; printed as "FILE:LINE: message"
+// and answered with exit code 1.
+class FileError : public std::runtime_error {
+ public:
+  FileError(const std::string& file, size_t line, const std::string& message)
+      : std::runtime_error(file + ":" + std::to_string(line) + ": " + message) {}
+};
+
+// Prints `output` on standard output in the session's format.
+void PrintOutput(const GlobalOptions& options, const Output& output);
+
+// Reads a whole file, or standard input for "-". Throws std::runtime_error.
+std::string ReadInput(const std::string& path);
+
+}  // namespace kvc::cli
+
+#endif  // KVC_CLI_COMMANDS_H_

@@ -1,0 +1,245 @@
+// The session of one kvctb run: global options, connection, trace, host
+// context, data module and the rendering of progress commands.
+#include "cli/session.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "accounting/db/dialect.h"
+#include "accounting/db/schema.h"
+#include "cli/validate.h"
+
+namespace kvc::cli {
+namespace {
+
+constexpr char kSelectLevel[] =
+    "select NIVEL from CTB_CONTA where EMPRESA = :EMPRESA and REVENDA = :REVENDA and CONTA = "
+    ":CONTA";
+constexpr char kSelectChart[] =
+    "select CONTA, CONTA_SUPERIORA, NIVEL from CTB_CONTA where EMPRESA = :EMPRESA and REVENDA = "
+    ":REVENDA order by CONTA";
+constexpr char kSelectEntry[] =
+    "select count(*) N from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
+    "ANO_MES = :ANO_MES and LANCAMENTO = :LANCAMENTO";
+constexpr char kSelectEntryDay[] = " and DIA = :DIA";
+
+nlohmann::json JsonValue(const db::Value& v) {
+  if (v.IsNull()) return nullptr;
+  if (v.IsInteger()) return v.AsInteger();
+  if (v.IsFloat()) return v.AsFloat();
+  if (v.IsDateTime()) return v.AsDateTime().ToIso();
+  return v.AsString();
+}
+
+// The path of an "sqlite:PATH" URL; empty for other URLs and ":memory:".
+std::string SqlitePath(const std::string& url) {
+  if (url.rfind("sqlite:", 0) != 0) return "";
+  std::string path = url.substr(7);
+  return path == ":memory:" ? "" : path;
+}
+
+std::string Trimmed(std::string s) {
+  while (!s.empty() && s.back() == ' ') s.pop_back();
+  return s;
+}
+
+}  // namespace
+
+void GlobalOptions::Check() {
+  CheckedText("--db", db, 1000);
+  empresa = ParseInt("--company", company, 0, 999999999);
+  revenda = ParseInt("--dealership", dealership, 0, 999999999);
+  usuario = ParseInt("--user", user, 0, 999999999);
+  if (format == "table")
+    output_format = Format::kTable;
+  else if (format == "csv")
+    output_format = Format::kCsv;
+  else if (format == "json")
+    output_format = Format::kJson;
+  else
+    throw UsageError("--format", fmt::format("'{}' is not one of table, csv, json",
+                                             CheckedText("--format", format)));
+  if (!server_type.empty()) {
+    const db::Dialect* d = db::DialectByTipoBanco(CheckedText("--server-type", server_type));
+    if (!d)
+      throw UsageError("--server-type", fmt::format("'{}' is not one of SQLITE, FIREBIRD, "
+                                                    "POSTGRESQL, SQLSERVER, ORACLE",
+                                                    server_type));
+    tipo_banco = std::string(d->TipoBanco());
+  }
+}
+
+db::BoundParams CompanyParams(const GlobalOptions& options) {
+  return {{"EMPRESA", db::Value(options.empresa)}, {"REVENDA", db::Value(options.revenda)}};
+}
+
+// ---- progress -----------------------------------------------------------------
+
+ProgressRenderer::ProgressRenderer(std::ostream& err, bool quiet, bool terminal)
+    : err_(err),
+      quiet_(quiet),
+      terminal_(terminal),
+      phase_start_(std::chrono::steady_clock::now()) {}
+
+ProgressRenderer::~ProgressRenderer() { EndBar(); }
+
+void ProgressRenderer::EndBar() {
+  if (bar_open_) err_ << "\n" << std::flush;
+  bar_open_ = false;
+}
+
+void ProgressRenderer::Status(const std::string& text) {
+  if (quiet_) return;
+  EndBar();
+  err_ << text << "\n" << std::flush;
+}
+
+void ProgressRenderer::Execute(const std::string& json_command) {
+  std::string command;
+  try {
+    command = CommandFromJson(json_command);
+  } catch (const std::exception&) {
+    command = json_command;
+  }
+  const std::string caption = kCmdCaption;
+  const std::string bar = kCmdBar;
+  const std::string error = kCmdError;
+  if (command.rfind(caption, 0) == 0) {
+    Status(command.substr(caption.size()));
+  } else if (command.rfind(bar, 0) == 0) {
+    if (quiet_) return;
+    int percent = 0;
+    try {
+      percent = std::stoi(command.substr(bar.size()));
+    } catch (const std::exception&) {
+      return;
+    }
+    percent = std::max(0, std::min(100, percent));
+    if (percent == 0) {
+      phase_start_ = std::chrono::steady_clock::now();
+      last_plain_ = -1;
+    }
+    if (terminal_) {
+      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+                               std::chrono::steady_clock::now() - phase_start_)
+                               .count();
+      const int filled = percent * 30 / 100;
+      err_ << fmt::format("\r[{}{}] {:3d}%  {:02d}:{:02d}", std::string(filled, '#'),
+                          std::string(30 - filled, '.'), percent, seconds / 60, seconds % 60)
+           << std::flush;
+      bar_open_ = true;
+      if (percent == 100) EndBar();
+    } else if (percent / 10 != last_plain_ / 10 || last_plain_ < 0) {
+      err_ << fmt::format("progress: {}%", percent - percent % 10) << "\n";
+      last_plain_ = percent;
+    }
+  } else if (command.rfind(error, 0) == 0) {
+    error_received_ = true;
+    EndBar();
+    std::string rest = command.substr(error.size());
+    std::string title;
+    const size_t sep = rest.find(kCmdSeparator);
+    if (sep != std::string::npos) {
+      title = rest.substr(sep + std::string(kCmdSeparator).size());
+      rest = rest.substr(0, sep);
+    }
+    err_ << "kvctb: error: " << (title.empty() ? "" : title + ": ") << rest << "\n" << std::flush;
+  } else if (!quiet_) {
+    Status(command);
+  }
+}
+
+// ---- session --------------------------------------------------------------------
+
+Session::Session(const GlobalOptions& options, std::ostream* trace, bool require_schema)
+    : options_(options), progress_(std::cerr, options.quiet, isatty(2)) {
+  const std::string path = SqlitePath(options.db);
+  if (require_schema && !path.empty() && !std::filesystem::exists(path))
+    throw std::runtime_error(
+        fmt::format("database '{}' does not exist (create it with: kvctb init)", path));
+  const char* password = std::getenv("KVCTB_PASSWORD");
+  raw_ = db::Connect(options.db, password ? password : "");
+  traced_ = std::make_unique<db::TracingConnection>(*raw_);
+  if (trace) {
+    traced_->SetSink([trace](const db::TracedStatement& s) {
+      nlohmann::json params = nlohmann::json::object();
+      for (const auto& p : s.params) params[p.name] = JsonValue(p.value);
+      nlohmann::json line = {{"sql", s.sql}, {"params", params}};
+      if (s.failed) line["failed"] = true;
+      *trace << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << "\n"
+             << std::flush;
+    });
+  }
+  if (require_schema) {
+    if (!db::SchemaExists(*traced_))
+      throw std::runtime_error(
+          "the database has no accounting schema (create it with: kvctb init)");
+    Bind();
+  }
+}
+
+void Session::Bind() {
+  host_.tipo_banco =
+      options_.tipo_banco.empty() ? std::string(raw_->dialect().TipoBanco()) : options_.tipo_banco;
+  host_.empresa = options_.empresa;
+  host_.revenda = options_.revenda;
+  host_.revenda_aplicacao = options_.revenda;
+  host_.codigo_usuario = options_.usuario;
+  module_ = std::make_unique<TddmContabilidadeBD>();
+  module_->AtualizaTAplicacao(host_, traced_.get(), 1);
+  if (host_.terminate_requested)
+    throw std::runtime_error("the module refused the database: " + host_.last_message);
+  module_->SetaSQLConnection();
+  // The totals of the result calculation are printed with fixed separators,
+  // whatever the locale.
+  module_->DefineSeparadoresNumericos(SeparadoresNumericos{".", ","});
+}
+
+Session::~Session() {
+  progress_.EndBar();
+  if (module_) {
+    if (module_->TransacaoAtiva()) (void)module_->RollbackTransacao();
+    module_->LimpaSQLConnection();
+    module_->FinalizaDM();
+  }
+}
+
+std::optional<std::string> Session::AccountLevel(const std::string& conta) {
+  db::BoundParams params = CompanyParams(options_);
+  params.push_back({"CONTA", db::Value(conta)});
+  const db::ResultSet rs = traced_->Query(kSelectLevel, params);
+  if (rs.rows.empty()) return std::nullopt;
+  return Trimmed(rs.rows[0].at(0).AsString());
+}
+
+std::vector<ChartAccount> Session::Chart() {
+  std::vector<ChartAccount> chart;
+  for (const auto& row : traced_->Query(kSelectChart, CompanyParams(options_)).rows)
+    chart.push_back({Trimmed(row.at(0).AsString()),
+                     row.at(1).IsNull() ? "" : Trimmed(row.at(1).AsString()),
+                     Trimmed(row.at(2).AsString())});
+  return chart;
+}
+
+bool Session::EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia) {
+  db::BoundParams params = CompanyParams(options_);
+  params.push_back({"ANO_MES", db::Value(ano_mes)});
+  params.push_back({"LANCAMENTO", db::Value(lancamento)});
+  std::string sql = kSelectEntry;
+  if (dia != -1) {
+    sql += kSelectEntryDay;
+    params.push_back({"DIA", db::Value(dia)});
+  }
+  return traced_->Query(sql, params).rows.at(0).at(0).AsInteger() > 0;
+}
+
+}  // namespace kvc::cli

@@ -1,0 +1,120 @@
+// The binding of the data module to a database for one run of kvctb: the
+// global options, the connection (wrapped in the statement trace), the host
+// context, and the progress callback that renders the module's commands on
+// standard error.
+#ifndef KVC_CLI_SESSION_H_
+#define KVC_CLI_SESSION_H_
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "accounting/db/connection.h"
+#include "accounting/db/trace.h"
+#include "accounting/module/uddmContabilidadeBD.h"
+#include "cli/output.h"
+
+namespace kvc::cli {
+
+// The options given before the command, as typed and as checked.
+struct GlobalOptions {
+  std::string db = "sqlite:kvctb.db";
+  std::string company = "1";
+  std::string dealership = "1";
+  std::string user = "1";
+  std::string server_type;
+  std::string format = "table";
+  std::string trace_sql;
+  bool quiet = false;
+
+  // Filled by Check().
+  int32_t empresa = 1;
+  int32_t revenda = 1;
+  int32_t usuario = 1;
+  Format output_format = Format::kTable;
+  // The canonical server-type name, or empty to take the connection's.
+  std::string tipo_banco;
+
+  // Checks every field; throws UsageError naming the option.
+  void Check();
+};
+
+// Renders the module's progress commands on standard error:
+// "pnlMensagem.Caption#$#TEXT" as a status line, "pBar#$#N" as a bar with
+// percentage and elapsed time on a terminal or as a plain line at every ten
+// percent otherwise (nothing with --quiet), and "mtError#$#MESSAGE#$#TITLE" as
+// an error message, shown even with --quiet.
+class ProgressRenderer : public IProgressCallback {
+ public:
+  ProgressRenderer(std::ostream& err, bool quiet, bool terminal);
+  ~ProgressRenderer() override;
+  void Execute(const std::string& json_command) override;
+  // A status line of the tool's own.
+  void Status(const std::string& text);
+  // Ends a bar drawn on the terminal.
+  void EndBar();
+  // Whether an error command was received.
+  bool ErrorReceived() const { return error_received_; }
+
+ private:
+  std::ostream& err_;
+  bool quiet_;
+  bool terminal_;
+  bool bar_open_ = false;
+  int last_plain_ = -1;
+  std::chrono::steady_clock::time_point phase_start_;
+  bool error_received_ = false;
+};
+
+// One account of the chart.
+struct ChartAccount {
+  std::string conta;
+  std::string superiora;
+  std::string nivel;
+};
+
+class Session {
+ public:
+  // Opens the database of `options`, wraps it in the trace (writing to
+  // `trace` when not null) and, unless `bind` is false, binds a data module
+  // to it as a host does. Throws std::runtime_error when the database cannot
+  // be opened, has no schema (`require_schema`) or the module refuses it.
+  Session(const GlobalOptions& options, std::ostream* trace, bool require_schema = true);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  // Binds the data module (done by the constructor when the schema exists).
+  void Bind();
+
+  TddmContabilidadeBD& Module() { return *module_; }
+  db::Connection& Connection() { return *traced_; }
+  ProgressRenderer& Progress() { return progress_; }
+  const GlobalOptions& Options() const { return options_; }
+
+  // The level ("A" or "S") of an account of the chart, or nullopt.
+  std::optional<std::string> AccountLevel(const std::string& conta);
+  // Every account of the company and dealership, in code order.
+  std::vector<ChartAccount> Chart();
+  // Whether an entry exists (on day `dia` when it is not -1).
+  bool EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia = -1);
+
+ private:
+  GlobalOptions options_;
+  std::unique_ptr<db::Connection> raw_;
+  std::unique_ptr<db::TracingConnection> traced_;
+  TSimpleHostContext host_;
+  std::unique_ptr<TddmContabilidadeBD> module_;
+  ProgressRenderer progress_;
+};
+
+// The company and dealership parameters of the tool's own reads.
+db::BoundParams CompanyParams(const GlobalOptions& options);
+
+}  // namespace kvc::cli
+
+#endif  // KVC_CLI_SESSION_H_

@@ -1,0 +1,92 @@
+// The main kvctb commands on a Firebird server, when KVC_TEST_FIREBIRD names
+// one ("USER:PASSWORD@HOST:/writable/directory"): a database is created,
+// the demo company loaded, and the answers compared with the same commands
+// on SQLite (the demo company is the same on every server).
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "accounting/db/backends/backend_hooks.h"
+#include "cli/kvctb_process.h"
+
+namespace kvc::cli::testing {
+namespace {
+
+struct Target {
+  std::string user, password, host, directory;
+};
+
+bool ParseTarget(Target& t) {
+  const char* spec_env = std::getenv("KVC_TEST_FIREBIRD");
+  if (!spec_env || !*spec_env) return false;
+  const std::string spec = spec_env;
+  const size_t at = spec.find('@'), colon = spec.find(':');
+  const size_t host_colon = spec.find(':', at);
+  if (at == std::string::npos || colon > at || host_colon == std::string::npos) return false;
+  t.user = spec.substr(0, colon);
+  t.password = spec.substr(colon + 1, at - colon - 1);
+  t.host = spec.substr(at + 1, host_colon - at - 1);
+  t.directory = spec.substr(host_colon + 1);
+  return true;
+}
+
+TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
+  Target t;
+  if (!ParseTarget(t)) {
+    const char* require = std::getenv("KVC_REQUIRE_SERVERS");
+    if (require && std::string(require) == "1") FAIL() << "KVC_TEST_FIREBIRD is required";
+    GTEST_SKIP() << "KVC_TEST_FIREBIRD not set";
+  }
+  const std::string path = t.directory + "/kvctb_smoke_" + std::to_string(getpid()) + ".fdb";
+  const std::string location = t.host + ":" + path;
+  try {
+    db::DropFirebirdDatabase(location, t.user, t.password);
+  } catch (...) {
+  }
+  db::CreateFirebirdDatabase(location, t.user, t.password);
+  const std::string url = "firebird://" + t.user + "@" + t.host + "/" + path;
+  const std::string dir = NewDirectory("firebird_smoke");
+  const std::string sqlite_dir = DirectoryWithDemo("firebird_smoke_sqlite");
+  auto fb = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"--db", url, "--quiet"});
+    return RunKvctb(args, {dir, {{"KVCTB_PASSWORD", t.password}}, ""});
+  };
+  auto lite = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"--db", "sqlite:demo.db", "--quiet"});
+    return RunKvctb(args, {sqlite_dir, {}, ""});
+  };
+  const std::vector<std::vector<std::string>> commands = {
+      {"--format", "json", "init", "--demo"},
+      {"balance", "1.1.1.01", "--month", "202406"},
+      {"balance", "3", "--month", "202412", "--cost-centres", "1,2", "--exclude-dealerships", "3"},
+      {"movement", "3.1.1.01", "--from", "202401", "--to", "202406"},
+      {"day-movement", "3", "--month", "202403", "--from-day", "1", "--to-day", "15"},
+      {"opening", "1.1.1.01", "--month", "202407"},
+      {"cost-centre", "4"},
+      {"invoice-text", "1", "--month", "202401"},
+      {"close-year", "2023"},
+      {"rollup", "2023"},
+      {"rebuild", "2023", "--by-division"},
+      {"close-result", "--month", "202412", "--day", "31", "--year", "2024", "--history", "99",
+       "--result-account", "2.9.1.01", "--confirm"},
+      {"--format", "csv", "trial-balance", "--month", "202412"},
+  };
+  for (const auto& c : commands) {
+    const RunResult f = fb(c);
+    std::string shown;
+    for (const auto& a : c) shown += a + " ";
+    EXPECT_EQ(f.exit_code, 0) << shown << "\n" << f.err;
+    if (c[0] == "--format" && c[2] == "init") continue;  // the SQLite copy was made earlier
+    const RunResult l = lite(c);
+    EXPECT_EQ(f.out, l.out) << shown;
+  }
+  try {
+    db::DropFirebirdDatabase(location, t.user, t.password);
+  } catch (...) {
+  }
+  db::ShutdownFirebirdClient();
+}
+
+}  // namespace
+}  // namespace kvc::cli::testing

@@ -1,0 +1,545 @@
+// kvctb as a whole process on SQLite: every command's standard output,
+// standard error and exit code against the golden files in golden/, and
+// independent checks of what the commands computed and wrote. Set
+// KVCTB_UPDATE_GOLDEN=1 to rewrite the golden files after an intended change.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <regex>
+
+#include <nlohmann/json.hpp>
+
+#include "accounting/db/connection.h"
+#include "cli/kvctb_process.h"
+#include "support/records.h"
+
+namespace kvc::cli::testing {
+namespace {
+
+using kvc::testing::Registro;
+using kvc::testing::RegistroCampos;
+
+std::string Golden(const std::string& name) {
+  return std::string(KVCTB_GOLDEN_DIR) + "/" + name + ".txt";
+}
+
+class GoldenTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    dir_ = DirectoryWithDemo(info->name());
+  }
+
+  // Runs kvctb on the test's demo copy (cwd = its directory).
+  RunResult Run(std::vector<std::string> args, const std::string& stdin_text = "") {
+    args.insert(args.begin(), {"--db", "sqlite:demo.db"});
+    return RunKvctb(args, {dir_, {}, stdin_text});
+  }
+
+  // Runs and compares with golden/NAME.txt.
+  RunResult Expect(const std::string& name, std::vector<std::string> args,
+                   const std::string& stdin_text = "") {
+    std::vector<std::string> shown = {"--db", "sqlite:demo.db"};
+    shown.insert(shown.end(), args.begin(), args.end());
+    const RunResult r = Run(args, stdin_text);
+    ExpectSame(name, shown, r);
+    return r;
+  }
+
+  static void ExpectSame(const std::string& name, const std::vector<std::string>& args,
+                         const RunResult& r) {
+    std::string text = "$ kvctb";
+    for (const auto& a : args) text += " " + a;
+    text +=
+        "\nexit " + std::to_string(r.exit_code) + "\n--- stdout\n" + r.out + "--- stderr\n" + r.err;
+    // The server time of error rows changes from run to run.
+    static const std::regex kTime(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d(\.\d+)?)");
+    text = std::regex_replace(text, kTime, "<time>");
+    const char* update = std::getenv("KVCTB_UPDATE_GOLDEN");
+    if (update && std::string(update) == "1") {
+      WriteFile(Golden(name), text);
+      return;
+    }
+    ASSERT_TRUE(FileExists(Golden(name))) << "no golden file " << Golden(name);
+    EXPECT_EQ(text, ReadFile(Golden(name))) << "golden " << name;
+  }
+
+  std::unique_ptr<db::Connection> Db() { return db::Connect("sqlite:" + dir_ + "/demo.db"); }
+
+  long long Count(const std::string& sql) {
+    return Db()->Query(sql, {}).rows.at(0).at(0).AsInteger();
+  }
+
+  // Debits minus credits of an account up to a month, plus the opening
+  // balance of 2022, straight from the tables.
+  double SqlBalance(const std::string& conta, int ate) {
+    auto c = Db();
+    const auto mov = c->Query(
+        "select coalesce(sum(case when NATUREZA = 'D' then VAL_LANCAMENTO else -VAL_LANCAMENTO "
+        "end), 0) S from CTB_LANCAMENTO where CONTA = '" +
+            conta + "' and ANO_MES <= " + std::to_string(ate),
+        {});
+    const auto abertura = c->Query(
+        "select coalesce(sum(SALDO), 0) S from CTB_SALDO_ANTERIOR where ANO = 2022 and CONTA = '" +
+            conta + "'",
+        {});
+    return mov.rows.at(0).at(0).AsFloat() + abertura.rows.at(0).at(0).AsFloat();
+  }
+
+  std::string dir_;
+};
+
+nlohmann::json Json(const RunResult& r) { return nlohmann::json::parse(r.out); }
+
+// ---- help and usage ----------------------------------------------------------------
+
+TEST_F(GoldenTest, HelpListsEveryCommandWithAnExample) {
+  const RunResult r = Expect("help", {"--help"});
+  EXPECT_EQ(r.exit_code, 0);
+  for (const char* c : {"init",         "chart-import", "post",     "post-erp",      "balance",
+                        "movement",     "day-movement", "opening",  "trial-balance", "close-result",
+                        "close-year",   "rollup",       "rebuild",  "delete-entry",  "cost-centre",
+                        "invoice-text", "--trace-sql",  "--format", "--server-type", "Example"})
+    EXPECT_NE(r.out.find(c), std::string::npos) << c;
+}
+
+TEST_F(GoldenTest, CommandHelpExplainsEveryOptionWithAnExample) {
+  const RunResult r = Expect("help_balance", {"balance", "--help"});
+  EXPECT_EQ(r.exit_code, 0);
+  for (const char* o : {"--month", "--cost-centre", "--cost-centres", "--source", "--category",
+                        "--workshop-section", "--division-dealership", "--item-type", "--modality",
+                        "--exclude-dealerships", "--monthly", "--general", "--filter", "--level"})
+    EXPECT_NE(r.out.find(o), std::string::npos) << o;
+  for (const char* c : {"close-result", "post", "trial-balance", "close-year"}) {
+    const RunResult h = Run({c, "--help"});
+    EXPECT_EQ(h.exit_code, 0) << c;
+    EXPECT_NE(h.out.find("Example"), std::string::npos) << c;
+  }
+}
+
+TEST_F(GoldenTest, UsageErrorsExitWithTwo) {
+  EXPECT_EQ(Expect("usage_no_command", {}).exit_code, 2);
+  EXPECT_EQ(
+      Expect("usage_unknown_option", {"balance", "1", "--month", "202401", "--bogus"}).exit_code,
+      2);
+  EXPECT_EQ(Expect("usage_missing_month", {"balance", "1"}).exit_code, 2);
+  EXPECT_EQ(Expect("usage_bad_format", {"--format", "xml", "balance", "1", "--month", "202401"})
+                .exit_code,
+            2);
+}
+
+// ---- init and chart-import ---------------------------------------------------------
+
+TEST_F(GoldenTest, InitCreatesTheSchemaAndRefusesASecondTime) {
+  const std::string dir = NewDirectory("init_empty");
+  const RunResult r = RunKvctb({"--db", "sqlite:new.db", "init"}, In(dir));
+  ExpectSame("init", {"--db", "sqlite:new.db", "init"}, r);
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_TRUE(FileExists(dir + "/new.db"));
+  const RunResult again = RunKvctb({"--db", "sqlite:new.db", "init"}, In(dir));
+  ExpectSame("init_twice", {"--db", "sqlite:new.db", "init"}, again);
+  EXPECT_EQ(again.exit_code, 1);
+}
+
+TEST_F(GoldenTest, InitDemoLoadsAChartSeveralLevelsDeepAndTwoYearsOfEntries) {
+  const std::string dir = NewDirectory("init_demo");
+  const RunResult r =
+      RunKvctb({"--db", "sqlite:demo.db", "--format", "json", "init", "--demo"}, In(dir));
+  ExpectSame("init_demo", {"--db", "sqlite:demo.db", "--format", "json", "init", "--demo"}, r);
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const auto j = Json(r);
+  EXPECT_GE(j["accounts"].get<int>(), 300);
+  auto c = db::Connect("sqlite:" + dir + "/demo.db");
+  auto count = [&](const std::string& sql) {
+    return c->Query(sql, {}).rows.at(0).at(0).AsInteger();
+  };
+  EXPECT_EQ(count("select count(*) from CTB_CONTA"), j["accounts"].get<int>());
+  EXPECT_EQ(count("select count(*) from CTB_LANCAMENTO"), j["entries"].get<int>());
+  EXPECT_EQ(count("select count(*) from CTB_LANCAMENTO_DIVIDIDO"), j["entries"].get<int>());
+  EXPECT_EQ(count("select count(distinct ANO_MES / 100) from CTB_LANCAMENTO"), 2);
+  EXPECT_GT(count("select count(*) from CTB_CENTRO_CUSTO"), 5);
+  EXPECT_GT(count("select count(*) from CTB_DIVISAO_CONTABIL"), 0);
+  // Four levels: an analytic account whose parent's parent's parent exists.
+  EXPECT_GT(count("select count(*) from CTB_CONTA a join CTB_CONTA b on b.CONTA = "
+                  "a.CONTA_SUPERIORA join CTB_CONTA c on c.CONTA = b.CONTA_SUPERIORA join "
+                  "CTB_CONTA d on d.CONTA = c.CONTA_SUPERIORA where a.NIVEL = 'A'"),
+            200);
+  // The same data on every run.
+  const std::string dir2 = NewDirectory("init_demo_again");
+  const RunResult r2 =
+      RunKvctb({"--db", "sqlite:demo.db", "--format", "json", "init", "--demo"}, In(dir2));
+  EXPECT_EQ(r2.out, r.out);
+  const RunResult t1 = RunKvctb(
+      {"--db", "sqlite:demo.db", "--format", "csv", "trial-balance", "--month", "202412"}, In(dir));
+  const RunResult t2 =
+      RunKvctb({"--db", "sqlite:demo.db", "--format", "csv", "trial-balance", "--month", "202412"},
+               In(dir2));
+  EXPECT_EQ(t1.out, t2.out);
+}
+
+TEST_F(GoldenTest, MissingDatabaseIsAFailureAndIsNotCreated) {
+  const RunResult r =
+      RunKvctb({"--db", "sqlite:absent.db", "balance", "1", "--month", "202401"}, In(dir_));
+  ExpectSame("missing_database", {"--db", "sqlite:absent.db", "balance", "1", "--month", "202401"},
+             r);
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_FALSE(FileExists(dir_ + "/absent.db"));
+}
+
+TEST_F(GoldenTest, ChartImportLoadsAValidTree) {
+  WriteFile(dir_ + "/chart.csv",
+            "CONTA,CONTA_SUPERIORA,NIVEL,NIVEL_DIVISAO,LANCAMENTO_DIVIDIDO\n"
+            "6,,S,,\n6.1,6,S,,\n6.1.01,6.1,A,1,S\n6.1.02,6.1,A,,N\n");
+  const RunResult r = Expect("chart_import", {"chart-import", "chart.csv"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(Count("select count(*) from CTB_CONTA where CONTA like '6%'"), 4);
+  EXPECT_EQ(Count("select NIVEL_DIVISAO from CTB_CONTA where CONTA = '6.1.01'"), 1);
+}
+
+TEST_F(GoldenTest, ChartImportRefusesTheWholeFileNamingTheLine) {
+  const long long before = Count("select count(*) from CTB_CONTA");
+  const std::map<std::string, std::string> cases = {
+      {"chart_cycle", "7,7.2,S,,\n7.1,7,S,,\n7.2,7.1,S,,\n"},
+      {"chart_unknown_parent", "7,,S,,\n7.1,8,S,,\n"},
+      {"chart_duplicate", "7,,S,,\n7.1,7,S,,\n7.1,7,A,,\n"},
+      {"chart_existing", "7,,S,,\n1.1,7,S,,\n"},
+      {"chart_bad_level", "7,,S,,\n7.1,7,X,,\n"},
+      {"chart_hostile_code", "7,,S,,\n7.1';--,7,A,,\n"},
+  };
+  for (const auto& [name, body] : cases) {
+    WriteFile(dir_ + "/chart.csv",
+              "CONTA,CONTA_SUPERIORA,NIVEL,NIVEL_DIVISAO,LANCAMENTO_DIVIDIDO\n" + body);
+    const RunResult r = Expect(name, {"chart-import", "chart.csv"});
+    EXPECT_EQ(r.exit_code, 1) << name;
+    EXPECT_EQ(r.err.rfind("chart.csv:", 0), 0u) << name << ": " << r.err;
+  }
+  EXPECT_EQ(Count("select count(*) from CTB_CONTA"), before);
+}
+
+// ---- posting -------------------------------------------------------------------------
+
+std::string TwoRecords() {
+  RegistroCampos a;
+  a.yymm = "2406";
+  a.dia = "15";
+  a.historico = "VENDA TESTE";
+  a.conta1 = "1.1.1.01";
+  a.conta2 = "3.1.1.01";
+  a.codigo_divisao = "3";
+  a.centavos = 12345;
+  RegistroCampos b = a;
+  b.conta1 = "5.1.1.01";
+  b.conta2 = "1.1.1.01";
+  b.marca = "-";
+  b.centavos = 500;
+  return Registro(a) + "\n" + Registro(b) + "\n";
+}
+
+TEST_F(GoldenTest, PostWritesTwoEntriesPerRecord) {
+  WriteFile(dir_ + "/entries.txt", TwoRecords());
+  const long long before = Count("select count(*) from CTB_LANCAMENTO");
+  const RunResult r = Expect("post", {"post", "entries.txt", "--document", "4711"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before + 4);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO where DOCUMENTO = 4711"), 4);
+  // The second record's side mark credits its first account field.
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO where DOCUMENTO = 4711 and CONTA = "
+                  "'5.1.1.01' and NATUREZA = 'C'"),
+            1);
+}
+
+TEST_F(GoldenTest, PostFromStandardInput) {
+  const long long before = Count("select count(*) from CTB_LANCAMENTO");
+  const RunResult r = Expect("post_stdin", {"--format", "json", "post", "-"}, TwoRecords());
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(Json(r)["records"], 2);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before + 4);
+}
+
+TEST_F(GoldenTest, PostDryRunReportsAndWritesNothing) {
+  WriteFile(dir_ + "/entries.txt", TwoRecords());
+  const long long before = Count("select count(*) from CTB_LANCAMENTO");
+  const RunResult r = Expect("post_dry_run", {"post", "entries.txt", "--dry-run"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.out.find("5.1.1.01"), std::string::npos);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+}
+
+TEST_F(GoldenTest, PostBadRecordNamesFileLineAndFieldAndPostsNothing) {
+  std::string bad = TwoRecords();
+  bad += Registro(RegistroCampos{}).substr(0, 120) + "\n";
+  WriteFile(dir_ + "/entries.txt", bad);
+  const long long before = Count("select count(*) from CTB_LANCAMENTO");
+  const RunResult r = Expect("post_short_record", {"post", "entries.txt"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err.rfind("entries.txt:3: ", 0), 0u) << r.err;
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+
+  RegistroCampos q;
+  q.historico = "O'REILLY";
+  WriteFile(dir_ + "/entries.txt", TwoRecords() + Registro(q) + "\n");
+  const RunResult r2 = Expect("post_quote_in_history", {"post", "entries.txt"});
+  EXPECT_EQ(r2.exit_code, 1);
+  EXPECT_NE(r2.err.find("entries.txt:3: complementary history"), std::string::npos) << r2.err;
+
+  RegistroCampos u;
+  u.conta2 = "9.9.9.99";  // not in the chart: posted anyway by the module's rules
+  u.dia = "3x";
+  WriteFile(dir_ + "/entries.txt", Registro(u) + "\n");
+  const RunResult r3 = Expect("post_bad_day", {"post", "entries.txt"});
+  EXPECT_EQ(r3.exit_code, 1);
+  EXPECT_NE(r3.err.find("entries.txt:1: day (positions 37-38)"), std::string::npos) << r3.err;
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+}
+
+TEST_F(GoldenTest, PostErpWritesLinkedPairs) {
+  WriteFile(dir_ + "/erp.txt", TwoRecords());
+  const RunResult r = Expect("post_erp", {"post-erp", "erp.txt", "--document", "900"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO where DOCUMENTO = 900"), 4);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO where DOCUMENTO = 900 and NATUREZA = 'D' "
+                  "and LCO_ORIGEM is not null"),
+            2);
+}
+
+// ---- balances ----------------------------------------------------------------------------
+
+TEST_F(GoldenTest, BalanceOfAnAnalyticAccountMatchesTheJournal) {
+  Expect("balance_table", {"balance", "1.1.1.01", "--month", "202406"});
+  Expect("balance_csv", {"--format", "csv", "balance", "1.1.1.01", "--month", "202406"});
+  const RunResult r =
+      Expect("balance_json", {"--format", "json", "balance", "1.1.1.01", "--month", "202406"});
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const auto j = Json(r);
+  EXPECT_EQ(j["account"], "1.1.1.01");
+  EXPECT_EQ(j["month"], 202406);
+  EXPECT_NEAR(j["balance"].get<double>(), SqlBalance("1.1.1.01", 202406), 0.005);
+}
+
+TEST_F(GoldenTest, BalanceOfASyntheticAccountAndWithFilters) {
+  Expect("balance_synthetic", {"balance", "3", "--month", "202412"});
+  Expect("balance_filters", {"balance", "3.1.1.01", "--month", "202412", "--cost-centres", "1,2",
+                             "--exclude-dealerships", "3"});
+  Expect("balance_filter_condition", {"balance", "3.1.1.01", "--month", "202412", "--filter",
+                                      "{$ALIAS$}.HISTORICO_PADRAO in (10, 11)"});
+  Expect("balance_general_monthly",
+         {"balance", "1.1.1.01", "--month", "202403", "--general", "--monthly"});
+  const RunResult missing =
+      Expect("balance_unknown_account", {"balance", "8.8", "--month", "202401"});
+  EXPECT_EQ(missing.exit_code, 1);
+  // A cost-centre filter narrows a result account to part of its balance.
+  const double all =
+      Json(Run({"--format", "json", "balance", "3", "--month", "202412"}))["balance"];
+  const double some = Json(Run(
+      {"--format", "json", "balance", "3", "--month", "202412", "--cost-centre", "2"}))["balance"];
+  EXPECT_NE(all, some);
+  EXPECT_LT(std::fabs(some), std::fabs(all));
+}
+
+TEST_F(GoldenTest, MovementDayMovementAndOpening) {
+  const RunResult m = Expect("movement", {"--format", "json", "movement", "3.1.1.01", "--from",
+                                          "202401", "--to", "202406"});
+  ASSERT_EQ(m.exit_code, 0) << m.err;
+  EXPECT_NEAR(Json(m)["movement"].get<double>(),
+              SqlBalance("3.1.1.01", 202406) - SqlBalance("3.1.1.01", 202312), 0.005);
+  Expect("movement_by_division",
+         {"movement", "3.1.1.01", "--from", "202401", "--to", "202412", "--by-division",
+          "--cost-centre", "2", "--division-dealership", "1"});
+  const RunResult d = Expect("day_movement", {"--format", "json", "day-movement", "3", "--month",
+                                              "202403", "--from-day", "1", "--to-day", "15"});
+  ASSERT_EQ(d.exit_code, 0) << d.err;
+  EXPECT_NE(Json(d)["movement"].get<double>(), 0.0);
+  const RunResult o =
+      Expect("opening", {"--format", "json", "opening", "1.1.1.01", "--month", "202407"});
+  ASSERT_EQ(o.exit_code, 0) << o.err;
+  EXPECT_NEAR(Json(o)["balance"].get<double>(), SqlBalance("1.1.1.01", 202406), 0.005);
+  EXPECT_EQ(Expect("opening_synthetic", {"opening", "1.1", "--month", "202407"}).exit_code, 1);
+}
+
+TEST_F(GoldenTest, TrialBalanceSumsSyntheticAccountsAndBalancesToZero) {
+  const RunResult r =
+      Expect("trial_balance_csv", {"--format", "csv", "trial-balance", "--month", "202412"});
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const RunResult j = Run({"--format", "json", "trial-balance", "--month", "202412"});
+  const auto rows = Json(j);
+  ASSERT_GT(rows.size(), 300u);
+  std::map<std::string, double> children_sum, balance;
+  std::vector<std::string> order;
+  double roots = 0;
+  for (const auto& row : rows) {
+    const std::string account = row["account"];
+    order.push_back(account);
+    balance[account] = row["balance"];
+    if (row["parent"].is_null())
+      roots += row["balance"].get<double>();
+    else
+      children_sum[row["parent"]] += row["balance"].get<double>();
+    if (row["level"] == "A") {
+      EXPECT_NEAR(row["balance"].get<double>(), SqlBalance(account, 202412), 0.005) << account;
+    }
+  }
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  for (const auto& [parent, sum] : children_sum) EXPECT_NEAR(balance[parent], sum, 0.005) << parent;
+  EXPECT_NEAR(roots, 0.0, 0.005);
+  EXPECT_EQ(r.out.find("\""), std::string::npos);  // no grouping, nothing to quote
+}
+
+// ---- closing -----------------------------------------------------------------------------
+
+TEST_F(GoldenTest, CloseResultPreviewChangesNothingAndConfirmClosesTheResultAccounts) {
+  // As in the README: the year before is closed first.
+  ASSERT_EQ(Run({"--quiet", "close-year", "2023"}).exit_code, 0);
+  const long long before = Count("select count(*) from CTB_LANCAMENTO");
+  const std::vector<std::string> args = {"close-result", "--month",          "202412",  "--day",
+                                         "31",           "--year",           "2024",    "--history",
+                                         "99",           "--result-account", "2.9.1.01"};
+  const RunResult preview = Expect("close_result_preview", args);
+  EXPECT_EQ(preview.exit_code, 0);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+  auto confirm_args = args;
+  confirm_args.push_back("--confirm");
+  const RunResult confirm = Expect("close_result_confirm", confirm_args);
+  EXPECT_EQ(confirm.exit_code, 0);
+  EXPECT_GT(Count("select count(*) from CTB_LANCAMENTO"), before);
+  for (const char* group : {"3", "4", "5"}) {
+    const auto j = Json(Run({"--format", "json", "balance", group, "--month", "202412"}));
+    EXPECT_NEAR(j["balance"].get<double>(), 0.0, 0.005) << group;
+  }
+}
+
+TEST_F(GoldenTest, CloseYearWritesTheCarriedForwardBalances) {
+  const RunResult r = Expect("close_year", {"close-year", "2023", "--errors", "errors.json"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(nlohmann::json::parse(ReadFile(dir_ + "/errors.json")), nlohmann::json::array());
+  EXPECT_EQ(Count("select count(*) from CTB_SALDO_ANTERIOR where ANO = 2023"),
+            Count("select count(*) from CTB_CONTA"));
+  auto c = Db();
+  const double stored =
+      c->Query("select SALDO from CTB_SALDO_ANTERIOR where ANO = 2023 and CONTA = '1.1.1.01'", {})
+          .rows.at(0)
+          .at(0)
+          .AsFloat();
+  EXPECT_NEAR(stored, SqlBalance("1.1.1.01", 202312), 0.005);
+  // Quiet: the same data, no progress.
+  const RunResult q = Run({"--quiet", "close-year", "2023"});
+  EXPECT_EQ(q.exit_code, 0);
+  EXPECT_EQ(q.err, "");
+}
+
+TEST_F(GoldenTest, CloseYearWithFailedInsertsExitsThreeAndSavesTheErrorRows) {
+  Db()->Execute(
+      "create trigger block_insert before insert on CTB_SALDO_ANTERIOR when new.CONTA = "
+      "'1.1.1.02' begin select raise(fail, 'blocked by the test'); end",
+      {});
+  const RunResult r = Expect("close_year_error_rows",
+                             {"--format", "csv", "close-year", "2023", "--errors", "errors.json"});
+  EXPECT_EQ(r.exit_code, 3);
+  const auto rows = nlohmann::json::parse(ReadFile(dir_ + "/errors.json"));
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_NE(rows[0]["SQL"].get<std::string>().find("1.1.1.02"), std::string::npos);
+  EXPECT_NE(rows[0]["EMESSAGE"].get<std::string>().find("blocked by the test"), std::string::npos);
+  for (const char* f : {"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"})
+    EXPECT_TRUE(rows[0].contains(f)) << f;
+}
+
+TEST_F(GoldenTest, CloseYearRefusedForASelfReferencingAccount) {
+  Db()->Execute(
+      "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
+      "(1, 1, '9', '9', 'S')",
+      {});
+  const RunResult r = Expect("close_year_refused", {"close-year", "2023"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_NE(r.err.find("Encerramento Anual Cancelado"), std::string::npos);
+  EXPECT_EQ(Count("select count(*) from CTB_SALDO_ANTERIOR where ANO = 2023"), 0);
+}
+
+TEST_F(GoldenTest, RollupAndRebuild) {
+  ASSERT_EQ(Run({"--quiet", "close-year", "2023"}).exit_code, 0);
+  Db()->Execute("update CTB_SALDO_ANTERIOR set SALDO = 0 where ANO = 2023 and CONTA = '1'", {});
+  EXPECT_EQ(Expect("rollup", {"rollup", "2023"}).exit_code, 0);
+  auto saldo = [&](const std::string& conta) {
+    return Db()
+        ->Query("select SALDO from CTB_SALDO_ANTERIOR where ANO = 2023 and CONTA = '" + conta + "'",
+                {})
+        .rows.at(0)
+        .at(0)
+        .AsFloat();
+  };
+  EXPECT_NEAR(saldo("1"), saldo("1.1") + saldo("1.2") + saldo("1.3"), 0.005);
+  EXPECT_EQ(Expect("rollup_by_division", {"rollup", "2023", "--by-division"}).exit_code, 0);
+  Db()->Execute("update CTB_SALDO_ANTERIOR set SALDO = 0 where ANO = 2023 and CONTA = '1'", {});
+  EXPECT_EQ(Expect("rebuild", {"rebuild", "2023"}).exit_code, 0);
+  EXPECT_NEAR(saldo("1"), saldo("1.1") + saldo("1.2") + saldo("1.3"), 0.005);
+  EXPECT_NE(saldo("1"), 0.0);
+  EXPECT_EQ(Expect("rebuild_by_division", {"rebuild", "2023", "--by-division"}).exit_code, 0);
+}
+
+// ---- entries and lookups ------------------------------------------------------------------
+
+TEST_F(GoldenTest, DeleteEntryRemovesItAndItsPair) {
+  const auto row = Db()->Query(
+                           "select LANCAMENTO, DIA from CTB_LANCAMENTO where ANO_MES = 202403 "
+                           "and LCO_ORIGEM is null order by LANCAMENTO",
+                           {})
+                       .rows.at(0);
+  const std::string entry = row.at(0).AsString(), day = row.at(1).AsString();
+  EXPECT_EQ(
+      Expect("delete_entry", {"delete-entry", entry, "--month", "202403", "--day", day}).exit_code,
+      0);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO where ANO_MES = 202403 and (LANCAMENTO = " +
+                  entry + " or LCO_ORIGEM = " + entry + ")"),
+            0);
+  EXPECT_EQ(
+      Expect("delete_entry_missing", {"delete-entry", entry, "--month", "202403", "--day", day})
+          .exit_code,
+      1);
+}
+
+TEST_F(GoldenTest, CostCentreAndInvoiceTextLookups) {
+  EXPECT_EQ(Expect("cost_centre", {"cost-centre", "4"}).exit_code, 0);
+  EXPECT_EQ(Expect("cost_centre_inactive", {"cost-centre", "9", "--active-only"}).exit_code, 1);
+  EXPECT_EQ(Run({"cost-centre", "9"}).exit_code, 0);
+  const RunResult inv =
+      Expect("invoice_text", {"--format", "json", "invoice-text", "1", "--month", "202401"});
+  ASSERT_EQ(inv.exit_code, 0) << inv.err;
+  EXPECT_EQ(Json(inv).size(), 3u);
+  EXPECT_EQ(Expect("invoice_text_none", {"invoice-text", "2", "--month", "202402"}).exit_code, 1);
+}
+
+// ---- the trace ---------------------------------------------------------------------------
+
+TEST_F(GoldenTest, TraceSqlWritesOneJsonObjectPerStatement) {
+  const RunResult r =
+      Run({"--trace-sql", "trace.jsonl", "balance", "1.1.1.01", "--month", "202406"});
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const std::string trace = ReadFile(dir_ + "/trace.jsonl");
+  size_t lines = 0, start = 0;
+  bool saw_journal = false;
+  while (start < trace.size()) {
+    const size_t end = trace.find('\n', start);
+    const auto j = nlohmann::json::parse(trace.substr(start, end - start));
+    EXPECT_TRUE(j.contains("sql") && j.contains("params"));
+    saw_journal = saw_journal ||
+                  j["sql"].get<std::string>().find("CTB_LANCAMENTO") != std::string::npos ||
+                  j["sql"].get<std::string>().find("ctb_lancamento") != std::string::npos;
+    ++lines;
+    start = end + 1;
+  }
+  EXPECT_GT(lines, 2u);
+  EXPECT_TRUE(saw_journal);
+}
+
+TEST_F(GoldenTest, AmountsKeepAPointUnderACommaLocale) {
+  const RunResult r = RunKvctb(
+      {"--db", "sqlite:demo.db", "--format", "csv", "balance", "1.1.1.01", "--month", "202406"},
+      {dir_, {{"LC_ALL", "pt_BR.UTF-8"}}, ""});
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const RunResult c = Run({"--format", "csv", "balance", "1.1.1.01", "--month", "202406"});
+  EXPECT_EQ(r.out, c.out);
+  EXPECT_NE(r.out.find("."), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kvc::cli::testing

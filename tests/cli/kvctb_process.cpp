@@ -1,0 +1,106 @@
+// Process runner and shared demo database of the kvctb tests.
+#include "cli/kvctb_process.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace kvc::cli::testing {
+namespace fs = std::filesystem;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return "";
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+bool FileExists(const std::string& path) { return fs::exists(path); }
+
+void WriteFile(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+}
+
+RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options) {
+  static std::atomic<int> counter{0};
+  const std::string base = (fs::temp_directory_path() / ("kvctb_run_" + std::to_string(getpid()) +
+                                                         "_" + std::to_string(counter++)))
+                               .string();
+  const std::string out_path = base + ".out", err_path = base + ".err", in_path = base + ".in";
+  WriteFile(in_path, options.stdin_text);
+
+  std::vector<std::string> env_strings = {"PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
+  if (const char* asan = std::getenv("ASAN_OPTIONS"))
+    env_strings.push_back(std::string("ASAN_OPTIONS=") + asan);
+  if (const char* lsan = std::getenv("LSAN_OPTIONS"))
+    env_strings.push_back(std::string("LSAN_OPTIONS=") + lsan);
+  for (const auto& [k, v] : options.env) env_strings.push_back(k + "=" + v);
+  std::vector<char*> envp;
+  for (auto& s : env_strings) envp.push_back(s.data());
+  envp.push_back(nullptr);
+  std::vector<std::string> argv_strings = {KVCTB_PATH};
+  argv_strings.insert(argv_strings.end(), args.begin(), args.end());
+  std::vector<char*> argv;
+  for (auto& s : argv_strings) argv.push_back(s.data());
+  argv.push_back(nullptr);
+
+  const pid_t pid = fork();
+  if (pid < 0) throw std::runtime_error("fork failed");
+  if (pid == 0) {
+    if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
+    const int in = open(in_path.c_str(), O_RDONLY);
+    const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const int err = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (in < 0 || out < 0 || err < 0) _exit(126);
+    dup2(in, 0);
+    dup2(out, 1);
+    dup2(err, 2);
+    execve(argv[0], argv.data(), envp.data());
+    _exit(127);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  RunResult r;
+  r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  r.out = ReadFile(out_path);
+  r.err = ReadFile(err_path);
+  fs::remove(out_path);
+  fs::remove(err_path);
+  fs::remove(in_path);
+  return r;
+}
+
+std::string NewDirectory(const std::string& name) {
+  const fs::path dir =
+      fs::temp_directory_path() / ("kvctb_test_" + std::to_string(getpid())) / name;
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  return dir.string();
+}
+
+std::string DirectoryWithDemo(const std::string& name) {
+  static const std::string demo = [] {
+    const std::string dir = NewDirectory("_demo_template");
+    const RunResult r = RunKvctb({"--db", "sqlite:demo.db", "--quiet", "init", "--demo"}, In(dir));
+    if (r.exit_code != 0) throw std::runtime_error("kvctb init --demo failed: " + r.err);
+    std::atexit([] {
+      std::error_code ec;
+      fs::remove_all(fs::temp_directory_path() / ("kvctb_test_" + std::to_string(getpid())), ec);
+    });
+    return dir + "/demo.db";
+  }();
+  const std::string dir = NewDirectory(name);
+  fs::copy_file(demo, dir + "/demo.db");
+  return dir;
+}
+
+}  // namespace kvc::cli::testing

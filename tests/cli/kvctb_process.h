@@ -1,0 +1,52 @@
+// Running kvctb as a whole process for the tests: arguments, environment,
+// standard input and working directory in; standard output, standard error
+// and exit code out. Also the shared demo database, built once per test
+// process and copied for each test.
+#ifndef KVC_TESTS_CLI_KVCTB_PROCESS_H_
+#define KVC_TESTS_CLI_KVCTB_PROCESS_H_
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kvc::cli::testing {
+
+struct RunResult {
+  int exit_code = -1;
+  std::string out;
+  std::string err;
+};
+
+struct RunOptions {
+  std::string cwd;                         // empty: the current directory
+  std::map<std::string, std::string> env;  // added to a clean environment
+  std::string stdin_text;
+};
+
+// Options that only set the working directory.
+inline RunOptions In(const std::string& cwd) {
+  RunOptions o;
+  o.cwd = cwd;
+  return o;
+}
+
+// Runs the kvctb binary with `args` (without the program name). The
+// environment holds PATH, LANG=C.UTF-8 and `options.env` only, so that
+// KVCTB_DB and KVCTB_PASSWORD from the caller never leak in.
+RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options = {});
+
+// A fresh empty directory under the system's temporary directory.
+std::string NewDirectory(const std::string& name);
+
+// A directory holding demo.db, a copy of the demo database made by
+// `kvctb init --demo` (built once per process).
+std::string DirectoryWithDemo(const std::string& name);
+
+// Reads a whole file ("" when it does not exist).
+std::string ReadFile(const std::string& path);
+bool FileExists(const std::string& path);
+void WriteFile(const std::string& path, const std::string& text);
+
+}  // namespace kvc::cli::testing
+
+#endif  // KVC_TESTS_CLI_KVCTB_PROCESS_H_
