@@ -308,3 +308,18 @@ create table GER_VERSAO_ESTRUTURA (
 
 -- Structure version row
 insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09');
+
+-- Planner statistics. The journal tables grow to millions of rows under a few companies and
+-- dealerships, while one account or one month selects few of them. Without statistics the
+-- planner may start a join from the division rows of a whole company. These fixed figures
+-- describe that shape (they are not measured) and every connection loads them when it opens
+analyze sqlite_schema;
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'sqlite_autoindex_CTB_LANCAMENTO_1', '1000000 1000000 200000 10000 1');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_1', '1000000 1000000 200000 500 30');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_2', '1000000 1000000 200000 10000 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO', 'IX_CTB_LANCAMENTO_DIVIDIDO_1', '1000000 1000000 200000 10000 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'sqlite_autoindex_CTB_LANCAMENTO_CV_1', '1000000 1000000 200000 10000 1');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_1', '1000000 1000000 200000 500 30');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_2', '1000000 1000000 200000 10000 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO_CV', 'IX_CTB_LANC_DIVIDIDO_CV_1', '1000000 1000000 200000 10000 2');
+analyze sqlite_schema;
