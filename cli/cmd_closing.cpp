@@ -22,12 +22,17 @@ Output ErrorRows(db::ClientDataSet& table) {
     auto& row = out.rows.emplace_back();
     for (const db::FieldDef& f : table.FieldDefs()) {
       const db::Value& v = table.FieldByName(f.name);
+      // Built as text or left null, then moved: GCC 12 at -O3 takes a
+      // temporary Null pushed straight in for uninitialised storage.
+      std::string texto;
+      if (v.IsDateTime())
+        texto = v.AsDateTime().ToIso();
+      else if (!v.IsNull())
+        texto = v.AsString();
       if (v.IsNull())
-        row.push_back(Null{});
-      else if (v.IsDateTime())
-        row.push_back(v.AsDateTime().ToIso());
+        row.emplace_back();
       else
-        row.push_back(v.AsString());
+        row.emplace_back(std::move(texto));
     }
   }
   return out;
