@@ -9,31 +9,14 @@
 
 #include "accounting/db/backends/backend_hooks.h"
 #include "cli/kvctb_process.h"
+#include "support/firebird_target.h"
 
 namespace kvc::cli::testing {
 namespace {
 
-struct Target {
-  std::string user, password, host, directory;
-};
-
-bool ParseTarget(Target& t) {
-  const char* spec_env = std::getenv("KVC_TEST_FIREBIRD");
-  if (!spec_env || !*spec_env) return false;
-  const std::string spec = spec_env;
-  const size_t at = spec.find('@'), colon = spec.find(':');
-  const size_t host_colon = spec.find(':', at);
-  if (at == std::string::npos || colon > at || host_colon == std::string::npos) return false;
-  t.user = spec.substr(0, colon);
-  t.password = spec.substr(colon + 1, at - colon - 1);
-  t.host = spec.substr(at + 1, host_colon - at - 1);
-  t.directory = spec.substr(host_colon + 1);
-  return true;
-}
-
 TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
-  Target t;
-  if (!ParseTarget(t)) {
+  kvc::testing::FirebirdTarget t;
+  if (!kvc::testing::ParseFirebirdTarget(t)) {
     const char* require = std::getenv("KVC_REQUIRE_SERVERS");
     if (require && std::string(require) == "1") FAIL() << "KVC_TEST_FIREBIRD is required";
     GTEST_SKIP() << "KVC_TEST_FIREBIRD not set";

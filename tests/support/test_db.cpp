@@ -12,6 +12,7 @@
 #include "accounting/db/dialect.h"
 #include "accounting/db/schema.h"
 #include "accounting/db/sql_format.h"
+#include "support/firebird_target.h"
 
 namespace kvc::testing {
 namespace {
@@ -19,25 +20,6 @@ namespace {
 std::string Env(const char* name) {
   const char* v = std::getenv(name);
   return v ? v : "";
-}
-
-// KVC_TEST_FIREBIRD="USER:PASSWORD@HOST:/directory" names a server and a
-// directory it can write; one database per test process is created there.
-struct FirebirdTarget {
-  std::string user, password, host, directory;
-};
-bool ParseFirebirdTarget(FirebirdTarget& t) {
-  std::string spec = Env("KVC_TEST_FIREBIRD");
-  if (spec.empty()) return false;
-  size_t at = spec.find('@');
-  size_t colon = spec.find(':');
-  size_t host_colon = spec.find(':', at);
-  if (at == std::string::npos || colon > at || host_colon == std::string::npos) return false;
-  t.user = spec.substr(0, colon);
-  t.password = spec.substr(colon + 1, at - colon - 1);
-  t.host = spec.substr(at + 1, host_colon - at - 1);
-  t.directory = spec.substr(host_colon + 1);
-  return true;
 }
 
 // The per-process Firebird database, created with its schema on first use

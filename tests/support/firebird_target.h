@@ -1,0 +1,34 @@
+// The Firebird server the tests may use: KVC_TEST_FIREBIRD =
+// "USER:PASSWORD@HOST:/directory" names a server and a directory it can
+// write.
+#ifndef KVC_TESTS_SUPPORT_FIREBIRD_TARGET_H_
+#define KVC_TESTS_SUPPORT_FIREBIRD_TARGET_H_
+
+#include <cstdlib>
+#include <string>
+
+namespace kvc::testing {
+
+struct FirebirdTarget {
+  std::string user, password, host, directory;
+};
+
+// Reads KVC_TEST_FIREBIRD into `t`; false when it is unset or malformed.
+inline bool ParseFirebirdTarget(FirebirdTarget& t) {
+  const char* env = std::getenv("KVC_TEST_FIREBIRD");
+  const std::string alvo = env ? env : "";
+  if (alvo.empty()) return false;
+  const size_t at = alvo.find('@');
+  const size_t colon = alvo.find(':');
+  const size_t host_colon = alvo.find(':', at);
+  if (at == std::string::npos || colon > at || host_colon == std::string::npos) return false;
+  t.user = alvo.substr(0, colon);
+  t.password = alvo.substr(colon + 1, at - colon - 1);
+  t.host = alvo.substr(at + 1, host_colon - at - 1);
+  t.directory = alvo.substr(host_colon + 1);
+  return true;
+}
+
+}  // namespace kvc::testing
+
+#endif  // KVC_TESTS_SUPPORT_FIREBIRD_TARGET_H_
