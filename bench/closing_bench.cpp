@@ -32,7 +32,7 @@ std::string Analitica(int i) {
 // and two division dealerships, so at most ten combinations per account.
 std::string Database(int64_t entries) {
   const std::string path =
-      (std::filesystem::temp_directory_path() / fmt::format("kvc_closing_bench_v1_{}.db", entries))
+      (std::filesystem::temp_directory_path() / fmt::format("kvc_closing_bench_v2_{}.db", entries))
           .string();
   if (std::filesystem::exists(path)) return path;
   const std::string building = path + ".building";
@@ -73,6 +73,12 @@ std::string Database(int64_t entries) {
       "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, VAL_DIVISAO) select LANCAMENTO, 1, 1, "
       "ANO_MES, LANCAMENTO, (LANCAMENTO / 3) % 2 + 1, (LANCAMENTO / 5) % 5 + 1, "
       "VAL_LANCAMENTO from CTB_LANCAMENTO",
+      {});
+  // The numbering of each month continues after the entries loaded here.
+  c->Execute(
+      "insert into GER_NUMERADOR (EMPRESA, REVENDA, TABELA, CHAVE, ULTIMO_NUMERO) select "
+      "1, 1, 'CTB_LANCAMENTO', 'LCTO' || ANO_MES, max(LANCAMENTO) from CTB_LANCAMENTO "
+      "group by ANO_MES",
       {});
   c->Execute("insert into FAT_NUMERACAO_LIVROS values (1, 1, '2023-12-31')", {});
   c->Execute("drop table BENCH_CONTA", {});
