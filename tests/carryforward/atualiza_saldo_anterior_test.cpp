@@ -187,7 +187,7 @@ TEST_P(AtualizaSaldoAnteriorTest, DivisionFormWritesNullAndLooksItUpWithIsNull) 
   EXPECT_EQ(comandos.lista.at(1), "pBar#$#0");
   EXPECT_EQ(Linhas(*raw_,
                    "select CONTA, TIPO_ITEM, SALDO from CTB_SALDO_ANTERIOR_DIVISAO where "
-                   "CONTA = '1' order by TIPO_ITEM"),
+                   "CONTA = '1' order by coalesce(TIPO_ITEM, '')"),
             (std::vector<Linha>{{"1", "NULL", "15.00"}, {"1", "P", "7.00"}}));
   const auto s = trace_->Statements();
   bool busca_is_null = false, inclui_null = false;

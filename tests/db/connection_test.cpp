@@ -2,6 +2,8 @@
 // parameters, transactions, the statement trace and fault injection.
 #include <gtest/gtest.h>
 
+#include <clocale>
+
 #include "accounting/db/error.h"
 #include "accounting/db/placeholders.h"
 #include "accounting/db/schema.h"
@@ -53,6 +55,24 @@ TEST_P(ConnectionTest, RepeatedParameterNamesBindOnEveryServer) {
       "CONTA = :C",
       {{"e", 1}, {"C", "1"}});
   ASSERT_EQ(rs.rows.size(), 1u);
+}
+
+TEST_P(ConnectionTest, DoubleParameterKeepsItsValueUnderACommaLocale) {
+  if (!std::setlocale(LC_ALL, "pt_BR.UTF-8")) GTEST_SKIP() << "pt_BR.UTF-8 not installed";
+  try {
+    raw_->Execute(
+        "insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO) values "
+        "(1, 1, '1', 2023, :S)",
+        {{"S", 1234.5}});
+    auto rs =
+        raw_->Query("select SALDO from CTB_SALDO_ANTERIOR where SALDO > :M", {{"M", 1234.25}});
+    std::setlocale(LC_ALL, "C");
+    ASSERT_EQ(rs.rows.size(), 1u);
+    EXPECT_DOUBLE_EQ(rs.rows[0][0].AsFloat(), 1234.5);
+  } catch (...) {
+    std::setlocale(LC_ALL, "C");
+    throw;
+  }
 }
 
 TEST_P(ConnectionTest, CommentsWithColonsDoNotBecomeParameters) {

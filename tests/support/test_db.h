@@ -16,7 +16,8 @@
 
 namespace kvc::testing {
 
-// "sqlite" or "firebird".
+// "sqlite", "firebird", "postgresql" (a PostgreSQL server) or "odbc" (a
+// PostgreSQL server through its ODBC driver).
 using BackendName = std::string;
 
 // The backends every behaviour test runs on.
