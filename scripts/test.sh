@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs the whole test suite: installs the dependencies, starts the Firebird
-# server on loopback when the shared database kit is beside the project (or
-# uses the one named by KVC_TEST_FIREBIRD), checks formatting, then builds and
+# and PostgreSQL servers on loopback when the shared database kit is beside
+# the project (or uses the ones named by KVC_TEST_FIREBIRD,
+# KVC_TEST_POSTGRESQL and KVC_TEST_ODBC), checks formatting, then builds and
 # runs the tests twice: a debug build, and a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer.
 #
@@ -23,6 +24,19 @@ if [ -n "${KVC_TEST_FIREBIRD:-}" ]; then
 else
   echo "test: KVC_TEST_FIREBIRD not set; Firebird tests will be skipped" >&2
 fi
+
+if [ -z "${KVC_TEST_POSTGRESQL:-}" ] && [ -f "$dbkit/start-postgres.sh" ]; then
+  eval "$(bash "$dbkit/start-postgres.sh")"
+  export KVC_TEST_POSTGRESQL="${DBKIT_PG_URI}"
+  export KVC_TEST_ODBC="odbc:${DBKIT_PG_ODBC_SOCI#odbc://}"
+fi
+for v in KVC_TEST_POSTGRESQL KVC_TEST_ODBC; do
+  if [ -n "${!v:-}" ]; then
+    echo "test: $v set" >&2
+  else
+    echo "test: $v not set; those tests will be skipped" >&2
+  fi
+done
 
 bash scripts/check-format.sh
 
