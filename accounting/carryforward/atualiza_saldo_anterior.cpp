@@ -77,11 +77,6 @@ constexpr char kIncluiDivisao[] =
     "revenda_divisao, tipo_item, categoria,  centro_custo, modalidade_operacao, secao_oficina, "
     "fonte, saldo)values(";
 
-constexpr char kMsgExclui[] = "Erro ao excluir saldo anterior.";
-constexpr char kMsgInclui[] = "Erro ao incluir saldo anterior.";
-constexpr char kMsgExcluiDivisao[] = "Erro ao excluir saldo anterior dividido.";
-constexpr char kMsgIncluiDivisao[] = "Erro ao incluir saldo anterior dividido.";
-
 }  // namespace
 
 db::ClientDataSet& TddmContabilidadeBD::LogErrosGarantido() {
@@ -168,7 +163,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
   ExecutaRegistrando(kExcluiSinteticas + e + kExcluiSinteticasRevenda + r +  // 1
                          kExcluiSinteticasAno + Ano + kExcluiSinteticasConta + e +
                          kExcluiSinteticasContaRevenda + r + kExcluiSinteticasFim,
-                     kMsgExclui);
+                     kMsgExcluiSaldoAnterior);
   db::ClientDataSet analiticas("cdsEncerra");  // 2
   dspEncerra.Provide(
       analiticas, kAnaliticas + e + kAnaliticasRevenda + r + kAnaliticasAno + Ano + kAnaliticasFim,
@@ -189,7 +184,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
                                      conta + "'" + kAtualizaAno + ano
                                : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
                                      ValorSaldoAnterior(saldo) + ")",
-                         kMsgInclui);
+                         kMsgIncluiSaldoAnterior);
       conta = ContaSuperiora(conta);
       parcela = saldo;
     }
@@ -204,7 +199,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
   ExecutaRegistrando(kExcluiSinteticasDivisao + e + kExcluiSinteticasRevenda + r +  // 1
                          kExcluiSinteticasAno + Ano + kExcluiSinteticasDivisaoConta + e +
                          kExcluiSinteticasDivisaoRevenda + r + kExcluiSinteticasDivisaoFim,
-                     kMsgExcluiDivisao);
+                     kMsgExcluiSaldoAnteriorDivisao);
   db::ClientDataSet analiticas("cdsEncerra");  // 2
   dspEncerra.Provide(analiticas,
                      kAnaliticasDivisao + e + kAnaliticasDivisaoRevenda + r +
@@ -242,7 +237,7 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
         sdsAux.SetCommandText(sql);
         sdsAux.ExecSQL();
       } catch (const std::exception& erro) {
-        RegistraErro(kMsgIncluiDivisao, erro);
+        RegistraErro(kMsgIncluiSaldoAnteriorDivisao, erro);
       }
       conta = ContaSuperiora(conta);
       parcela = saldo;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -93,11 +94,6 @@ constexpr char kIncluiDivisao[] =
 // 8. The roll-up.
 constexpr char kCaptionSuperioras[] = "Atualizando saldo das contas superioras ...";
 
-constexpr char kMsgExclui[] = "Erro ao excluir saldo anterior.";
-constexpr char kMsgInclui[] = "Erro ao incluir saldo anterior.";
-constexpr char kMsgExcluiDivisao[] = "Erro ao excluir saldo anterior dividido.";
-constexpr char kMsgIncluiDivisao[] = "Erro ao incluir saldo anterior dividido.";
-
 constexpr const char* kCamposErro[] = {"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"};
 
 // " ,value" for a division value, " ,NULL" for an empty one.
@@ -170,7 +166,7 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   cdsSaldoTotal.Close();
 
   // 2. Delete the year's account balances.
-  ExecutaRegistrando(kExclui + e + kExcluiRevenda + r + kExcluiAno + Ano, kMsgExclui);
+  ExecutaRegistrando(kExclui + e + kExcluiRevenda + r + kExcluiAno + Ano, kMsgExcluiSaldoAnterior);
 
   // 3. The working list of analytic accounts.
   db::ClientDataSet contas("cdsContasEncerramento");
@@ -217,12 +213,12 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
     ExecutaRegistrando(kInclui + e + " ," + r + " ,'" + contas.FieldByName("CONTA").AsString() +
                            "'" + " ," + Ano + " ," +
                            sql::Amount4(contas.FieldByName("SALDO_ATUAL").AsFloat()) + " )",
-                       kMsgInclui);
+                       kMsgIncluiSaldoAnterior);
   }
 
   // 6. Delete the year's division balances.
   ExecutaRegistrando(kExcluiDivisao + e + kExcluiDivisaoRevenda + r + kExcluiDivisaoAno + Ano,
-                     kMsgExcluiDivisao);
+                     kMsgExcluiSaldoAnteriorDivisao);
 
   // 7. The division combinations and their balances.
   const std::string anterior = sql::Integer(ano - 1);
@@ -261,7 +257,7 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
             Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) + Valor(modalidade, true) +
             Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
             Valor(c.FieldByName("FONTE").AsString(), false) + " ," + sql::Amount4(saldo) + " )",
-        kMsgIncluiDivisao);
+        kMsgIncluiSaldoAnteriorDivisao);
   }
 
   // 8. The synthetic accounts.
