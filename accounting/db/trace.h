@@ -23,7 +23,7 @@ struct TracedStatement {
   bool injected = false;  // the failure was injected
 };
 
-class TracingConnection final : public Connection {
+class TracingConnection : public Connection {
  public:
   // Wraps `inner`, which must outlive this object.
   explicit TracingConnection(Connection& inner) : inner_(inner) {}

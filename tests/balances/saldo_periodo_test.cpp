@@ -56,7 +56,7 @@ std::string Opcional(const std::optional<int>& v) { return v ? std::to_string(*v
 std::string Opcional(const std::optional<std::string>& v) { return v ? "'" + *v + "'" : "null"; }
 
 // The statements that load the movement set.
-size_t Agrupados(const std::vector<std::string>& statements) {
+size_t Agrupados(const std::vector<SqlEnviado>& statements) {
   return static_cast<size_t>(
       std::count_if(statements.begin(), statements.end(), [](const std::string& s) {
         return s.find("group by l.natureza, d.revenda_divisao") != std::string::npos;
@@ -453,7 +453,7 @@ TEST_P(SaldoPeriodoTest, ChartWalkerAddsTheAnalyticAccountsBeneathASyntheticOne)
 
   trace_->Clear();
   EXPECT_NEAR(Plano({.conta = "1", .usa_cache = true}, "S", 0), 77, 0.005);
-  const std::vector<std::string> statements = trace_->Statements();
+  const std::vector<SqlEnviado> statements = trace_->Statements();
   EXPECT_EQ(std::count(statements.begin(), statements.end(),
                        " select EMPRESA, REVENDA, CONTA_SUPERIORA,         CONTA, NIVEL  from "
                        "CTB_CONTA order by EMPRESA, REVENDA, CONTA_SUPERIORA"),

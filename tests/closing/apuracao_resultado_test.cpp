@@ -372,7 +372,8 @@ TEST_P(ApuraResultadoTest, CarriedForwardPartFollowsTheThreeFlags) {
   EXPECT_EQ(anteriores(true, false, true), "0.00 C / 33.00 D");  // the year itself
   trace_->Clear();
   ASSERT_TRUE(Apura(true, false, false, false));
-  EXPECT_NE(std::find(trace_->Statements().begin(), trace_->Statements().end(),
+  const auto enviados = trace_->Statements();
+  EXPECT_NE(std::find(enviados.begin(), enviados.end(),
                       " select e.conta,        e.centro_custo,          e.fonte,        "
                       "e.categoria,         e.secao_oficina,         e.tipo_item,        "
                       "e.modalidade_operacao,        e.revenda_divisao,        sum(e.saldo) saldo "
@@ -380,7 +381,7 @@ TEST_P(ApuraResultadoTest, CarriedForwardPartFollowsTheThreeFlags) {
                       "e.empresa = 1 and    e.revenda = 1  and    e.ano = 2022 and    e.saldo < 0 "
                       " group by e.conta, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, "
                       "e.tipo_item,  e.modalidade_operacao, e.revenda_divisao"),
-            trace_->Statements().end());
+            enviados.end());
   EXPECT_EQ(Lancamentos(),
             (std::vector<Linha>{
                 {"202312", "1", "4.1", "D", "80.00", "31", "77", "S", "O", "N", "1"},
@@ -511,7 +512,7 @@ TEST_P(ApuraResultadoTest, FailedReadBeforeTheTransactionRaises) {
   Plano();
   Numeracao("2022-12-31");
   Bind();
-  trace_->FailMatching(" select conta, nivel from  ctb_conta", "no table");
+  trace_->FailMatching("select conta, nivel from  ctb_conta", "no table");
   EXPECT_THROW((void)Apura(), std::exception);
   trace_->ClearFaults();
   EXPECT_FALSE(dm_->TransacaoAtiva());

@@ -307,10 +307,10 @@ class ExcluiLancamentoTest : public ModuleTest {
 
   // The statements the module itself sent: those of the service libraries
   // (numbering, summarised balances, server time) left out.
-  std::vector<std::string> ModuleStatements() const {
-    std::vector<std::string> out;
+  std::vector<SqlEnviado> ModuleStatements() const {
+    std::vector<SqlEnviado> out;
     const std::string clock = raw_->dialect().ServerTimeQuery();
-    for (const std::string& s : trace_->Statements())
+    for (const SqlEnviado& s : trace_->Statements())
       if (s.find("GER_NUMERADOR") == std::string::npos &&
           s.find("INT_SALDO_SUMARIZADO") == std::string::npos && s != clock)
         out.push_back(s);
@@ -545,7 +545,7 @@ TEST_P(ExcluiLancamentoTest, ClosingEntryDeletionRemovesCarriedForwardRowsOfItsY
 
   const auto statements = ModuleStatements();
   ASSERT_GE(statements.size(), 6u);
-  EXPECT_EQ(std::vector<std::string>(statements.begin(), statements.begin() + 6),
+  EXPECT_EQ(std::vector<SqlEnviado>(statements.begin(), statements.begin() + 6),
             (std::vector<std::string>{kSelectDivisoes7, kSelectLancamento7, kDeleteSaldoDivisao3101,
                                       kDeleteSaldo3101, kDeleteDivisoes7, kDeleteGerados7}));
   const std::vector<std::string> left{"1|1|3101|2023", "1|1|3101|2025", "1|1|3102|2024",
@@ -800,7 +800,7 @@ TEST_P(ExcluiLancamentoTest, AuditNumberingUsesCompanyOneDealershipOne) {
   EXPECT_EQ(AuditItems(), ExpectedItems(1, 7));
   const auto statements = ModuleStatements();
   ASSERT_FALSE(statements.empty());
-  EXPECT_NE(statements[0].find("  where cld.EMPRESA = 5\n    and cld.REVENDA = 3\n"),
+  EXPECT_NE(statements[0].find(Fragmento("  where cld.EMPRESA = 5\n    and cld.REVENDA = 3\n")),
             std::string::npos);
   EXPECT_NE(std::find(statements.begin(), statements.end(),
                       "delete from ctb_lancamento where empresa = 5 and   revenda = 3 and   "

@@ -47,11 +47,11 @@ std::string InsertLancamento(const std::string& valores) {
 }
 
 // The statements of the trace that begin with `inicio`.
-std::vector<std::string> ComecamCom(const std::vector<std::string>& statements,
-                                    const std::string& inicio) {
-  std::vector<std::string> out;
+std::vector<SqlEnviado> ComecamCom(const std::vector<SqlEnviado>& statements,
+                                   const std::string& inicio) {
+  std::vector<SqlEnviado> out;
   for (const auto& s : statements)
-    if (s.rfind(inicio, 0) == 0) out.push_back(s);
+    if (ComecaCom(s, inicio)) out.push_back(s);
   return out;
 }
 
@@ -107,7 +107,7 @@ class GravaLancamentoTest : public ModuleTest {
     ASSERT_TRUE(dm_->ComitaTransacao());
   }
 
-  std::vector<std::string> Inserts() const {
+  std::vector<SqlEnviado> Inserts() const {
     return ComecamCom(trace_->Statements(), kInsertLancamento);
   }
 };
@@ -212,10 +212,10 @@ TEST_P(GravaLancamentoTest, CreditEntryIsWrittenAndSplitBeforeTheDebitIsNumbered
   std::vector<std::string> passos;
   for (const auto& s : trace_->Statements()) {
     std::string passo = s.find("GER_NUMERADOR") != std::string::npos          ? "number"
-                        : s.rfind(kInsertLancamento, 0) == 0                  ? "entry"
-                        : s.rfind(kSelectConta, 0) == 0                       ? "account"
+                        : ComecaCom(s, kInsertLancamento)                     ? "entry"
+                        : ComecaCom(s, kSelectConta)                          ? "account"
                         : s.find("INT_SALDO_SUMARIZADO") != std::string::npos ? "balance"
-                        : s.rfind(kInsertDivisao, 0) == 0                     ? "division row"
+                        : ComecaCom(s, kInsertDivisao)                        ? "division row"
                                                                               : s;
     if (passos.empty() || passos.back() != passo) passos.push_back(passo);
   }

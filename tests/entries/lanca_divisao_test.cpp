@@ -119,8 +119,8 @@ class LancaDivisaoTest : public ModuleTest {
 
   // The statements of the module itself, without those of the integration
   // library.
-  std::vector<std::string> StatementsDoModulo() const {
-    std::vector<std::string> out;
+  std::vector<SqlEnviado> StatementsDoModulo() const {
+    std::vector<SqlEnviado> out;
     for (const auto& s : trace_->Statements())
       if (s.find("INT_SALDO_SUMARIZADO") == std::string::npos) out.push_back(s);
     return out;

@@ -194,10 +194,10 @@ KVC_INSTANTIATE_BACKENDS(ServicesTest);
 
 TEST(Zorutils, DateLiteralsPerServer) {
   DateTime d{2024, 1, 31, 12, 30, 15, 0};
-  EXPECT_EQ(DataPSql(d, "SQLSERVER"), "'20240131'");
+  EXPECT_EQ(DataPSql(d, "SQLSERVER"), "'2024-01-31'");
   EXPECT_EQ(DataPSql(d, "ORACLE"), "TO_DATE('31/01/2024', 'DD/MM/YYYY')");
   EXPECT_EQ(DataPSql(d, "FIREBIRD"), "'2024-01-31'");
-  EXPECT_EQ(DataHoraPSql(d, "SQLSERVER"), "'20240131 12:30:15'");
+  EXPECT_EQ(DataHoraPSql(d, "SQLSERVER"), "'2024-01-31 12:30:15'");
   EXPECT_EQ(DataHoraPSql(d, "ORACLE"), "TO_DATE('31/01/2024 12:30:15', 'DD/MM/YYYY HH24:MI:SS')");
   EXPECT_EQ(DataHoraPSql(d, "POSTGRESQL"), "'2024-01-31 12:30:15'");
 }

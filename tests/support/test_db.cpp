@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -147,17 +148,79 @@ std::string VariableOf(const BackendName& backend) {
 
 }  // namespace
 
-std::vector<BackendName> AllBackends() { return {"sqlite", "firebird", "postgresql", "odbc"}; }
+namespace {
+bool sql_server_run = false;
+
+// The text as the SQL Server branch of the rewriting step leaves it.
+std::string FormaSqlServer(std::string_view texto) {
+  std::string s(texto);
+  std::replace(s.begin(), s.end(), '\n', ' ');
+  const size_t b = s.find_first_not_of(' ');
+  if (b == std::string::npos) return {};
+  return s.substr(b, s.find_last_not_of(' ') - b + 1);
+}
+
+bool Iguais(std::string_view a, std::string_view b) {
+  return sql_server_run ? FormaSqlServer(a) == FormaSqlServer(b) : a == b;
+}
+}  // namespace
+
+bool SqlServerRun() { return sql_server_run; }
+
+bool ComecaCom(const std::string& texto, const std::string& inicio) {
+  if (!sql_server_run) return texto.rfind(inicio, 0) == 0;
+  return FormaSqlServer(texto).rfind(FormaSqlServer(inicio), 0) == 0;
+}
+
+std::string ComParametros(std::string texto,
+                          const std::vector<std::pair<std::string, std::string>>& valores) {
+  if (!sql_server_run) return texto;
+  for (const auto& [nome, valor] : valores) {
+    const std::string marca = ":" + nome;
+    for (size_t p = texto.find(marca); p != std::string::npos; p = texto.find(marca, p))
+      texto.replace(p, marca.size(), "/*" + nome + "*/'" + valor + "'");
+  }
+  return texto;
+}
+
+std::string Fragmento(std::string fragmento) {
+  if (sql_server_run) std::replace(fragmento.begin(), fragmento.end(), '\n', ' ');
+  return fragmento;
+}
+
+bool operator==(const SqlEnviado& a, const SqlEnviado& b) { return Iguais(a, b); }
+bool operator==(const SqlEnviado& a, const std::string& b) { return Iguais(a, b); }
+bool operator==(const SqlEnviado& a, const char* b) { return Iguais(a, b); }
+bool operator==(const std::vector<SqlEnviado>& a, const std::vector<std::string>& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (!(a[i] == b[i])) return false;
+  return true;
+}
+void PrintTo(const SqlEnviado& sql, std::ostream* os) {
+  ::testing::internal::UniversalPrint(static_cast<const std::string&>(sql), os);
+}
+
+std::vector<SqlEnviado> TraceDeTeste::Statements() const {
+  std::vector<SqlEnviado> out;
+  for (auto& s : db::TracingConnection::Statements()) out.emplace_back(std::move(s));
+  return out;
+}
+
+std::vector<BackendName> AllBackends() {
+  return {"sqlite", "firebird", "postgresql", "odbc", "sqlserver"};
+}
 
 std::string BackendTestName(const ::testing::TestParamInfo<BackendName>& info) {
   if (info.param == "sqlite") return "Sqlite";
   if (info.param == "firebird") return "Firebird";
   if (info.param == "postgresql") return "Postgresql";
+  if (info.param == "sqlserver") return "SqlServerRewriting";
   return "OdbcPostgresql";
 }
 
 std::unique_ptr<db::Connection> OpenTestDatabase(const BackendName& backend) {
-  if (backend == "sqlite") {
+  if (backend == "sqlite" || backend == "sqlserver") {
     static std::atomic<int> counter{0};
     std::string path =
         (std::filesystem::temp_directory_path() /
@@ -218,8 +281,13 @@ void ModuleTest::SetUp() {
              << " is not set";
     GTEST_SKIP() << GetParam() << " not configured (set " << VariableOf(GetParam()) << ")";
   }
-  trace_ = std::make_unique<db::TracingConnection>(*raw_);
-  host_.tipo_banco = std::string(raw_->dialect().TipoBanco());
+  trace_ = std::make_unique<TraceDeTeste>(*raw_);
+  sql_server_run = GetParam() == "sqlserver";
+  // The SQL Server run: an SQLite database under the server-type name
+  // "SQLSERVER", so that every statement goes through the SQL Server branch
+  // of the rewriting step (its inlined texts are plain SQL).
+  host_.tipo_banco =
+      GetParam() == "sqlserver" ? "SQLSERVER" : std::string(raw_->dialect().TipoBanco());
 }
 
 void ModuleTest::Bind() {

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "accounting/db/connection.h"
@@ -39,6 +41,44 @@ long long CountRows(db::Connection& c, const std::string& table);
 using Linha = std::vector<std::string>;
 std::vector<Linha> Linhas(db::Connection& c, const std::string& sql);
 
+// A statement as the trace recorded it. Compared with a text, it is equal
+// when the texts are; in the SQL Server run (see SqlServerRun) it is equal
+// when both read the same once the SQL Server branch of the rewriting step
+// has done its part: line feeds as blanks, no leading or trailing blanks.
+// So the exact statement texts that the tests assert hold for that run too.
+class SqlEnviado : public std::string {
+ public:
+  using std::string::string;
+  explicit SqlEnviado(std::string texto) : std::string(std::move(texto)) {}
+};
+bool operator==(const SqlEnviado& a, const SqlEnviado& b);
+bool operator==(const SqlEnviado& a, const std::string& b);
+bool operator==(const SqlEnviado& a, const char* b);
+bool operator==(const std::vector<SqlEnviado>& a, const std::vector<std::string>& b);
+void PrintTo(const SqlEnviado& sql, std::ostream* os);
+
+// Whether the current test runs under the server-type name "SQLSERVER".
+bool SqlServerRun();
+// Whether `texto` (a statement sent) begins with `inicio`, compared as
+// SqlEnviado compares.
+bool ComecaCom(const std::string& texto, const std::string& inicio);
+// A fragment of a statement as the run sends it: in the SQL Server run its
+// line feeds are blanks.
+std::string Fragmento(std::string fragmento);
+// A statement with placeholders as the run sends it: in the SQL Server run,
+// where a statement with a sub-query gets its values written in, each
+// ":NAME" of `valores` becomes "/*NAME*/'value'".
+std::string ComParametros(std::string texto,
+                          const std::vector<std::pair<std::string, std::string>>& valores);
+
+// The statement trace of the fixtures: TracingConnection whose Statements()
+// compare as SqlEnviado.
+class TraceDeTeste : public db::TracingConnection {
+ public:
+  using db::TracingConnection::TracingConnection;
+  std::vector<SqlEnviado> Statements() const;
+};
+
 // A fixture with a database, the statement trace over it, and a data module
 // bound to it as a host binds it (TSimpleHostContext, handle 1).
 class ModuleTest : public ::testing::TestWithParam<BackendName> {
@@ -50,7 +90,7 @@ class ModuleTest : public ::testing::TestWithParam<BackendName> {
   void Bind();
 
   std::unique_ptr<db::Connection> raw_;
-  std::unique_ptr<db::TracingConnection> trace_;
+  std::unique_ptr<TraceDeTeste> trace_;
   TSimpleHostContext host_;
   std::unique_ptr<TddmContabilidadeBD> dm_;
 };

@@ -1,6 +1,7 @@
-// The SQL Server dialect: unambiguous "YYYYMMDD" literals whatever the
-// session's date format, and GETDATE().
-#include <fmt/format.h>
+// The SQL Server dialect: ISO date literals, and GETDATE(). The schema's
+// date columns are DATE and DATETIME2, which read "YYYY-MM-DD" and
+// "YYYY-MM-DD HH:MM:SS" the same under every language and DATEFORMAT
+// setting of the session.
 
 #include "accounting/db/dialect.h"
 
@@ -12,13 +13,8 @@ class SqlServer final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kSqlServer; }
   std::string_view TipoBanco() const override { return "SQLSERVER"; }
   std::string_view SchemaName() const override { return "sqlserver"; }
-  std::string DateLiteral(const DateTime& d) const override {
-    return fmt::format("'{:04}{:02}{:02}'", d.year, d.month, d.day);
-  }
-  std::string DateTimeLiteral(const DateTime& d) const override {
-    return fmt::format("'{:04}{:02}{:02} {:02}:{:02}:{:02}'", d.year, d.month, d.day, d.hour,
-                       d.minute, d.second);
-  }
+  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
+  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   std::string ServerTimeQuery() const override { return "select getdate() AGORA"; }
   std::string DummyFrom() const override { return {}; }
   // Statements of the common dialect run unchanged.
