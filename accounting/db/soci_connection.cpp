@@ -159,6 +159,12 @@ class SociConnection final : public Connection {
       // failing at once.
       Run("pragma busy_timeout = 30000", {}, nullptr);
     }
+    if (kind_ == ServerKind::kPostgresql) {
+      // The client library prints the server's notices (such as "does not
+      // exist, skipping") on standard error; only warnings and errors are
+      // worth a user's attention there.
+      Run("set client_min_messages to warning", {}, nullptr);
+    }
   }
 
   ~SociConnection() override {
