@@ -207,16 +207,24 @@ class SociConnection final : public Connection {
     }
   }
 
+  // A commit the server refuses leaves the transaction active, on the server
+  // (SQLite keeps it open after a deferred constraint fails, Firebird after
+  // a commit trigger raises) and here alike, so that the caller's rollback
+  // reaches the server. Work whose commit failed must never be committed by
+  // a later begin or statement.
   void Commit() override {
     if (!in_transaction_) throw DatabaseError("no transaction is active", "commit");
-    in_transaction_ = false;
     try {
       session_.commit();
     } catch (const soci::soci_error& e) {
       throw DatabaseError(e.get_error_message(), "commit");
     }
+    in_transaction_ = false;
   }
 
+  // The transaction ends here whatever the server answers: a server that
+  // cannot roll back has lost the transaction already (PostgreSQL ends it
+  // itself when a commit fails).
   void Rollback() override {
     if (!in_transaction_) throw DatabaseError("no transaction is active", "rollback");
     in_transaction_ = false;

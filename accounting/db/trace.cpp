@@ -88,21 +88,27 @@ void TracingConnection::Begin(Isolation isolation) {
 
 void TracingConnection::Commit() {
   if (fail_commit_) {
-    // The server refuses the commit: its work is gone, as after a failed
-    // commit on a real server.
-    try {
-      inner_.Rollback();
-    } catch (...) {
-    }
+    // The server refuses the commit: as on a real server, the transaction
+    // stays open with its work pending until the caller rolls it back.
     Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, true});
     throw DatabaseError(commit_message_, "commit");
   }
-  inner_.Commit();
+  try {
+    inner_.Commit();
+  } catch (...) {
+    Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, false});
+    throw;
+  }
   Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, false, false});
 }
 
 void TracingConnection::Rollback() {
-  inner_.Rollback();
+  try {
+    inner_.Rollback();
+  } catch (...) {
+    Record(TracedStatement{TracedStatement::Kind::kRollback, {}, {}, true, false});
+    throw;
+  }
   Record(TracedStatement{TracedStatement::Kind::kRollback, {}, {}, false, false});
 }
 

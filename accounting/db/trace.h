@@ -53,7 +53,8 @@ class TracingConnection : public Connection {
   void FailNth(size_t n, std::string message = "injected failure");
   // Every statement or query whose text contains `fragment` fails.
   void FailMatching(std::string fragment, std::string message = "injected failure");
-  // Makes Commit fail (after rolling back on the server) until cleared.
+  // Makes Commit fail until cleared, leaving the transaction open on the
+  // server, as a refused commit does, for the caller to roll back.
   void FailCommit(bool on, std::string message = "injected commit failure");
   void ClearFaults();
   // Statements and queries sent since the last ClearFaults or FailNth.
