@@ -257,7 +257,7 @@ double TddmContabilidadeBD::SaldoAnalitico(const FiltroSaldo& f, int32_t AnoMes)
       if (!existe_saldo_ano()) return fallback();
       if (!sped) return saldo_divisoes();
       return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisaoCV + e + kSaldoAnteriorDivisaoCVRevenda +
-                                        r + kSaldoAnteriorDivisaoAno + ano_anterior +
+                                        r + kSaldoAnteriorAberturaAno + ano_anterior +
                                         kSaldoAnteriorAberturaConta + conta + "'" + fd)
           .valor;
     }
