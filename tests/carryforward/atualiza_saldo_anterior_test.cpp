@@ -81,11 +81,28 @@ TEST_P(AtualizaSaldoAnteriorTest, TwoAnalyticAccountsUnderOneParentAddUp) {
 }
 
 TEST_P(AtualizaSaldoAnteriorTest, AccountWithoutSuperiorOnlyRewritesItsOwnRow) {
+  // Neighbours: a tree beside it, and another account without a superior.
+  Conta("1", "", "S");
+  Conta("1.1", "1", "A");
+  Conta("8", "", "A");
   Conta("9", "", "A");
+  Saldo("1.1", 3);
+  Saldo("8", 7);
   Saldo("9", 5);
   Bind();
+  trace_->Clear();
   dm_->AtualizaSaldoAnterior("2023", nullptr);
-  EXPECT_EQ(Saldos(), (std::vector<Linha>{{"9", "5.00"}}));
+  EXPECT_EQ(Saldos(),
+            (std::vector<Linha>{{"1", "3.00"}, {"1.1", "3.00"}, {"8", "7.00"}, {"9", "5.00"}}));
+  // Its only write is the rewrite of its own row with its own value.
+  std::vector<std::string> escritas_de_9;
+  for (const auto& t : trace_->Trace())
+    if (t.kind == db::TracedStatement::Kind::kExecute && t.sql.find("'9'") != std::string::npos)
+      escritas_de_9.push_back(t.sql);
+  EXPECT_EQ(escritas_de_9,
+            (std::vector<std::string>{"update ctb_saldo_anterior set saldo = 5 where empresa = 1 "
+                                      "and revenda = 1 and conta = '9' and ano = 2023"}));
+  EXPECT_EQ(dm_->LogErros() ? dm_->LogErros()->RecordCount() : 0u, 0u);
 }
 
 TEST_P(AtualizaSaldoAnteriorTest, EmptyYearSendsOnlyTheZeroBarAndWritesOnlyTheDeletion) {

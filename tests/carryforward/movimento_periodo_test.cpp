@@ -265,6 +265,25 @@ TEST_P(MovimentoPeriodoTest, SpedTavroReadsTheEntriesOwnValues) {
   EXPECT_THROW(Unica({.por_divisao = true, .restricao = "SPED_Tavro"}), std::exception);
 }
 
+// The single form's statement reaches the server exactly as built, while a
+// dataset's statement passes through the rewriting step (in the SQL Server
+// run: line feeds as blanks, outer blanks trimmed). Compared here as sent,
+// without the normalisation the other tests apply in that run.
+TEST_P(MovimentoPeriodoTest, SingleFormStatementIsSentAsBuiltWhileDatasetStatementsAreRewritten) {
+  Bind();
+  trace_->Clear();
+  Unica({.lista = "(3)"});
+  dm_->BuscaSaldoContaAnalitica(1, 1, 202406, 0, 0, -1, -1, -1, -1, 2, "", "", "1.1", "", false, "",
+                                "");
+  const std::vector<std::string> enviados = trace_->db::TracingConnection::Statements();
+  ASSERT_GE(enviados.size(), 2u);
+  EXPECT_EQ(enviados[0], std::string(kExclusao) + kExclusao3 + " group by L.NATUREZA ");
+  const std::string existencia =
+      "select SALDO   from  CTB_SALDO_ANTERIOR  where empresa = 1 and REVENDA = 1    and ano     "
+      "= 2023 ";
+  EXPECT_EQ(enviados[1], SqlServerRun() ? existencia.substr(0, existencia.size() - 1) : existencia);
+}
+
 TEST_P(MovimentoPeriodoTest, WorkshopSectionMinusTwoIsNoneInTheStatementAndAValueInTheFilter) {
   EXPECT_EQ(TddmContabilidadeBD::MontaRestricaoDivisao(-1, -1, -1, -2, -1, "", "", ""),
             kTodosNulos);

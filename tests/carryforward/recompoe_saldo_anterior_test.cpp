@@ -167,7 +167,8 @@ TEST_P(RecompoeSaldoAnteriorTest, DivisionCombinationsOfThePreviousYearAreCarrie
   Conta("3.2", "", "A");       // zero balance: not carried
   Conta("3.3", "", "A");       // no 2009 row: never carried
   Conta("3.4", "", "A");       // already present in 2024 with 0 for null: not carried
-  for (const char* c : {"1.9", "1.8", "3.1", "3.2", "3.4"}) Saldo(c, 2009, 1);
+  Conta("3.5", "", "A");       // already present in 2024 with null for 0: not carried
+  for (const char* c : {"1.9", "1.8", "3.1", "3.2", "3.4", "3.5"}) Saldo(c, 2009, 1);
   SaldoDivisao("1.9", 2023, 5, "2");
   SaldoDivisao("1.8", 2023, 5, "2");
   SaldoDivisao("3.1", 2023, 7, "2", "4");
@@ -175,15 +176,18 @@ TEST_P(RecompoeSaldoAnteriorTest, DivisionCombinationsOfThePreviousYearAreCarrie
   SaldoDivisao("3.3", 2023, 9, "2");
   SaldoDivisao("3.4", 2023, 9, "2");       // REVENDA_ORIGEM null in 2023
   SaldoDivisao("3.4", 2024, 3, "2", "0");  // 0 in 2024 counts as its counterpart
+  SaldoDivisao("3.5", 2023, 9, "2", "0");  // REVENDA_ORIGEM 0 in 2023
+  SaldoDivisao("3.5", 2024, 4, "2");       // null in 2024 counts as its counterpart
   Bind();
   trace_->Clear();
   EXPECT_TRUE(dm_->RecompoeSaldoAnteriorDivisao("2024"));
-  EXPECT_EQ(
-      Linhas(*raw_,
-             "select CONTA, REVENDA_DIVISAO, REVENDA_ORIGEM, SALDO from "
-             "CTB_SALDO_ANTERIOR_DIVISAO where ANO = 2024 order by CONTA"),
-      (std::vector<Linha>{
-          {"1.9", "2", "NULL", "0.00"}, {"3.1", "2", "4", "0.00"}, {"3.4", "2", "0", "3.00"}}));
+  EXPECT_EQ(Linhas(*raw_,
+                   "select CONTA, REVENDA_DIVISAO, REVENDA_ORIGEM, SALDO from "
+                   "CTB_SALDO_ANTERIOR_DIVISAO where ANO = 2024 order by CONTA"),
+            (std::vector<Linha>{{"1.9", "2", "NULL", "0.00"},
+                                {"3.1", "2", "4", "0.00"},
+                                {"3.4", "2", "0", "3.00"},
+                                {"3.5", "2", "NULL", "4.00"}}));
   const auto s = trace_->Statements();
   EXPECT_NE(std::find(s.begin(), s.end(), kCombinacoes2024), s.end());
 }

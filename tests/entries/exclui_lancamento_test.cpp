@@ -435,6 +435,13 @@ TEST_P(ExcluiLancamentoTest, DeletionSendsItsStatementsExactlyAndCommitsBeforeTh
 TEST_P(ExcluiLancamentoTest, DeletionLeavesItsCommandDatasetsClosed) {
   InsertPair();
   BindRecording();
+  // Open before the call, so that only the deletion's closing step can
+  // leave them closed: two of them are only executed inside it.
+  for (db::SQLDataSet* ds : {&dm_->sdsAux, &dm_->sdsAux2, &dm_->sdsAux3}) {
+    ds->SetCommandText("select VERSAO from GER_VERSAO_ESTRUTURA");
+    ds->Open();
+    ASSERT_TRUE(ds->Active());
+  }
   Exclui();
   EXPECT_FALSE(dm_->sdsAux.Active());
   EXPECT_FALSE(dm_->sdsAux2.Active());
