@@ -12,7 +12,7 @@ packages=(
   firebird3.0-server-core firebird3.0-utils
   libgtest-dev libgmock-dev libbenchmark-dev
   libfmt-dev nlohmann-json3-dev libcli11-dev
-  locales
+  locales tzdata
 )
 
 SUDO=""

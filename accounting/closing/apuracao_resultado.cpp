@@ -2,6 +2,7 @@
 // by closing entries split over their divisions, with counter-entries into
 // one result account, in one transaction that is committed or (a preview)
 // rolled back. RetornaDataUltApuracao tells where the next period starts.
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <stdexcept>
@@ -14,6 +15,17 @@
 
 namespace kvc {
 namespace {
+
+// The messages the calculation puts in Mensagem besides the database's own.
+// Failing to begin or to commit stops the run early: nothing is written.
+constexpr char kMsgIniciaTransacao[] =
+    "Não foi possível iniciar a transação da apuração do resultado. Nada foi gravado.";
+constexpr char kMsgConfirmaTransacao[] =
+    "Não foi possível confirmar a transação da apuração do resultado. Nada foi gravado.";
+constexpr char kMsgDesfazSimulacao[] =
+    "Não foi possível desfazer a simulação da apuração do resultado.";
+constexpr char kMsgDataApuracao[] = "A data de apuração {:02}/{:02}/{:04} não é uma data válida.";
+constexpr char kMsgValorDivisao[] = "Valor de divisão não numérico: '";
 
 // RetornaDataUltApuracao.
 constexpr char kUltimaApuracao[] =
@@ -128,7 +140,7 @@ class SaldoSumarizadoRecusado : public std::exception {
 int32_t InteiroOuNenhum(const std::string& texto) {
   int64_t v = -1;
   if (!texto.empty() && !sql::ParseInteger(texto, v))
-    throw std::invalid_argument("division value '" + texto + "' is not a number");
+    throw std::invalid_argument(kMsgValorDivisao + texto + "'.");
   return static_cast<int32_t>(v);
 }
 
@@ -143,23 +155,22 @@ DateTime DataApuracao(int32_t dia, int32_t mes, int32_t ano) {
   data.year = ano;
   data.month = mes;
   data.day = dia;
-  if (!data.IsValid())
-    throw std::invalid_argument("closing date " + std::to_string(dia) + "/" + std::to_string(mes) +
-                                "/" + std::to_string(ano) + " is not a calendar day");
+  if (!data.IsValid()) throw std::invalid_argument(fmt::format(kMsgDataApuracao, dia, mes, ano));
   return data;
 }
 
-// The day after `data` (time of day dropped).
+// The day after `data` (time of day dropped), on the calendar: no time zone
+// takes part.
 DateTime DiaSeguinte(const DateTime& data) {
-  std::tm tm{};
-  tm.tm_year = data.year - 1900;
-  tm.tm_mon = data.month - 1;
-  tm.tm_mday = data.day + 1;
-  tm.tm_hour = 12;  // away from any daylight-saving edge
-  std::mktime(&tm);
-  DateTime seguinte = DateTime::FromTm(tm);
-  seguinte.hour = seguinte.minute = seguinte.second = seguinte.millisecond = 0;
-  return seguinte;
+  using namespace std::chrono;
+  const year_month_day dia{year{data.year}, month{static_cast<unsigned>(data.month)},
+                           day{static_cast<unsigned>(data.day)}};
+  const year_month_day seguinte{sys_days{dia} + days{1}};
+  DateTime resultado;
+  resultado.year = static_cast<int>(seguinte.year());
+  resultado.month = static_cast<int>(static_cast<unsigned>(seguinte.month()));
+  resultado.day = static_cast<int>(static_cast<unsigned>(seguinte.day()));
+  return resultado;
 }
 
 }  // namespace
@@ -331,7 +342,9 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
   sdsAux2.Open();
   for (sdsAux2.First(); !sdsAux2.Eof(); sdsAux2.Next()) {
     const std::string conta = sdsAux2.FieldByName("CONTA").AsString();
-    if (conta.empty() || conta[0] <= '2' || sdsAux2.FieldByName("NIVEL").AsString() != "A")
+    // Compared as a byte: a code beginning above 127 is a result account too.
+    if (conta.empty() || static_cast<unsigned char>(conta[0]) <= '2' ||
+        sdsAux2.FieldByName("NIVEL").AsString() != "A")
       continue;
 
     // 4. Its balance rows.
@@ -389,7 +402,7 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
   // 6 to 9: one guarded block from the opening of the transaction to its end.
   if (!IniciaTransacao()) {
-    Mensagem = "the transaction could not be begun";
+    Mensagem = kMsgIniciaTransacao;
     return false;
   }
   try {
@@ -445,10 +458,10 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
     // 9. Commit, or roll back a preview.
     if (!Confirmar) {
-      if (!RollbackTransacao()) throw std::runtime_error("the preview could not be rolled back");
+      if (!RollbackTransacao()) throw std::runtime_error(kMsgDesfazSimulacao);
     } else if (!ComitaTransacao()) {
       // ComitaTransacao has already rolled back.
-      Mensagem = "the transaction could not be committed";
+      Mensagem = kMsgConfirmaTransacao;
       return false;
     }
     return true;
