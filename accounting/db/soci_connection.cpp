@@ -159,6 +159,13 @@ class SociConnection final : public Connection {
       // failing at once.
       Run("pragma busy_timeout = 30000", {}, nullptr);
     }
+    if (kind_ == ServerKind::kFirebird) {
+      try {
+        CheckFirebirdTransactionHandle(session_);
+      } catch (const soci::soci_error& e) {
+        throw DatabaseError(e.get_error_message(), "connect");
+      }
+    }
     if (kind_ == ServerKind::kPostgresql) {
       // The client library prints the server's notices (such as "does not
       // exist, skipping") on standard error; only warnings and errors are
@@ -193,14 +200,18 @@ class SociConnection final : public Connection {
   void Begin(Isolation) override {
     if (in_transaction_) throw DatabaseError("a transaction is already active", "begin");
     try {
-      // Firebird keeps an implicit transaction open for reads; end it first.
-      if (kind_ == ServerKind::kFirebird) session_.commit();
-      session_.begin();
-      // Read committed: the server default on PostgreSQL and SQL Server; set
-      // explicitly there. SQLite transactions are serialisable by nature and
-      // Firebird's backend starts its default (snapshot) transaction.
-      if (kind_ == ServerKind::kPostgresql)
-        session_ << "set transaction isolation level read committed";
+      // Read committed wherever the server has it: the server default on
+      // PostgreSQL and SQL Server, set explicitly on PostgreSQL; on Firebird
+      // a read-committed transaction replaces the implicit one that SOCI
+      // keeps open for reads (SOCI itself would begin a snapshot). SQLite
+      // transactions are serialisable by nature.
+      if (kind_ == ServerKind::kFirebird) {
+        BeginFirebirdReadCommitted(session_);
+      } else {
+        session_.begin();
+        if (kind_ == ServerKind::kPostgresql)
+          session_ << "set transaction isolation level read committed";
+      }
       in_transaction_ = true;
     } catch (const soci::soci_error& e) {
       throw DatabaseError(e.get_error_message(), "begin");

@@ -56,6 +56,22 @@ TEST_P(TransactionTest, FailedCommitRollsBackAndReturnsFalse) {
   EXPECT_EQ(CountRows(*raw_, "CTB_CENTRO_CUSTO"), 0);
 }
 
+// Read committed: a statement inside the transaction sees what another
+// connection committed after the transaction began (a snapshot would not).
+// SQLite has no such isolation: its transactions are serialisable.
+TEST_P(TransactionTest, TransactionReadsWhatAnotherConnectionCommittedMeanwhile) {
+  if (GetParam() == "sqlite" || GetParam() == "sqlserver")
+    GTEST_SKIP() << "SQLite transactions are serialisable";
+  Bind();
+  auto outra = OpenTestDatabase(GetParam());
+  ASSERT_TRUE(outra);
+  ASSERT_TRUE(dm_->IniciaTransacao());
+  EXPECT_EQ(CountRows(*trace_, "CTB_CENTRO_CUSTO"), 0);
+  outra->Execute(kInsertCentro, {});
+  EXPECT_EQ(CountRows(*trace_, "CTB_CENTRO_CUSTO"), 1);
+  EXPECT_TRUE(dm_->RollbackTransacao());
+}
+
 TEST_P(TransactionTest, BeginWithoutConnectionReturnsFalse) {
   TddmContabilidadeBD dm;
   EXPECT_FALSE(dm.IniciaTransacao());

@@ -7,8 +7,9 @@
 #include <vector>
 
 namespace soci {
+class session;
 class statement;
-}
+}  // namespace soci
 
 namespace kvc::db {
 
@@ -27,6 +28,15 @@ void CreateFirebirdDatabase(const std::string& location, const std::string& user
 // DatabaseError with the server's message.
 void DropFirebirdDatabase(const std::string& location, const std::string& user,
                           const std::string& password);
+
+// Proves, once per Firebird session, that the backend's transaction handle
+// is reachable for BeginFirebirdReadCommitted; throws DatabaseError if not.
+void CheckFirebirdTransactionHandle(soci::session& session);
+
+// Ends the implicit transaction of a Firebird session and begins a
+// read-committed one (record version, wait) in its place; the session's
+// commit and rollback end it. Throws DatabaseError with the server's message.
+void BeginFirebirdReadCommitted(soci::session& session);
 
 // Stops the Firebird client library's own threads and closes its
 // attachments; a process calls it before exiting once it is done with
