@@ -29,17 +29,11 @@ void TracingConnection::FailCommit(bool on, std::string message) {
   commit_message_ = std::move(message);
 }
 
-void TracingConnection::FailNextCommit(std::string message) {
-  fail_next_commit_ = true;
-  commit_message_ = std::move(message);
-}
-
 void TracingConnection::ClearFaults() {
   sent_ = 0;
   fail_nth_ = 0;
   fail_fragments_.clear();
   fail_commit_ = false;
-  fail_next_commit_ = false;
 }
 
 void TracingConnection::MaybeFail(TracedStatement& traced) {
@@ -93,8 +87,7 @@ void TracingConnection::Begin(Isolation isolation) {
 }
 
 void TracingConnection::Commit() {
-  if (fail_commit_ || fail_next_commit_) {
-    fail_next_commit_ = false;
+  if (fail_commit_) {
     // The server refuses the commit: as on a real server, the transaction
     // stays open with its work pending until the caller rolls it back.
     Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, true});
