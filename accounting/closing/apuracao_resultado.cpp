@@ -25,7 +25,7 @@ constexpr char kMsgConfirmaTransacao[] =
 constexpr char kMsgDesfazSimulacao[] =
     "Não foi possível desfazer a simulação da apuração do resultado.";
 constexpr char kMsgDataApuracao[] = "A data de apuração {:02}/{:02}/{:04} não é uma data válida.";
-constexpr char kMsgValorDivisao[] = "Valor de divisão não numérico: '";
+constexpr char kMsgValorDivisao[] = "Valor de divisão não numérico: '{}'.";
 
 // RetornaDataUltApuracao.
 constexpr char kUltimaApuracao[] =
@@ -140,7 +140,7 @@ class SaldoSumarizadoRecusado : public std::exception {
 int32_t InteiroOuNenhum(const std::string& texto) {
   int64_t v = -1;
   if (!texto.empty() && !sql::ParseInteger(texto, v))
-    throw std::invalid_argument(kMsgValorDivisao + texto + "'.");
+    throw std::invalid_argument(fmt::format(kMsgValorDivisao, texto));
   return static_cast<int32_t>(v);
 }
 

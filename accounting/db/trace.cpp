@@ -1,6 +1,9 @@
 // The statement trace and fault injection decorator.
 #include "accounting/db/trace.h"
 
+#include <type_traits>
+#include <utility>
+
 #include "accounting/db/error.h"
 
 namespace kvc::db {
@@ -53,32 +56,36 @@ void TracingConnection::Record(TracedStatement traced) {
   trace_.push_back(std::move(traced));
 }
 
+// Runs `op` on the inner connection and records `traced`, marked failed
+// (and the error passed on) when `op` raises.
+template <class Op>
+auto TracingConnection::Forward(TracedStatement traced, Op op) -> decltype(op()) {
+  try {
+    if constexpr (std::is_void_v<decltype(op())>) {
+      op();
+      Record(std::move(traced));
+    } else {
+      auto result = op();
+      Record(std::move(traced));
+      return result;
+    }
+  } catch (...) {
+    traced.failed = true;
+    Record(std::move(traced));
+    throw;
+  }
+}
+
 long long TracingConnection::Execute(const std::string& sql, const BoundParams& params) {
   TracedStatement t{TracedStatement::Kind::kExecute, sql, params, false, false};
   MaybeFail(t);
-  try {
-    long long n = inner_.Execute(sql, params);
-    Record(std::move(t));
-    return n;
-  } catch (...) {
-    t.failed = true;
-    Record(std::move(t));
-    throw;
-  }
+  return Forward(std::move(t), [&] { return inner_.Execute(sql, params); });
 }
 
 ResultSet TracingConnection::Query(const std::string& sql, const BoundParams& params) {
   TracedStatement t{TracedStatement::Kind::kQuery, sql, params, false, false};
   MaybeFail(t);
-  try {
-    ResultSet rs = inner_.Query(sql, params);
-    Record(std::move(t));
-    return rs;
-  } catch (...) {
-    t.failed = true;
-    Record(std::move(t));
-    throw;
-  }
+  return Forward(std::move(t), [&] { return inner_.Query(sql, params); });
 }
 
 void TracingConnection::Begin(Isolation isolation) {
@@ -93,23 +100,13 @@ void TracingConnection::Commit() {
     Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, true});
     throw DatabaseError(commit_message_, "commit");
   }
-  try {
-    inner_.Commit();
-  } catch (...) {
-    Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, false});
-    throw;
-  }
-  Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, false, false});
+  Forward(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, false, false},
+          [this] { inner_.Commit(); });
 }
 
 void TracingConnection::Rollback() {
-  try {
-    inner_.Rollback();
-  } catch (...) {
-    Record(TracedStatement{TracedStatement::Kind::kRollback, {}, {}, true, false});
-    throw;
-  }
-  Record(TracedStatement{TracedStatement::Kind::kRollback, {}, {}, false, false});
+  Forward(TracedStatement{TracedStatement::Kind::kRollback, {}, {}, false, false},
+          [this] { inner_.Rollback(); });
 }
 
 }  // namespace kvc::db

@@ -62,6 +62,8 @@ class TracingConnection : public Connection {
 
  private:
   void MaybeFail(TracedStatement& traced);
+  template <class Op>
+  auto Forward(TracedStatement traced, Op op) -> decltype(op());
   void Record(TracedStatement traced);
 
   Connection& inner_;

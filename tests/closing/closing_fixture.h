@@ -4,15 +4,12 @@
 #ifndef KVC_TESTS_CLOSING_CLOSING_FIXTURE_H_
 #define KVC_TESTS_CLOSING_CLOSING_FIXTURE_H_
 
-#include <algorithm>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <fmt/format.h>
 
-#include "accounting/db/schema.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -105,15 +102,7 @@ class ClosingTest : public ModuleTest {
   }
 
   // Every row of every table, each table's rows sorted.
-  std::map<std::string, std::vector<Linha>> Banco() {
-    std::map<std::string, std::vector<Linha>> banco;
-    for (const std::string& tabela : db::SchemaTables()) {
-      auto linhas = Linhas(*raw_, "select * from " + tabela);
-      std::sort(linhas.begin(), linhas.end());
-      banco[tabela] = std::move(linhas);
-    }
-    return banco;
-  }
+  TabelasDoBanco Banco() { return TodasAsTabelas(*raw_); }
 
   // The company and dealership of every row written (the host's are set
   // apart, in host_).

@@ -5,20 +5,15 @@
 // without that row).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "accounting/db/schema.h"
 #include "support/records.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
 namespace {
-
-using Banco = std::map<std::string, std::vector<Linha>>;
 
 constexpr char kInsertDivisao[] = "insert into ctb_lancamento_dividido";
 
@@ -31,8 +26,7 @@ class FalhaEmCadaComandoTest : public ModuleTest {
   void Prepara() {
     if (dm_) dm_->LimpaSQLConnection();
     Bind();
-    for (const std::string& tabela : db::SchemaTables()) raw_->Execute("delete from " + tabela, {});
-    raw_->Execute("insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09')", {});
+    EmptyAllTables(*raw_);
     for (const char* conta : {"3101001", "1101001", "2101001"})
       raw_->Execute(std::string("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL_DIVISAO, "
                                 "LANCAMENTO_DIVIDIDO) values (1, 1, '") +
@@ -43,15 +37,7 @@ class FalhaEmCadaComandoTest : public ModuleTest {
     ASSERT_TRUE(dm_->ComitaTransacao());
   }
 
-  Banco Tabelas() {
-    Banco banco;
-    for (const std::string& tabela : db::SchemaTables()) {
-      auto linhas = Linhas(*raw_, "select * from " + tabela);
-      std::sort(linhas.begin(), linhas.end());
-      banco[tabela] = std::move(linhas);
-    }
-    return banco;
-  }
+  TabelasDoBanco Tabelas() { return TodasAsTabelas(*raw_); }
 
   // Runs `lote` as a host does: begin, the work, commit (or, for the
   // counting run, roll back); any failure is rolled back. True when the
@@ -72,10 +58,10 @@ class FalhaEmCadaComandoTest : public ModuleTest {
   // the tables after each.
   void FalhaEmCada(const std::function<void()>& lote) {
     Prepara();
-    const Banco antes = Tabelas();
+    const TabelasDoBanco antes = Tabelas();
     trace_->ClearFaults();
     ASSERT_TRUE(Executa(lote, true));
-    const Banco completo = Tabelas();
+    const TabelasDoBanco completo = Tabelas();
     ASSERT_NE(completo, antes);
 
     Prepara();
@@ -110,7 +96,7 @@ class FalhaEmCadaComandoTest : public ModuleTest {
         if (t.injected) falhou = t.sql;
       ASSERT_EQ(falhou.rfind(kInsertDivisao, 0), 0u) << falhou;
       ++engolidas;
-      const Banco depois = Tabelas();
+      const TabelasDoBanco depois = Tabelas();
       for (const auto& [tabela, linhas] : completo) {
         if (tabela == "CTB_LANCAMENTO_DIVIDIDO")
           EXPECT_EQ(depois.at(tabela).size() + 1, linhas.size());

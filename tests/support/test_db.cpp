@@ -129,11 +129,6 @@ class SchemaDatabase {
   std::string schema_;
 };
 
-void EmptyAllTables(db::Connection& c) {
-  for (const std::string& table : db::SchemaTables()) c.Execute("delete from " + table, {});
-  c.Execute("insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09')", {});
-}
-
 std::vector<std::string>& SqliteFiles() {
   static std::vector<std::string> files;
   return files;
@@ -261,6 +256,21 @@ db::Value Scalar(db::Connection& c, const std::string& sql) {
 
 long long CountRows(db::Connection& c, const std::string& table) {
   return Scalar(c, "select count(*) N from " + table).AsInteger();
+}
+
+void EmptyAllTables(db::Connection& c) {
+  for (const std::string& table : db::SchemaTables()) c.Execute("delete from " + table, {});
+  c.Execute("insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09')", {});
+}
+
+TabelasDoBanco TodasAsTabelas(db::Connection& c) {
+  TabelasDoBanco banco;
+  for (const std::string& tabela : db::SchemaTables()) {
+    auto linhas = Linhas(c, "select * from " + tabela);
+    std::sort(linhas.begin(), linhas.end());
+    banco[tabela] = std::move(linhas);
+  }
+  return banco;
 }
 
 std::vector<Linha> Linhas(db::Connection& c, const std::string& sql) {

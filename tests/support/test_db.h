@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -40,6 +41,15 @@ long long CountRows(db::Connection& c, const std::string& table);
 // with two decimals, anything else as it reads.
 using Linha = std::vector<std::string>;
 std::vector<Linha> Linhas(db::Connection& c, const std::string& sql);
+
+// Empties every table of the schema and puts back the structure-version
+// row, as a new test database has it.
+void EmptyAllTables(db::Connection& c);
+
+// Every row of every table of the schema, each table's rows sorted: a dump
+// to compare before and after an operation.
+using TabelasDoBanco = std::map<std::string, std::vector<Linha>>;
+TabelasDoBanco TodasAsTabelas(db::Connection& c);
 
 // A statement as the trace recorded it. Compared with a text, it is equal
 // when the texts are; in the SQL Server run (see SqlServerRun) it is equal
