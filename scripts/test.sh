@@ -47,6 +47,13 @@ run_preset() {
 }
 
 if [ "${1:-}" != "--quick" ]; then
-  ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run_preset asan
+  # The leak checker's tracer once crashed at the exit of a Firebird test
+  # while walking the main thread's TLS, in the record of dynamic TLS blocks
+  # that the sanitizer keeps by intercepting __tls_get_addr (the Firebird
+  # client loads and unloads plugins with TLS). Without the interception
+  # those blocks are still reached through the thread's TLS vector: the
+  # checker can only lose roots, so no leak goes unseen.
+  ASAN_OPTIONS=detect_leaks=1:intercept_tls_get_addr=0 UBSAN_OPTIONS=print_stacktrace=1 \
+    run_preset asan
 fi
 run_preset debug

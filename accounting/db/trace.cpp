@@ -32,11 +32,17 @@ void TracingConnection::FailCommit(bool on, std::string message) {
   commit_message_ = std::move(message);
 }
 
+void TracingConnection::FailNextCommit(std::string message) {
+  fail_next_commit_ = true;
+  commit_message_ = std::move(message);
+}
+
 void TracingConnection::ClearFaults() {
   sent_ = 0;
   fail_nth_ = 0;
   fail_fragments_.clear();
   fail_commit_ = false;
+  fail_next_commit_ = false;
 }
 
 void TracingConnection::MaybeFail(TracedStatement& traced) {
@@ -94,7 +100,8 @@ void TracingConnection::Begin(Isolation isolation) {
 }
 
 void TracingConnection::Commit() {
-  if (fail_commit_) {
+  if (fail_commit_ || fail_next_commit_) {
+    fail_next_commit_ = false;
     // The server refuses the commit: as on a real server, the transaction
     // stays open with its work pending until the caller rolls it back.
     Record(TracedStatement{TracedStatement::Kind::kCommit, {}, {}, true, true});

@@ -56,6 +56,8 @@ class TracingConnection : public Connection {
   // Makes Commit fail until cleared, leaving the transaction open on the
   // server, as a refused commit does, for the caller to roll back.
   void FailCommit(bool on, std::string message = "injected commit failure");
+  // Makes only the next Commit fail, in the same way.
+  void FailNextCommit(std::string message = "injected commit failure");
   void ClearFaults();
   // Statements and queries sent since the last ClearFaults or FailNth.
   size_t SentCount() const { return sent_; }
@@ -73,6 +75,7 @@ class TracingConnection : public Connection {
   size_t fail_nth_ = 0;
   std::vector<std::string> fail_fragments_;
   bool fail_commit_ = false;
+  bool fail_next_commit_ = false;
   std::string fail_message_ = "injected failure";
   std::string commit_message_;
 };

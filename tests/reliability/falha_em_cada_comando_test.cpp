@@ -1,8 +1,9 @@
-// A failure at every statement of a posting batch held in the caller's
-// transaction, from the first statement to the commit: afterwards every table
-// is as it was, or differs only as the posting's documented failure rule
-// allows (a refused division-row insert is swallowed and the entry stays,
-// without that row).
+// A failure at every statement of an operation that holds a transaction,
+// from the first statement to the commit: afterwards every table is as it
+// was, or differs only as the operation's documented failure rule allows (a
+// posting swallows a refused division-row insert and keeps the entry without
+// that row; a deletion writes its audit records even when it was rolled
+// back).
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -134,6 +135,76 @@ TEST_P(FalhaEmCadaComandoTest, ErpPairsInTheCallersTransaction) {
       dm_->GravaLancamentoSAP(Registro(campos), "1", "1", "4713", "9", "D", false, origem);
     }
   });
+}
+
+// The deletion holds its own transaction. A failure inside it (or a refused
+// commit) is rolled back and swallowed, and the audit records are written all
+// the same: the journal, its division rows and the summarised balances are
+// as they were. A failure while writing the audit records reaches the
+// caller, with the deletion already committed.
+TEST_P(FalhaEmCadaComandoTest, DeletionOfAPostedPair) {
+  const std::vector<std::string> livro = {"CTB_LANCAMENTO", "CTB_LANCAMENTO_DIVIDIDO",
+                                          "INT_SALDO_SUMARIZADO", "CTB_SALDO_ANTERIOR",
+                                          "CTB_SALDO_ANTERIOR_DIVISAO"};
+  auto do_livro = [&livro](const TabelasDoBanco& banco) {
+    TabelasDoBanco parte;
+    for (const std::string& tabela : livro) parte[tabela] = banco.at(tabela);
+    return parte;
+  };
+  auto exclui = [this] { dm_->ExcluiLancamentoSelecionado(1, "202405", "15", nullptr); };
+
+  Prepara();
+  const TabelasDoBanco antes = Tabelas();
+  trace_->ClearFaults();
+  trace_->Clear();
+  exclui();
+  const TabelasDoBanco completo = Tabelas();
+  ASSERT_NE(do_livro(completo), do_livro(antes));
+  ASSERT_EQ(CountRows(*raw_, "GER_LOG_CADASTROS"), 2);
+  // The statements before the commit belong to the deletion; the rest to
+  // the audit records.
+  size_t na_transacao = 0, total = 0;
+  bool comitado = false;
+  for (const auto& t : trace_->Trace()) {
+    if (t.kind == db::TracedStatement::Kind::kCommit) comitado = true;
+    if (t.kind != db::TracedStatement::Kind::kExecute &&
+        t.kind != db::TracedStatement::Kind::kQuery)
+      continue;
+    ++total;
+    if (!comitado) ++na_transacao;
+  }
+  ASSERT_GT(na_transacao, 5u);
+  ASSERT_GT(total, na_transacao);
+
+  for (size_t k = 1; k <= total + 1; ++k) {
+    SCOPED_TRACE("statement " + std::to_string(k) + " of " + std::to_string(total) + " fails");
+    Prepara();
+    trace_->ClearFaults();
+    if (k <= total)
+      trace_->FailNth(k, "falha injetada");
+    else
+      trace_->FailNextCommit("commit recusado");  // the deletion's
+    bool propagou = false;
+    try {
+      exclui();
+    } catch (const std::exception&) {
+      propagou = true;
+    }
+    trace_->ClearFaults();
+    EXPECT_FALSE(dm_->TransacaoAtiva());
+    EXPECT_FALSE(raw_->InTransaction());
+    const TabelasDoBanco depois = Tabelas();
+    if (k <= na_transacao || k > total) {
+      EXPECT_FALSE(propagou);
+      EXPECT_EQ(do_livro(depois), do_livro(antes));
+      EXPECT_EQ(CountRows(*raw_, "GER_LOG_CADASTROS"), 2);
+      EXPECT_EQ(CountRows(*raw_, "GER_LOG_CADASTROS_ITENS"), 2);
+    } else {
+      EXPECT_TRUE(propagou);
+      EXPECT_EQ(do_livro(depois), do_livro(completo));
+      EXPECT_LT(CountRows(*raw_, "GER_LOG_CADASTROS_ITENS"), 2);
+    }
+  }
 }
 
 KVC_INSTANTIATE_BACKENDS(FalhaEmCadaComandoTest);
