@@ -204,9 +204,15 @@ class SociConnection final : public Connection {
       // PostgreSQL and SQL Server, set explicitly on PostgreSQL; on Firebird
       // a read-committed transaction replaces the implicit one that SOCI
       // keeps open for reads (SOCI itself would begin a snapshot). SQLite
-      // transactions are serialisable by nature.
+      // transactions are serialisable by nature; they begin immediate, taking
+      // the write lock at once (waiting out the busy timeout for another
+      // writer), since a deferred transaction that reads before it writes
+      // cannot wait for the lock later and would fail at its first write or
+      // its commit.
       if (kind_ == ServerKind::kFirebird) {
         BeginFirebirdReadCommitted(session_);
+      } else if (kind_ == ServerKind::kSqlite) {
+        session_ << "begin immediate";
       } else {
         session_.begin();
         if (kind_ == ServerKind::kPostgresql)
