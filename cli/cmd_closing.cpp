@@ -42,7 +42,7 @@ Output ErrorRows(db::ClientDataSet& table) {
 // or returns false, committed otherwise.
 void InTransaction(Session& session, const std::function<bool()>& work) {
   TddmContabilidadeBD& dm = session.Module();
-  if (!dm.IniciaTransacao()) throw std::runtime_error("cannot begin a transaction");
+  BeginTransaction(dm);
   bool keep = false;
   try {
     keep = work();

@@ -70,7 +70,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   TddmContabilidadeBD& dm = session.Module();
   const std::string empresa = std::to_string(ctx.options.empresa);
   const std::string revenda = std::to_string(ctx.options.revenda);
-  if (!dm.IniciaTransacao()) throw std::runtime_error("cannot begin a transaction");
+  BeginTransaction(dm);
   for (const NumberedRecord& r : records) {
     try {
       if (erp) {

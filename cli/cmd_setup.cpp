@@ -158,7 +158,7 @@ int RunChartImport(const RunContext& ctx, const std::string& file) {
   for (const ChartAccount& a : session.Chart()) existing.insert(a.conta);
   CheckTree(file, chart, existing);
   TddmContabilidadeBD& dm = session.Module();
-  if (!dm.IniciaTransacao()) throw std::runtime_error("cannot begin a transaction");
+  BeginTransaction(dm);
   for (const ChartLine& c : chart) {
     db::BoundParams p = CompanyParams(ctx.options);
     p.push_back({"CONTA", db::Value(c.conta)});

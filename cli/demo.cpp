@@ -301,7 +301,7 @@ class DemoBuilder {
 
 DemoSummary LoadDemo(Session& session) {
   TddmContabilidadeBD& dm = session.Module();
-  if (!dm.IniciaTransacao()) throw std::runtime_error("cannot begin a transaction");
+  BeginTransaction(dm);
   try {
     DemoSummary summary = DemoBuilder(session).Build();
     if (!dm.ComitaTransacao()) throw std::runtime_error("the demo company could not be committed");

@@ -52,6 +52,11 @@ std::string Trimmed(std::string s) {
   return s;
 }
 
+std::function<void(db::TracingConnection&)>& SessionTraceObserver() {
+  static std::function<void(db::TracingConnection&)> observer;
+  return observer;
+}
+
 }  // namespace
 
 void GlobalOptions::Check() {
@@ -160,6 +165,19 @@ void ProgressRenderer::Execute(const std::string& json_command) {
 
 // ---- session --------------------------------------------------------------------
 
+void SetSessionTraceObserver(std::function<void(db::TracingConnection&)> observer) {
+  SessionTraceObserver() = std::move(observer);
+}
+
+// SQLite waits for a busy database (see the connection's busy timeout)
+// before a begin gives up; a server refuses it when the connection is lost.
+void BeginTransaction(TddmContabilidadeBD& dm) {
+  if (!dm.IniciaTransacao())
+    throw std::runtime_error(
+        "cannot begin a transaction: the database is busy or unreachable (another program may "
+        "be writing to it; run the command again when it has finished)");
+}
+
 Session::Session(const GlobalOptions& options, std::ostream* trace, bool require_schema)
     : options_(options), progress_(std::cerr, options.quiet, isatty(2)) {
   const std::string path = SqlitePath(options.db);
@@ -179,6 +197,7 @@ Session::Session(const GlobalOptions& options, std::ostream* trace, bool require
              << std::flush;
     });
   }
+  if (SessionTraceObserver()) SessionTraceObserver()(*traced_);
   if (require_schema) {
     if (!db::SchemaExists(*traced_))
       throw std::runtime_error(

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -111,6 +112,15 @@ class Session {
   std::unique_ptr<TddmContabilidadeBD> module_;
   ProgressRenderer progress_;
 };
+
+// Begins the module's transaction, or throws std::runtime_error saying why a
+// begin can fail: the module answers only false.
+void BeginTransaction(TddmContabilidadeBD& dm);
+
+// For the tests: a function called with the statement trace of every session
+// the tool opens, before its first statement, to inject faults or count
+// statements. The tool itself never sets one.
+void SetSessionTraceObserver(std::function<void(db::TracingConnection&)> observer);
 
 // The company and dealership parameters of the tool's own reads.
 db::BoundParams CompanyParams(const GlobalOptions& options);

@@ -1,0 +1,119 @@
+// kvctb as a function: parses the global options and the command, opens the
+// trace file, runs the command and maps its outcome to the exit code (0 ok,
+// 1 failed, 2 usage, 3 error rows). main() only calls it; the tests call it
+// in the same process to reach the session's statement trace.
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "accounting/db/error.h"
+#include "cli/app.h"
+#include "cli/commands.h"
+#include "cli/validate.h"
+
+namespace kvc::cli {
+namespace {
+
+constexpr char kDescription[] =
+    "kvctb: the accounting module on the command line.\n"
+    "Data goes to standard output, messages and progress to standard error.\n"
+    "Exit codes: 0 success, 1 the operation failed, 2 usage error, 3 completed\n"
+    "with error rows (close-year, rollup).\n\n"
+    "Example:\n"
+    "  kvctb --db sqlite:demo.db init --demo\n"
+    "  kvctb --db sqlite:demo.db --format json balance 1.1.1.01 --month 202406";
+
+// Whether a server error says that another connection holds the lock
+// (SQLite after its busy timeout).
+bool Busy(const std::string& message) {
+  return message.find("database is locked") != std::string::npos ||
+         message.find("database is busy") != std::string::npos;
+}
+
+}  // namespace
+
+int RunKvctb(int argc, char** argv) {
+  CLI::App app(kDescription, "kvctb");
+  app.require_subcommand(1);
+  app.fallthrough(false);
+  GlobalOptions globals;
+  app.add_option("--db", globals.db,
+                 "Database URL: sqlite:PATH, firebird://USER@HOST[:PORT]/PATH,\n"
+                 "postgresql://USER@HOST[:PORT]/DBNAME or odbc:CONNECTION-STRING;\n"
+                 "the password comes from KVCTB_PASSWORD or the URL.\n"
+                 "Example: --db firebird://SYSDBA@127.0.0.1/var/lib/firebird/kvc.fdb")
+      ->envname("KVCTB_DB")
+      ->capture_default_str();
+  app.add_option("--company", globals.company, "Company code. Example: --company 1")
+      ->capture_default_str();
+  app.add_option("--dealership", globals.dealership, "Dealership code. Example: --dealership 2")
+      ->capture_default_str();
+  app.add_option("--user", globals.user, "User code written in entries. Example: --user 7")
+      ->capture_default_str();
+  app.add_option("--server-type", globals.server_type,
+                 "The module's server-type name (SQLITE, FIREBIRD, POSTGRESQL, SQLSERVER,\n"
+                 "ORACLE); derived from the URL by default. Example: --server-type FIREBIRD");
+  app.add_option("--format", globals.format,
+                 "Output format: table, csv or json. Example: --format csv")
+      ->capture_default_str();
+  app.add_option("--trace-sql", globals.trace_sql,
+                 "Write every statement sent to the server to FILE, one JSON object a line\n"
+                 "with the keys \"sql\" and \"params\". Example: --trace-sql trace.jsonl");
+  app.add_flag("--quiet", globals.quiet, "No status lines or progress on standard error.");
+
+  Commands commands;
+  AddSetupCommands(app, commands);
+  AddEntryCommands(app, commands);
+  AddBalanceCommands(app, commands);
+  AddClosingCommands(app, commands);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    std::cerr << "kvctb: " << e.what() << "\n"
+              << "Run 'kvctb --help' or 'kvctb COMMAND --help' for usage.\n";
+    return kExitUsage;
+  }
+
+  // The trace file is opened first, so that a refused command leaves it
+  // empty: nothing was sent.
+  std::unique_ptr<std::ofstream> trace;
+  if (!globals.trace_sql.empty()) {
+    trace = std::make_unique<std::ofstream>(globals.trace_sql, std::ios::trunc);
+    if (!*trace) {
+      std::cerr << "kvctb: --trace-sql: cannot write '" << globals.trace_sql << "'\n";
+      return kExitUsage;
+    }
+  }
+  try {
+    globals.Check();
+    for (const Command& c : commands)
+      if (c.app->parsed()) return c.run(RunContext{globals, trace.get()});
+    return kExitUsage;
+  } catch (const UsageError& e) {
+    std::cerr << "kvctb: " << e.what() << "\n";
+    return kExitUsage;
+  } catch (const FileError& e) {
+    std::cerr << e.what() << "\n";
+    return kExitFailed;
+  } catch (const kvc::db::DatabaseError& e) {
+    std::cerr << "kvctb: error: " << e.what() << "\n";
+    if (!e.Sql().empty() && !globals.quiet) std::cerr << "kvctb: statement: " << e.Sql() << "\n";
+    if (Busy(e.what()))
+      std::cerr << "kvctb: another program kept the database busy for too long; nothing of this "
+                   "command was written: run it again when that program has finished\n";
+    return kExitFailed;
+  } catch (const std::exception& e) {
+    std::cerr << "kvctb: error: " << e.what() << "\n";
+    return kExitFailed;
+  }
+}
+
+}  // namespace kvc::cli
