@@ -726,14 +726,14 @@ class InvariantesTest : public ModuleTest {
         std::vector<std::string> registros;
         for (int k = 0; k < n; ++k) registros.push_back(Registro(texto, k == ruim));
         descricao = fmt::format("GravaLancamento x{} division dealership {}:{}", n, divisao, texto);
-        const Foto antes = recusado ? Foto_(false) : Foto();
+        const Foto antes = recusado ? Retrato(false) : Foto();
         if (!dm_->IniciaTransacao()) return f.Add("operation", "IniciaTransacao failed");
         try {
           for (const auto& r : registros) dm_->GravaLancamento(r, "1", "1", "", divisao, false);
         } catch (const RegistroInvalido&) {
           if (!recusado) throw;
           if (!dm_->RollbackTransacao()) f.Add("operation", "RollbackTransacao failed");
-          const std::string diferencas = Diferencas(antes, Foto_(false));
+          const std::string diferencas = Diferencas(antes, Retrato(false));
           if (!diferencas.empty())
             f.Add("a batch rolled back leaves every table as it was", "\n" + diferencas);
           return;
@@ -764,9 +764,9 @@ class InvariantesTest : public ModuleTest {
       case Operacao::kExclusaoInexistente: {
         const int64_t mes = std::stoll(Ano()) * 100 + Sorteia(1, 12);
         descricao = fmt::format("ExcluiLancamentoSelecionado {}/99999 day 1 (no such entry)", mes);
-        const Foto antes = Foto_(true);
+        const Foto antes = Retrato(true);
         dm_->ExcluiLancamentoSelecionado(99999, std::to_string(mes), "1", nullptr);
-        const std::string diferencas = Diferencas(antes, Foto_(true));
+        const std::string diferencas = Diferencas(antes, Retrato(true));
         if (!diferencas.empty())
           f.Add("deleting no entry leaves every table as it was", "\n" + diferencas);
         return;
@@ -782,7 +782,7 @@ class InvariantesTest : public ModuleTest {
             "ApuraResultado {} day {} year {} AnoAtual={} Confirmar={} "
             "IncluiSaldoAnterior={} SomenteMovimento={}",
             ano_mes, dia, ano, ano_atual, confirmar, inclui, so_movimento);
-        const Foto antes = confirmar ? Foto() : Foto_(false);
+        const Foto antes = confirmar ? Foto() : Retrato(false);
         std::string credito, debito, diferenca, mensagem;
         const bool ok =
             dm_->ApuraResultado(ano_mes, ano, dia, "99", kContaResultado, ano_atual, credito,
@@ -790,7 +790,7 @@ class InvariantesTest : public ModuleTest {
         descricao += fmt::format(" -> {}, {} / {}", ok, credito, debito);
         if (!ok) f.Add("operation", "ApuraResultado answered false: " + mensagem);
         if (!confirmar) {
-          const std::string diferencas = Diferencas(antes, Foto_(false));
+          const std::string diferencas = Diferencas(antes, Retrato(false));
           if (!diferencas.empty())
             f.Add("a preview leaves every table as it was", "\n" + diferencas);
         }
@@ -920,14 +920,14 @@ class InvariantesTest : public ModuleTest {
     };
     encerra();
     VerificaEncerramento(*raw_, std::stoll(ano), f);
-    const Foto primeiro = Foto_(false);
+    const Foto primeiro = Retrato(false);
     encerra();
-    const std::string diferencas = Diferencas(primeiro, Foto_(false));
+    const std::string diferencas = Diferencas(primeiro, Retrato(false));
     if (!diferencas.empty())
       f.Add("a second closing of the same year changes nothing", "\n" + diferencas);
   }
 
-  Foto Foto_(bool sem_auditoria) { return Fotografa(*raw_, sem_auditoria, detalhada_); }
+  Foto Retrato(bool sem_auditoria) { return Fotografa(*raw_, sem_auditoria, detalhada_); }
 
   void Verifica(Falhas& f) {
     VerificaPares(*raw_, f);
