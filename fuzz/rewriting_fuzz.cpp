@@ -23,7 +23,8 @@
 // - on SQL Server either nothing changes, or the parameters are all
 //   dropped (values written into the text) or there were none; a text that
 //   changes has no line feed and no blanks at its ends;
-// - when values are written into the text (and none holds a ':'), each
+// - when values are written into the text (none of them holding a ':',
+//   and neither they nor the text a "/*" that could pass for a marker), each
 //   non-empty value whose placeholder stood before a blank or ')' is there
 //   as /*NAME*/'value', and that placeholder is gone.
 #include <cstddef>
@@ -153,11 +154,18 @@ void Rewrite(SQLDataSet& ds, const std::string& tipo_banco) {
   }
   if (kept || params.Empty()) return;
 
-  // Values were written into the text. (Checked when no value holds a ':'
-  // and every name is a placeholder name, so that no replacement can make
-  // or break another's placeholder.)
+  // Values were written into the text. Checked when no replacement can
+  // make or break another's placeholder or marker: no value holds a ':' or
+  // "/*", every name is a placeholder name, and the text held no "/*" (an
+  // earlier value is updated from its marker to the next blank, or to the
+  // closing quote when that stretch holds one, which may take in a value
+  // written after the marker in the same run: intended, see rewriting.cpp
+  // step 5.5).
+  if (before.find("/*") != std::string::npos) return;
   for (const Param& p : params)
-    if (p.AsString().find(':') != std::string::npos || !PlaceholderName(p.name)) return;
+    if (p.AsString().find(':') != std::string::npos ||
+        p.AsString().find("/*") != std::string::npos || !PlaceholderName(p.name))
+      return;
   std::string s = before;
   for (char& c : s)
     if (c == '\n') c = ' ';

@@ -51,6 +51,7 @@ bin="$here/build/fuzz/fuzz"
 findings="$here/build/fuzz/findings"
 work=$(mktemp -d "${TMPDIR:-/tmp}/kvc-fuzz.XXXXXX")
 trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT TERM
 
 # A finding aborts at once; leaks count; stack traces name the source lines.
 export ASAN_OPTIONS="abort_on_error=1:detect_leaks=1:symbolize=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
@@ -100,6 +101,7 @@ wait || true
 final_stat() { sed -n "s/^stat::$2: *//p" "$work/$1.log" | tail -1; }
 
 failed=0
+passed=0
 printf '%-14s %14s %8s %10s %18s  %s\n' target executions seconds exec/s corpus result
 for name in "${targets[@]}"; do
   rc=$(cat "$work/$name.rc" 2>/dev/null || echo 1)
@@ -110,7 +112,9 @@ for name in "${targets[@]}"; do
   result="no finding"
   if [ "$rc" != 0 ]; then
     result="FINDING (exit $rc)"
-    failed=1
+    failed=$((failed + 1))
+  else
+    passed=$((passed + 1))
   fi
   printf '%-14s %14s %8s %10s %18s  %s\n' "$name" "${execs:-?}" "$(cat "$work/$name.time")" \
     "${rate:-?}" "$seeds -> $after" "$result"
@@ -128,7 +132,7 @@ if [ "$failed" != 0 ]; then
       echo "replay:     $bin/${name}_fuzz $reproducer"
     fi
   done
-  echo "fuzz: findings; see above" >&2
+  echo "fuzz: $passed passed, $failed failed"
   exit 1
 fi
-echo "fuzz: no finding" >&2
+echo "fuzz: $passed passed, $failed failed"
