@@ -10,7 +10,8 @@
 // - what it loaded saves to a text that loads again and saves to the same
 //   text, with every row;
 // - a table that the annual closing accepts as its caller's error table
-//   (it has the fields DTA_ERRO, MENSAGEM, SQL and EMESSAGE) takes the
+//   (the fields DTA_ERRO, a date-time or text, and MENSAGEM, SQL and
+//   EMESSAGE, texts) takes the
 //   closing's error row as the closing appends it, and gives it back after
 //   the caller's rows.
 #include <cstddef>
@@ -22,6 +23,7 @@
 #include <nlohmann/json.hpp>
 
 #include "accounting/db/client_dataset.h"
+#include "accounting/db/result_set.h"
 #include "fuzz/fuzz_check.h"
 
 namespace {
@@ -57,9 +59,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const size_t rows = SavedRows(saved);
   FUZZ_CHECK(copy.RecordCount() == rows && table.RecordCount() == rows);
 
-  // The annual closing's use of its caller's table.
+  // The annual closing's use of its caller's table, when it accepts it: the
+  // four fields, DTA_ERRO a date-time or text and the others texts.
   for (const char* field : {"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"})
     if (!table.HasField(field)) return 0;
+  for (const kvc::db::FieldDef& f : table.FieldDefs()) {
+    const bool date = kvc::db::SameFieldName(f.name, "DTA_ERRO");
+    const bool text = kvc::db::SameFieldName(f.name, "MENSAGEM") ||
+                      kvc::db::SameFieldName(f.name, "SQL") ||
+                      kvc::db::SameFieldName(f.name, "EMESSAGE");
+    if (date && f.type != kvc::db::FieldType::kDateTime && f.type != kvc::db::FieldType::kString)
+      return 0;
+    if (text && f.type != kvc::db::FieldType::kString) return 0;
+  }
   table.Append();
   table.SetFieldValue("DTA_ERRO", kvc::DateTime{2024, 12, 31, 23, 59, 58, 0});
   table.SetFieldValue("MENSAGEM", std::string("Erro ao incluir saldo anterior."));
