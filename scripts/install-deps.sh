@@ -2,11 +2,14 @@
 # Installs, with apt-get, everything the project needs to build and test on
 # Debian 12: compilers and build tools, SOCI with its backends and the client
 # libraries, the test and benchmark frameworks, and a comma-decimal locale
-# (pt_BR.UTF-8) for the locale tests. Idempotent and non-interactive.
+# (pt_BR.UTF-8) for the locale tests, and clang with its sanitizer and
+# libFuzzer runtimes (libclang-rt-dev) and llvm-symbolizer (llvm) for the
+# fuzz targets. Idempotent and non-interactive.
 set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build clang-format git
+  clang libclang-rt-dev llvm
   libsoci-dev libboost-dev libsqlite3-dev sqlite3
   firebird-dev libpq-dev unixodbc-dev unixodbc odbc-postgresql libsqliteodbc tdsodbc
   firebird3.0-server-core firebird3.0-utils

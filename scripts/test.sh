@@ -4,10 +4,11 @@
 # the project (or uses the ones named by KVC_TEST_FIREBIRD,
 # KVC_TEST_POSTGRESQL and KVC_TEST_ODBC), checks formatting, then builds and
 # runs the tests twice: a debug build, and a build with AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# UndefinedBehaviorSanitizer; then builds the libFuzzer targets with clang and
+# runs each for a minute (scripts/fuzz.sh 60; about ten minutes in all).
 #
 #   scripts/test.sh            everything
-#   scripts/test.sh --quick    the debug build only
+#   scripts/test.sh --quick    the debug build only (no sanitizer build, no fuzzing)
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 cd "$here"
@@ -57,3 +58,7 @@ if [ "${1:-}" != "--quick" ]; then
     run_preset asan
 fi
 run_preset debug
+
+if [ "${1:-}" != "--quick" ]; then
+  bash scripts/fuzz.sh 60
+fi

@@ -3,11 +3,15 @@
 // queries, and then rolled up to the synthetic accounts. Each delete and
 // insert stands on its own: a failure becomes a row of the caller's error
 // table and the run goes on.
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
 #include "accounting/carryforward/saldo_anterior_comum.h"
+#include "accounting/db/client_dataset.h"
 #include "accounting/db/error.h"
+#include "accounting/db/result_set.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "accounting/services/zorutils.h"
@@ -130,6 +134,22 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
     for (const char* campo : kCamposErro)
       if (!erros->HasField(campo))
         throw std::invalid_argument(std::string("Erros: the error table has no field ") + campo);
+    // The fields must take the values of an error row (RegistraErro): a
+    // date-time (or its text) and three texts; found out only when a
+    // statement failed, the wrong type would stop the run halfway.
+    for (const db::FieldDef& campo : erros->FieldDefs()) {
+      const bool data = db::SameFieldName(campo.name, kCamposErro[0]);
+      const bool texto = !data && std::any_of(std::begin(kCamposErro) + 1, std::end(kCamposErro),
+                                              [&](const char* nome) {
+                                                return db::SameFieldName(campo.name, nome);
+                                              });
+      if ((data && campo.type != db::FieldType::kDateTime &&
+           campo.type != db::FieldType::kString) ||
+          (texto && campo.type != db::FieldType::kString))
+        throw std::invalid_argument("Erros: the field " + campo.name + " of the error table is " +
+                                    std::string(db::FieldTypeName(campo.type)) + ", not " +
+                                    (data ? "datetime or string" : "string"));
+    }
   }
 
   // 1. Consistency check.

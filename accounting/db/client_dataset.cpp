@@ -1139,7 +1139,8 @@ void ClientDataSet::LoadFromString(std::string_view data) {
   nlohmann::json doc;
   try {
     doc = nlohmann::json::parse(data);
-  } catch (const nlohmann::json::parse_error& e) {
+  } catch (const nlohmann::json::exception& e) {
+    // A syntax error, or a number beyond the range of a double (out_of_range).
     throw std::invalid_argument(prefix + "malformed JSON: " + e.what());
   }
   if (!doc.is_object()) throw std::invalid_argument(prefix + "expected a JSON object");

@@ -12,6 +12,7 @@
 
 #include "accounting/db/backends/backend_hooks.h"
 #include "accounting/db/connection.h"
+#include "accounting/db/database_url.h"
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
 #include "accounting/db/placeholders.h"
@@ -31,12 +32,6 @@ std::string SociValue(std::string_view value) {
   if (value.find_first_of(" \t") == std::string_view::npos) return std::string(value);
   return "\"" + std::string(value) + "\"";
 }
-
-struct ParsedUrl {
-  std::string soci;     // the SOCI connection string
-  std::string display;  // the URL without its password, for messages
-  ServerKind kind = ServerKind::kSqlite;
-};
 
 // USER[:PASSWORD]@HOST[:PORT]/REST
 struct Authority {
@@ -62,6 +57,22 @@ Authority SplitAuthority(std::string_view text, std::string_view url) {
   return a;
 }
 
+// Where the first password entry of an ODBC connection string begins:
+// PWD or PASSWORD, in any case, then blanks and '='. Keywords of ODBC
+// ignore case. npos when there is none.
+size_t PasswordEntry(std::string_view connection_string) {
+  const std::string lower = Lower(connection_string);
+  for (size_t i = 0; i < lower.size(); ++i) {
+    for (std::string_view key : {"pwd", "password"}) {
+      if (lower.compare(i, key.size(), key) != 0) continue;
+      size_t j = i + key.size();
+      while (j < lower.size() && (lower[j] == ' ' || lower[j] == '\t')) ++j;
+      if (j < lower.size() && lower[j] == '=') return i;
+    }
+  }
+  return std::string_view::npos;
+}
+
 ServerKind OdbcServerKind(std::string_view connection_string) {
   std::string lower = Lower(connection_string);
   if (lower.find("postgres") != std::string::npos) return ServerKind::kPostgresql;
@@ -72,8 +83,10 @@ ServerKind OdbcServerKind(std::string_view connection_string) {
   return ServerKind::kSqlServer;
 }
 
-ParsedUrl ParseUrl(std::string_view url, std::string_view password) {
-  ParsedUrl p;
+}  // namespace
+
+DatabaseUrl ParseDatabaseUrl(std::string_view url, std::string_view password) {
+  DatabaseUrl p;
   if (url.starts_with("sqlite:") && !url.starts_with("sqlite://")) {
     std::string path(url.substr(7));
     p.soci = "sqlite3://db=" + SociValue(path) + " timeout=30";
@@ -105,12 +118,10 @@ ParsedUrl ParseUrl(std::string_view url, std::string_view password) {
     p.kind = ServerKind::kPostgresql;
   } else if (url.starts_with("odbc:") && !url.starts_with("odbc://")) {
     std::string cs(url.substr(5));
-    if (!password.empty() && Lower(cs).find("pwd=") == std::string::npos)
+    if (!password.empty() && PasswordEntry(cs) == std::string_view::npos)
       cs += ";PWD=" + std::string(password);
     p.soci = "odbc://" + cs;
-    p.display = "odbc:" + std::string(url.substr(5, url.find("PWD=") == std::string_view::npos
-                                                        ? std::string_view::npos
-                                                        : url.find("PWD=") - 5));
+    p.display = "odbc:" + std::string(url.substr(5, PasswordEntry(url.substr(5))));
     p.kind = OdbcServerKind(cs);
   } else if (url.find("://") != std::string_view::npos) {
     p.soci = std::string(url);
@@ -135,6 +146,8 @@ ParsedUrl ParseUrl(std::string_view url, std::string_view password) {
   return p;
 }
 
+namespace {
+
 // Storage for the values bound to one statement; SOCI keeps references to it,
 // so it must outlive the statement's execution and never move.
 struct BindSlot {
@@ -147,7 +160,7 @@ struct BindSlot {
 
 class SociConnection final : public Connection {
  public:
-  SociConnection(const ParsedUrl& url) : dialect_(&DialectFor(url.kind)), kind_(url.kind) {
+  SociConnection(const DatabaseUrl& url) : dialect_(&DialectFor(url.kind)), kind_(url.kind) {
     try {
       session_.open(url.soci);
     } catch (const std::exception& e) {
@@ -449,7 +462,7 @@ class SociConnection final : public Connection {
 }  // namespace
 
 std::unique_ptr<Connection> Connect(std::string_view url, std::string_view password) {
-  return std::make_unique<SociConnection>(ParseUrl(url, password));
+  return std::make_unique<SociConnection>(ParseDatabaseUrl(url, password));
 }
 
 }  // namespace kvc::db

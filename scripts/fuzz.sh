@@ -1,0 +1,138 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets (preset fuzz: clang, AddressSanitizer and
+# UndefinedBehaviorSanitizer over the whole library) and runs each of them
+# for SECONDS_PER_TARGET seconds on a temporary copy of its committed seed
+# corpus (fuzz/corpus/NAME, never written to). Prints one line per target
+# (executions, seconds, corpus size before and after) and fails when any
+# target finds something, printing the report and where the reproducer is.
+#
+#   scripts/fuzz.sh            60 seconds per target (what scripts/test.sh runs)
+#   scripts/fuzz.sh 3600       the long run: one CPU-hour per target
+#
+# Environment:
+#   KVC_FUZZ_JOBS      targets run at once (default: 2, at most the cores)
+#   KVC_FUZZ_TARGETS   the targets to run, by name (default: all of fuzz/)
+#
+# The reproducers of the latest run of a target are kept in
+# build/fuzz/findings/NAME/; replay one with
+#   build/fuzz/fuzz/NAME_fuzz build/fuzz/findings/NAME/crash-...
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+cd "$here"
+
+seconds=${1:-60}
+if ! [[ "$seconds" =~ ^[1-9][0-9]*$ ]]; then
+  echo "usage: scripts/fuzz.sh [SECONDS_PER_TARGET]" >&2
+  exit 2
+fi
+
+targets=()
+if [ -n "${KVC_FUZZ_TARGETS:-}" ]; then
+  read -r -a targets <<<"$KVC_FUZZ_TARGETS"
+else
+  for f in fuzz/*_fuzz.cpp; do
+    name=$(basename "$f" _fuzz.cpp)
+    targets+=("$name")
+  done
+fi
+
+cores=$(nproc 2>/dev/null || echo 1)
+jobs=${KVC_FUZZ_JOBS:-2}
+[ "$jobs" -gt "$cores" ] && jobs=$cores
+[ "$jobs" -lt 1 ] && jobs=1
+
+echo "fuzz: building the fuzz preset (clang, ASan, UBSan)" >&2
+build_start=$(date +%s)
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz --target kvc_fuzz
+echo "fuzz: built in $(($(date +%s) - build_start)) s" >&2
+
+bin="$here/build/fuzz/fuzz"
+findings="$here/build/fuzz/findings"
+work=$(mktemp -d "${TMPDIR:-/tmp}/kvc-fuzz.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+trap 'exit 130' INT TERM
+
+# A finding aborts at once; leaks count; stack traces name the source lines.
+export ASAN_OPTIONS="abort_on_error=1:detect_leaks=1:symbolize=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
+if [ -z "${ASAN_SYMBOLIZER_PATH:-}" ] && command -v llvm-symbolizer >/dev/null; then
+  export ASAN_SYMBOLIZER_PATH=$(command -v llvm-symbolizer)
+fi
+
+# Runs one target; its output goes to $work/NAME.log, its exit code to
+# $work/NAME.rc, its wall time to $work/NAME.time.
+run_target() {
+  local name=$1
+  local corpus="$work/$name/corpus"
+  rm -rf "${findings:?}/$name"
+  mkdir -p "$corpus" "$findings/$name"
+  if [ -d "fuzz/corpus/$name" ]; then cp -R "fuzz/corpus/$name/." "$corpus/"; fi
+  find "$corpus" -type f | wc -l >"$work/$name.seeds"
+  local start rc=0
+  start=$(date +%s)
+  "$bin/${name}_fuzz" "$corpus" -max_total_time="$seconds" -print_final_stats=1 \
+    -timeout=25 -rss_limit_mb=2048 -artifact_prefix="$findings/$name/" \
+    >"$work/$name.log" 2>&1 || rc=$?
+  echo $(($(date +%s) - start)) >"$work/$name.time"
+  echo "$rc" >"$work/$name.rc"
+}
+
+for name in "${targets[@]}"; do
+  if [ ! -x "$bin/${name}_fuzz" ]; then
+    echo "fuzz: no target named '$name' in $bin" >&2
+    exit 2
+  fi
+done
+
+echo "fuzz: ${#targets[@]} targets, ${seconds} s each, $jobs at once" >&2
+running=0
+for name in "${targets[@]}"; do
+  if [ "$running" -ge "$jobs" ]; then
+    wait -n || true
+    running=$((running - 1))
+  fi
+  echo "fuzz: $name started" >&2
+  run_target "$name" &
+  running=$((running + 1))
+done
+wait || true
+
+final_stat() { sed -n "s/^stat::$2: *//p" "$work/$1.log" | tail -1; }
+
+failed=0
+passed=0
+printf '%-14s %14s %8s %10s %18s  %s\n' target executions seconds exec/s corpus result
+for name in "${targets[@]}"; do
+  rc=$(cat "$work/$name.rc" 2>/dev/null || echo 1)
+  execs=$(final_stat "$name" number_of_executed_units)
+  rate=$(final_stat "$name" average_exec_per_sec)
+  seeds=$(cat "$work/$name.seeds")
+  after=$(find "$work/$name/corpus" -type f | wc -l)
+  result="no finding"
+  if [ "$rc" != 0 ]; then
+    result="FINDING (exit $rc)"
+    failed=$((failed + 1))
+  else
+    passed=$((passed + 1))
+  fi
+  printf '%-14s %14s %8s %10s %18s  %s\n' "$name" "${execs:-?}" "$(cat "$work/$name.time")" \
+    "${rate:-?}" "$seeds -> $after" "$result"
+done
+
+if [ "$failed" != 0 ]; then
+  for name in "${targets[@]}"; do
+    [ "$(cat "$work/$name.rc")" = 0 ] && continue
+    echo
+    echo "==== $name: the end of its report"
+    grep -v -E '^(#[0-9]+|INFO:|MS:|[[:space:]]*NEW_FUNC)' "$work/$name.log" | tail -60
+    reproducer=$(sed -n 's/.*Test unit written to \(.*\)$/\1/p' "$work/$name.log" | tail -1)
+    if [ -n "$reproducer" ]; then
+      echo "reproducer: $reproducer"
+      echo "replay:     $bin/${name}_fuzz $reproducer"
+    fi
+  done
+  echo "fuzz: $passed passed, $failed failed"
+  exit 1
+fi
+echo "fuzz: $passed passed, $failed failed"
