@@ -9,6 +9,7 @@
 
 #include "accounting/db/error.h"
 #include "cli/commands.h"
+#include "cli/signals.h"
 #include "cli/validate.h"
 
 namespace {
@@ -26,6 +27,7 @@ constexpr char kDescription[] =
 
 int main(int argc, char** argv) {
   using namespace kvc::cli;
+  InstallInterruptHandlers();
   CLI::App app(kDescription, "kvctb");
   app.require_subcommand(1);
   app.fallthrough(false);
