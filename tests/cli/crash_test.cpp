@@ -233,7 +233,7 @@ Scenario Measured(std::string name, std::string template_db, std::vector<std::st
 #ifdef KVC_SANITIZED_BUILD
 constexpr int kPostRecords = 500;
 #else
-constexpr int kPostRecords = 1500;
+constexpr int kPostRecords = 1200;
 #endif
 
 // `kPostRecords` valid records over the analytic accounts of the demo chart,
