@@ -16,6 +16,7 @@
 
 #include "accounting/db/dialect.h"
 #include "accounting/db/schema.h"
+#include "cli/signals.h"
 #include "cli/validate.h"
 
 namespace kvc::cli {
@@ -186,7 +187,8 @@ Session::Session(const GlobalOptions& options, std::ostream* trace, bool require
         fmt::format("database '{}' does not exist (create it with: kvctb init)", path));
   const char* password = std::getenv("KVCTB_PASSWORD");
   raw_ = db::Connect(options.db, password ? password : "");
-  traced_ = std::make_unique<db::TracingConnection>(*raw_);
+  signal_safe_ = std::make_unique<SignalSafeConnection>(*raw_);
+  traced_ = std::make_unique<db::TracingConnection>(*signal_safe_);
   if (trace) {
     traced_->SetSink([trace](const db::TracedStatement& s) {
       nlohmann::json params = nlohmann::json::object();

@@ -107,6 +107,9 @@ class Session {
  private:
   GlobalOptions options_;
   std::unique_ptr<db::Connection> raw_;
+  // Between the trace and the server: every commit runs with SIGINT and
+  // SIGTERM held off (cli/signals.h).
+  std::unique_ptr<db::Connection> signal_safe_;
   std::unique_ptr<db::TracingConnection> traced_;
   TSimpleHostContext host_;
   std::unique_ptr<TddmContabilidadeBD> module_;

@@ -2,10 +2,12 @@
 #include "cli/kvctb_process.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -30,7 +32,7 @@ void WriteFile(const std::string& path, const std::string& text) {
   out << text;
 }
 
-RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options) {
+RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& options) {
   static std::atomic<int> counter{0};
   const std::string base = (fs::temp_directory_path() / ("kvctb_run_" + std::to_string(getpid()) +
                                                          "_" + std::to_string(counter++)))
@@ -56,6 +58,11 @@ RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& optio
   const pid_t pid = fork();
   if (pid < 0) throw std::runtime_error("fork failed");
   if (pid == 0) {
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    signal(SIGINT, SIG_DFL);
+    signal(SIGTERM, SIG_DFL);
     if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0) _exit(126);
     const int in = open(in_path.c_str(), O_RDONLY);
     const int out = open(out_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -67,16 +74,26 @@ RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& optio
     execve(argv[0], argv.data(), envp.data());
     _exit(127);
   }
+  return {pid, base};
+}
+
+RunResult WaitKvctb(const RunningKvctb& running) {
   int status = 0;
-  waitpid(pid, &status, 0);
+  while (waitpid(running.pid, &status, 0) < 0 && errno == EINTR) {
+  }
   RunResult r;
-  r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  r.out = ReadFile(out_path);
-  r.err = ReadFile(err_path);
-  fs::remove(out_path);
-  fs::remove(err_path);
-  fs::remove(in_path);
+  r.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + r.signal;
+  r.out = ReadFile(running.base + ".out");
+  r.err = ReadFile(running.base + ".err");
+  fs::remove(running.base + ".out");
+  fs::remove(running.base + ".err");
+  fs::remove(running.base + ".in");
   return r;
+}
+
+RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options) {
+  return WaitKvctb(StartKvctb(args, options));
 }
 
 std::string NewDirectory(const std::string& name) {

@@ -5,6 +5,8 @@
 #ifndef KVC_TESTS_CLI_KVCTB_PROCESS_H_
 #define KVC_TESTS_CLI_KVCTB_PROCESS_H_
 
+#include <sys/types.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -12,9 +14,10 @@
 namespace kvc::cli::testing {
 
 struct RunResult {
-  int exit_code = -1;
+  int exit_code = -1;  // 128 + the signal when a signal ended the process
   std::string out;
   std::string err;
+  int signal = 0;  // the signal that ended the process, 0 when it exited
 };
 
 struct RunOptions {
@@ -34,6 +37,19 @@ inline RunOptions In(const std::string& cwd) {
 // environment holds PATH, LANG=C.UTF-8 and `options.env` only, so that
 // KVCTB_DB and KVCTB_PASSWORD from the caller never leak in.
 RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options = {});
+
+// A kvctb process started by StartKvctb and not yet waited for.
+struct RunningKvctb {
+  pid_t pid = -1;
+  std::string base;  // its standard streams are base + ".in", ".out", ".err"
+};
+
+// Starts kvctb as RunKvctb does, without waiting: the caller may signal
+// `pid`, then must call WaitKvctb. The child starts with no signal blocked
+// and SIGINT and SIGTERM at their default actions.
+RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& options = {});
+// Waits for the process and collects its outputs.
+RunResult WaitKvctb(const RunningKvctb& running);
 
 // A fresh empty directory under the system's temporary directory.
 std::string NewDirectory(const std::string& name);
