@@ -12,6 +12,7 @@
 #include "accounting/db/error.h"
 #include "cli/app.h"
 #include "cli/commands.h"
+#include "cli/signals.h"
 #include "cli/validate.h"
 
 namespace kvc::cli {
@@ -36,6 +37,7 @@ bool Busy(const std::string& message) {
 }  // namespace
 
 int RunKvctb(int argc, char** argv) {
+  ResetWriteState();
   CLI::App app(kDescription, "kvctb");
   app.require_subcommand(1);
   app.fallthrough(false);

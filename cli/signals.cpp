@@ -94,6 +94,8 @@ void InstallInterruptHandlers() {
 
 WriteState CurrentWriteState() { return static_cast<WriteState>(g_state); }
 
+void ResetWriteState() { g_state = static_cast<sig_atomic_t>(WriteState::kNothingWritten); }
+
 CommitSignalGuard::CommitSignalGuard() {
   const sigset_t block = InterruptSignals();
   pthread_sigmask(SIG_BLOCK, &block, &previous_);

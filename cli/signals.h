@@ -33,6 +33,10 @@ void InstallInterruptHandlers();
 // The state the handler would report now.
 WriteState CurrentWriteState();
 
+// Starts a run of the tool with nothing written: RunKvctb calls it, since
+// the tests run the tool more than once in one process.
+void ResetWriteState();
+
 // The line the handler writes for `signal` in `state`, with its line feed.
 // For tests and documentation; the handler itself uses preformatted copies.
 std::string InterruptMessage(int signal, WriteState state);
