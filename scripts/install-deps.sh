@@ -9,7 +9,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build clang-format git
-  clang libclang-rt-dev llvm
+  clang libclang-rt-dev llvm valgrind
   libsoci-dev libboost-dev libsqlite3-dev sqlite3
   firebird-dev libpq-dev unixodbc-dev unixodbc odbc-postgresql libsqliteodbc tdsodbc
   firebird3.0-server-core firebird3.0-utils

@@ -6,9 +6,11 @@
 # runs the tests twice: a debug build, and a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer; then builds the libFuzzer targets with clang and
 # runs each for a minute (scripts/fuzz.sh 60; about ten minutes in all).
+# Before the fuzzing, kvctb's main commands run under valgrind
+# (scripts/valgrind.sh).
 #
 #   scripts/test.sh            everything
-#   scripts/test.sh --quick    the debug build only (no sanitizer build, no fuzzing)
+#   scripts/test.sh --quick    the debug build only (no sanitizer build, valgrind or fuzzing)
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 cd "$here"
@@ -60,5 +62,6 @@ fi
 run_preset debug
 
 if [ "${1:-}" != "--quick" ]; then
+  bash scripts/valgrind.sh
   bash scripts/fuzz.sh 60
 fi
