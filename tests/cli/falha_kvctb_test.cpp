@@ -20,13 +20,11 @@
 #include "cli/app.h"
 #include "cli/kvctb_process.h"
 #include "cli/session.h"
-#include "support/records.h"
 #include "support/test_db.h"
 
 namespace kvc::cli::testing {
 namespace {
 
-using kvc::testing::RegistroCampos;
 using kvc::testing::TabelasDoBanco;
 
 constexpr char kInsertDivisao[] = "insert into ctb_lancamento_dividido";
@@ -124,20 +122,7 @@ void FalhaEmCada(const std::string& nome, const Comando& comando) {
 }
 
 TEST(FalhaKvctbTest, PostFailingAtEachStatementWritesNothing) {
-  RegistroCampos a;
-  a.yymm = "2406";
-  a.dia = "15";
-  a.historico = "VENDA TESTE";
-  a.conta1 = "1.1.1.01";
-  a.conta2 = "3.1.1.01";
-  a.codigo_divisao = "3";
-  a.centavos = 12345;
-  RegistroCampos b = a;
-  b.conta1 = "5.1.1.01";
-  b.conta2 = "1.1.1.01";
-  b.marca = "-";
-  b.centavos = 500;
-  const std::string registros = kvc::testing::Registro(a) + "\n" + kvc::testing::Registro(b) + "\n";
+  const std::string registros = TwoRecords();
   FalhaEmCada("post", [&](const std::string& dir) {
     WriteFile(dir + "/entries.txt", registros);
     return std::vector<std::string>{"post", dir + "/entries.txt", "--document", "4711"};

@@ -220,23 +220,6 @@ TEST_F(GoldenTest, ChartImportRefusesTheWholeFileNamingTheLine) {
 
 // ---- posting -------------------------------------------------------------------------
 
-std::string TwoRecords() {
-  RegistroCampos a;
-  a.yymm = "2406";
-  a.dia = "15";
-  a.historico = "VENDA TESTE";
-  a.conta1 = "1.1.1.01";
-  a.conta2 = "3.1.1.01";
-  a.codigo_divisao = "3";
-  a.centavos = 12345;
-  RegistroCampos b = a;
-  b.conta1 = "5.1.1.01";
-  b.conta2 = "1.1.1.01";
-  b.marca = "-";
-  b.centavos = 500;
-  return Registro(a) + "\n" + Registro(b) + "\n";
-}
-
 TEST_F(GoldenTest, PostWritesTwoEntriesPerRecord) {
   WriteFile(dir_ + "/entries.txt", TwoRecords());
   const long long before = Count("select count(*) from CTB_LANCAMENTO");

@@ -14,6 +14,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "support/records.h"
+
 namespace kvc::cli::testing {
 namespace fs = std::filesystem;
 
@@ -118,6 +120,23 @@ std::string DirectoryWithDemo(const std::string& name) {
   const std::string dir = NewDirectory(name);
   fs::copy_file(demo, dir + "/demo.db");
   return dir;
+}
+
+std::string TwoRecords() {
+  kvc::testing::RegistroCampos a;
+  a.yymm = "2406";
+  a.dia = "15";
+  a.historico = "VENDA TESTE";
+  a.conta1 = "1.1.1.01";
+  a.conta2 = "3.1.1.01";
+  a.codigo_divisao = "3";
+  a.centavos = 12345;
+  kvc::testing::RegistroCampos b = a;
+  b.conta1 = "5.1.1.01";
+  b.conta2 = "1.1.1.01";
+  b.marca = "-";
+  b.centavos = 500;
+  return kvc::testing::Registro(a) + "\n" + kvc::testing::Registro(b) + "\n";
 }
 
 }  // namespace kvc::cli::testing

@@ -58,6 +58,11 @@ std::string NewDirectory(const std::string& name);
 // `kvctb init --demo` (built once per process).
 std::string DirectoryWithDemo(const std::string& name);
 
+// Two posting records of June 2024 on the demo chart, one per line: 123.45
+// from 1.1.1.01 to 3.1.1.01 with division code 3, and 5.00 from 1.1.1.01 to
+// 5.1.1.01 (the side mark "-" credits the first account field).
+std::string TwoRecords();
+
 // Reads a whole file ("" when it does not exist).
 std::string ReadFile(const std::string& path);
 bool FileExists(const std::string& path);
