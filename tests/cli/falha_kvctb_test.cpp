@@ -1,4 +1,4 @@
-// kvctb post and chart-import with a failure at every
+// kvctb post, chart-import and close-result --confirm with a failure at every
 // statement they send, from the session's first read to the commit: each
 // time the command exits 1 and every table of the database is as it was,
 // except where the posting's documented rule swallows a refused
@@ -58,15 +58,22 @@ std::map<std::string, size_t> Contagens(const TabelasDoBanco& t) {
 
 // `args` failing at each of its statements in turn, then at its commit.
 // `comando` writes the command's input files into the directory it is given
-// (which holds demo.db) and returns the command's arguments.
+// and returns the command's arguments.
 using Comando = std::function<std::vector<std::string>(const std::string& dir)>;
 
-void FalhaEmCada(const std::string& nome, const Comando& comando) {
+// The database a run starts from: the demo company (demo.db) or the small
+// books (books.db), for commands whose run over the demo company reads
+// too much to be repeated for every statement.
+enum class Livros { kDemo, kPequenos };
+
+void FalhaEmCada(const std::string& nome, const Comando& comando, Livros livros = Livros::kDemo) {
   std::vector<std::string> args;
   auto copia = [&](size_t k) {
-    const std::string dir = DirectoryWithDemo(nome + "_" + std::to_string(k));
+    const std::string nome_k = nome + "_" + std::to_string(k);
+    const std::string dir =
+        livros == Livros::kDemo ? DirectoryWithDemo(nome_k) : DirectoryWithSmallBooks(nome_k);
     args = comando(dir);
-    return dir + "/demo.db";
+    return dir + (livros == Livros::kDemo ? "/demo.db" : "/books.db");
   };
   // The uninterrupted run counts the statements and gives the tables the
   // command writes.
@@ -138,6 +145,19 @@ TEST(FalhaKvctbTest, ChartImportFailingAtEachStatementWritesNothing) {
               "9.1.01,9.1,A,1,S,Conta nova\n");
     return std::vector<std::string>{"chart-import", dir + "/chart.csv"};
   });
+}
+
+// The result calculation commits inside the module (ApuraResultado opens and
+// commits its own transaction); the tool's decorator sees that commit too.
+TEST(FalhaKvctbTest, CloseResultConfirmFailingAtEachStatementWritesNothing) {
+  FalhaEmCada(
+      "close-result",
+      [](const std::string&) {
+        return std::vector<std::string>{
+            "close-result", "--month", "202412",           "--day",    "31",       "--year", "2024",
+            "--history",    "99",      "--result-account", "2.9.1.01", "--confirm"};
+      },
+      Livros::kPequenos);
 }
 
 }  // namespace

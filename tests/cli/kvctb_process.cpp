@@ -106,20 +106,72 @@ std::string NewDirectory(const std::string& name) {
   return dir.string();
 }
 
-std::string DirectoryWithDemo(const std::string& name) {
-  static const std::string demo = [] {
-    const std::string dir = NewDirectory("_demo_template");
-    const RunResult r = RunKvctb({"--db", "sqlite:demo.db", "--quiet", "init", "--demo"}, In(dir));
-    if (r.exit_code != 0) throw std::runtime_error("kvctb init --demo failed: " + r.err);
+namespace {
+
+// Removes the test process's temporary directories when it ends.
+void RemoveTemporaryDirectoriesAtExit() {
+  static const bool registered = [] {
     std::atexit([] {
       std::error_code ec;
       fs::remove_all(fs::temp_directory_path() / ("kvctb_test_" + std::to_string(getpid())), ec);
     });
+    return true;
+  }();
+  (void)registered;
+}
+
+// A fresh directory `name` holding a copy of `database` under `file`.
+std::string DirectoryWithCopy(const std::string& database, const std::string& name,
+                              const std::string& file) {
+  const std::string dir = NewDirectory(name);
+  fs::copy_file(database, dir + "/" + file);
+  return dir;
+}
+
+// Runs kvctb in `dir`; throws with its standard error when it fails.
+void MustRun(const std::vector<std::string>& args, const std::string& dir) {
+  const RunResult r = RunKvctb(args, In(dir));
+  if (r.exit_code != 0) throw std::runtime_error("kvctb set-up command failed: " + r.err);
+}
+
+}  // namespace
+
+std::string DirectoryWithDemo(const std::string& name) {
+  static const std::string demo = [] {
+    const std::string dir = NewDirectory("_demo_template");
+    MustRun({"--db", "sqlite:demo.db", "--quiet", "init", "--demo"}, dir);
+    RemoveTemporaryDirectoriesAtExit();
     return dir + "/demo.db";
   }();
-  const std::string dir = NewDirectory(name);
-  fs::copy_file(demo, dir + "/demo.db");
-  return dir;
+  return DirectoryWithCopy(demo, name, "demo.db");
+}
+
+std::string DirectoryWithSmallBooks(const std::string& name) {
+  static const std::string books = [] {
+    const std::string dir = NewDirectory("_small_books_template");
+    WriteFile(dir + "/chart.csv", SmallChart());
+    WriteFile(dir + "/entries.txt", TwoRecords());
+    MustRun({"--db", "sqlite:books.db", "--quiet", "init"}, dir);
+    MustRun({"--db", "sqlite:books.db", "--quiet", "chart-import", "chart.csv"}, dir);
+    MustRun({"--db", "sqlite:books.db", "--quiet", "post", "entries.txt", "--document", "1"}, dir);
+    fs::remove(dir + "/chart.csv");
+    fs::remove(dir + "/entries.txt");
+    RemoveTemporaryDirectoriesAtExit();
+    return dir + "/books.db";
+  }();
+  return DirectoryWithCopy(books, name, "books.db");
+}
+
+std::string SmallChart() {
+  return "CONTA,CONTA_SUPERIORA,NIVEL,NIVEL_DIVISAO,LANCAMENTO_DIVIDIDO,DES_CONTA\n"
+         "1,,S,0,N,Ativo\n"
+         "1.1.1.01,1,A,1,S,Caixa\n"
+         "2,,S,0,N,Passivo\n"
+         "2.9.1.01,2,A,1,S,Resultado do exercicio\n"
+         "3,,S,0,N,Receitas\n"
+         "3.1.1.01,3,A,1,S,Vendas\n"
+         "5,,S,0,N,Despesas\n"
+         "5.1.1.01,5,A,1,S,Custos\n";
 }
 
 std::string TwoRecords() {

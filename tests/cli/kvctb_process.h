@@ -58,6 +58,17 @@ std::string NewDirectory(const std::string& name);
 // `kvctb init --demo` (built once per process).
 std::string DirectoryWithDemo(const std::string& name);
 
+// A directory holding books.db, a small company built by kvctb itself
+// (built once per process): the schema, the chart of SmallChart() and the
+// two records of TwoRecords() posted as document 1. For tests that run a
+// command many times, where the demo database would be slow.
+std::string DirectoryWithSmallBooks(const std::string& name);
+
+// A chart of eight accounts in kvctb's CSV form: four groups (1 assets,
+// 2 liabilities, 3 revenue, 5 expenses), each with one analytic account
+// (1.1.1.01, 2.9.1.01 the result account, 3.1.1.01, 5.1.1.01).
+std::string SmallChart();
+
 // Two posting records of June 2024 on the demo chart, one per line: 123.45
 // from 1.1.1.01 to 3.1.1.01 with division code 3, and 5.00 from 1.1.1.01 to
 // 5.1.1.01 (the side mark "-" credits the first account field).
