@@ -4,6 +4,8 @@
 // in the same process to reach the session's statement trace.
 #include <fstream>
 #include <iostream>
+
+#include <fmt/format.h>
 #include <memory>
 #include <string>
 
@@ -27,11 +29,17 @@ constexpr char kDescription[] =
     "  kvctb --db sqlite:demo.db init --demo\n"
     "  kvctb --db sqlite:demo.db --format json balance 1.1.1.01 --month 202406";
 
-// Whether a server error says that another connection holds the lock
-// (SQLite after its busy timeout).
-bool Busy(const std::string& message) {
-  return message.find("database is locked") != std::string::npos ||
-         message.find("database is busy") != std::string::npos;
+// What the run had made durable when it failed, for the user.
+std::string WhatWasKept() {
+  switch (CurrentWriteState()) {
+    case WriteState::kNothingWritten:
+      return "nothing of this command was written";
+    case WriteState::kCommitted:
+      return "its changes had been committed and were kept";
+    case WriteState::kPartlyCommitted:
+      break;
+  }
+  return "the changes it committed before were kept, the rest was not written";
 }
 
 }  // namespace
@@ -108,12 +116,13 @@ int RunKvctb(int argc, char** argv) {
   } catch (const kvc::db::DatabaseError& e) {
     std::cerr << "kvctb: error: " << e.what() << "\n";
     if (!e.Sql().empty() && !globals.quiet) std::cerr << "kvctb: statement: " << e.Sql() << "\n";
-    if (Busy(e.what()))
-      std::cerr << "kvctb: another program kept the database busy for too long; nothing of this "
-                   "command was written: run it again when that program has finished\n";
+    const std::string hint = DatabaseConditionHint(e.what());
+    if (!hint.empty()) std::cerr << fmt::format("kvctb: {}; {}\n", hint, WhatWasKept());
     return kExitFailed;
   } catch (const std::exception& e) {
     std::cerr << "kvctb: error: " << e.what() << "\n";
+    const std::string hint = DatabaseConditionHint(e.what());
+    if (!hint.empty()) std::cerr << fmt::format("kvctb: {}; {}\n", hint, WhatWasKept());
     return kExitFailed;
   }
 }

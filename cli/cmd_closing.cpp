@@ -54,7 +54,7 @@ void InTransaction(Session& session, const std::function<bool()>& work) {
     (void)dm.RollbackTransacao();
     return;
   }
-  if (!dm.ComitaTransacao()) throw std::runtime_error("the changes could not be committed");
+  CommitTransaction(session, "the changes");
 }
 
 struct CloseResultOptions {

@@ -1,6 +1,7 @@
 // The entry commands: post and post-erp (fixed-width records through
 // GravaLancamento and GravaLancamentoSAP, a whole file in one transaction),
 // delete-entry, and the two lookups cost-centre and invoice-text.
+#include <map>
 #include <sstream>
 
 #include <fmt/format.h>
@@ -27,32 +28,69 @@ struct NumberedRecord {
 };
 
 // The records of a file: every non-empty line (a trailing carriage return
-// removed), each checked; the first bad one raises FileError.
+// removed), each checked; every bad one is reported together (FileError).
 std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account) {
   std::vector<NumberedRecord> records;
   std::istringstream in(ReadInput(file));
   std::string line;
   size_t n = 0;
+  FileProblems problems(file);
   while (std::getline(in, line)) {
     ++n;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty()) continue;
     const std::string problem = CheckRecord(line, code_in_account);
-    if (!problem.empty()) throw FileError(file, n, problem);
-    records.push_back({n, line});
+    if (!problem.empty())
+      problems.Add(n, problem);
+    else
+      records.push_back({n, line});
   }
+  problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
   if (records.empty()) throw FileError(file, n ? n : 1, "no records");
   return records;
 }
 
+// The two account fields of a record, as the posting method reads them
+// (GravaLancamentoSAP takes plain accounts).
+std::pair<std::string, std::string> Accounts(const std::string& record, bool code_in_account) {
+  const RegistroInterface r = LeRegistro(record);
+  return {LeContaDivisao(r.primeiro_campo_conta, code_in_account, r.codigo_divisao).conta,
+          LeContaDivisao(r.segundo_campo_conta, code_in_account, r.codigo_divisao).conta};
+}
+
 // The debit and credit accounts of a record, for the dry-run report.
 std::pair<std::string, std::string> Sides(const std::string& record, bool code_in_account) {
-  const RegistroInterface r = LeRegistro(record);
-  const std::string first =
-      LeContaDivisao(r.primeiro_campo_conta, code_in_account, r.codigo_divisao).conta;
-  const std::string second =
-      LeContaDivisao(r.segundo_campo_conta, code_in_account, r.codigo_divisao).conta;
-  return r.marca_lado == "-" ? std::pair{second, first} : std::pair{first, second};
+  const auto [first, second] = Accounts(record, code_in_account);
+  return LeRegistro(record).marca_lado == "-" ? std::pair{second, first} : std::pair{first, second};
+}
+
+// Refuses the file when a record names an account that is not in the
+// company's chart, or a synthetic one. The module writes whatever account it
+// is given; such an entry never reaches a balance (balances read the
+// analytic accounts of the chart), and the trial balance would stop adding
+// up to zero. Checked before the transaction begins.
+void CheckAccounts(Session& session, const std::string& file,
+                   const std::vector<NumberedRecord>& records, bool code_in_account) {
+  std::map<std::string, std::string> levels;
+  for (const ChartAccount& a : session.Chart()) levels[a.conta] = a.nivel;
+  FileProblems problems(file);
+  for (const NumberedRecord& r : records) {
+    const auto [first, second] = Accounts(r.text, code_in_account);
+    const std::pair<const char*, const std::string*> fields[] = {
+        {"first account field (positions 74-93)", &first},
+        {"second account field (positions 94-113)", &second}};
+    for (const auto& [field, account] : fields) {
+      const auto level = levels.find(*account);
+      if (level == levels.end())
+        problems.Add(r.line, fmt::format("{}: account {} is not in the chart of company {}", field,
+                                         *account, session.Options().empresa));
+      else if (level->second != "A")
+        problems.Add(r.line, fmt::format("{}: account {} is a synthetic account; entries go to "
+                                         "the analytic accounts beneath it",
+                                         field, *account));
+    }
+  }
+  problems.RaiseIfAny("nothing of the file was posted");
 }
 
 int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
@@ -67,6 +105,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   const std::vector<NumberedRecord> records = ReadRecords(o.file, code_in_account);
 
   Session session(ctx.options, ctx.trace);
+  CheckAccounts(session, o.file, records, code_in_account);
   TddmContabilidadeBD& dm = session.Module();
   const std::string empresa = std::to_string(ctx.options.empresa);
   const std::string revenda = std::to_string(ctx.options.revenda);
@@ -85,6 +124,9 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
       }
     } catch (const std::exception& e) {
       (void)dm.RollbackTransacao();
+      // A read-only file, a full disk or a lock is the database's failure,
+      // not the record's: the user is told what to do about the database.
+      if (!DatabaseConditionHint(e.what()).empty()) throw;
       throw FileError(o.file, r.line, std::string(e.what()) + " (nothing of the file was posted)");
     }
   }
@@ -94,16 +136,14 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
     out.columns = {"line", "month", "day", "debit", "credit", "amount"};
     for (const NumberedRecord& r : records) {
       const RegistroInterface reg = LeRegistro(r.text);
-      const auto [debit, credit] =
-          erp ? std::pair{Apara(reg.primeiro_campo_conta), Apara(reg.segundo_campo_conta)}
-              : Sides(r.text, code_in_account);
+      const auto [debit, credit] = erp ? Accounts(r.text, false) : Sides(r.text, code_in_account);
       out.rows.push_back(
           {static_cast<int64_t>(r.line), reg.ano_mes, reg.dia, debit, credit, Amount{reg.valor}});
     }
     session.Progress().Status(
         fmt::format("dry run: {} records would be posted; nothing was written", records.size()));
   } else {
-    if (!dm.ComitaTransacao()) throw std::runtime_error("the entries could not be committed");
+    CommitTransaction(session, "the entries");
     out.single = true;
     out.columns = {"file", "records", "entries"};
     out.rows.push_back(

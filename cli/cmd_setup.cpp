@@ -1,5 +1,8 @@
 // The set-up commands: init (the schema, optionally the demo company) and
 // chart-import (a chart of accounts from a CSV file, all or nothing).
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <set>
@@ -68,10 +71,12 @@ int RunChartImport(const RunContext& ctx, const std::string& file) {
       session.Connection().Execute(kInsertConta, p);
     } catch (const std::exception& e) {
       (void)dm.RollbackTransacao();
+      // The database's own failure (read-only, full disk, lock) is not the line's.
+      if (!DatabaseConditionHint(e.what()).empty()) throw;
       throw FileError(file, c.line, e.what());
     }
   }
-  if (!dm.ComitaTransacao()) throw std::runtime_error("the chart could not be committed");
+  CommitTransaction(session, "the chart");
   Output out;
   out.single = true;
   out.columns = {"file", "imported"};
@@ -93,10 +98,33 @@ std::string ReadInput(const std::string& path) {
     text << std::cin.rdbuf();
     return text.str();
   }
+  // A directory opens as a file on Linux and then reads as nothing.
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec))
+    throw std::runtime_error(fmt::format("cannot read '{}': it is a directory", path));
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw std::runtime_error(fmt::format("cannot read '{}'", path));
+  if (!in)
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
   text << in.rdbuf();
+  if (in.bad())
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
   return text.str();
+}
+
+void FileProblems::Add(size_t line, const std::string& message) {
+  if (++count_ > kShown) return;
+  if (!text_.empty()) text_ += '\n';
+  text_ += file_ + ":" + std::to_string(line) + ": " + message;
+}
+
+void FileProblems::RaiseIfAny(const std::string& conclusion) const {
+  if (count_ == 0) return;
+  std::string text = text_;
+  if (count_ > kShown)
+    text += fmt::format("\n{}: ... and {} more (the first {} are shown)", file_, count_ - kShown,
+                        kShown);
+  if (!conclusion.empty()) text += "\n" + file_ + ": " + conclusion;
+  throw FileError(text);
 }
 
 void AddSetupCommands(CLI::App& app, Commands& commands) {

@@ -50,6 +50,28 @@ class FileError : public std::runtime_error {
  public:
   FileError(const std::string& file, size_t line, const std::string& message)
       : std::runtime_error(file + ":" + std::to_string(line) + ": " + message) {}
+  // Several problems, one "FILE:LINE: message" per line of `text`.
+  explicit FileError(const std::string& text) : std::runtime_error(text) {}
+};
+
+// The problems of an input file, gathered so that the user sees every bad
+// line at once instead of fixing them one run at a time. At most kShown
+// lines are printed, then how many more there were.
+class FileProblems {
+ public:
+  static constexpr size_t kShown = 20;
+
+  explicit FileProblems(std::string file) : file_(std::move(file)) {}
+  void Add(size_t line, const std::string& message);
+  size_t size() const { return count_; }
+  // Throws FileError with the problems, then `conclusion` on a line of its
+  // own when not empty. Does nothing when there is none.
+  void RaiseIfAny(const std::string& conclusion = "") const;
+
+ private:
+  std::string file_;
+  std::string text_;
+  size_t count_ = 0;
 };
 
 // Prints `output` on standard output in the session's format.

@@ -304,7 +304,7 @@ DemoSummary LoadDemo(Session& session) {
   BeginTransaction(dm);
   try {
     DemoSummary summary = DemoBuilder(session).Build();
-    if (!dm.ComitaTransacao()) throw std::runtime_error("the demo company could not be committed");
+    CommitTransaction(session, "the demo company");
     return summary;
   } catch (...) {
     if (dm.TransacaoAtiva()) (void)dm.RollbackTransacao();

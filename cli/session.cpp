@@ -15,7 +15,9 @@
 #include <nlohmann/json.hpp>
 
 #include "accounting/db/dialect.h"
+#include "accounting/db/error.h"
 #include "accounting/db/schema.h"
+#include "accounting/services/service_libraries.h"
 #include "cli/signals.h"
 #include "cli/validate.h"
 
@@ -32,6 +34,9 @@ constexpr char kSelectEntry[] =
     "select count(*) N from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
     "ANO_MES = :ANO_MES and LANCAMENTO = :LANCAMENTO";
 constexpr char kSelectEntryDay[] = " and DIA = :DIA";
+constexpr char kSelectVersion[] = "select VERSAO from GER_VERSAO_ESTRUTURA";
+// Reads the header and the catalogue of an SQLite file, whatever it holds.
+constexpr char kSelectSqliteCatalogue[] = "select count(*) from sqlite_master";
 
 nlohmann::json JsonValue(const db::Value& v) {
   if (v.IsNull()) return nullptr;
@@ -179,6 +184,50 @@ void BeginTransaction(TddmContabilidadeBD& dm) {
         "be writing to it; run the command again when it has finished)");
 }
 
+namespace {
+
+// The structure version recorded in the database ("" when the table is
+// empty), or nullopt when it has no accounting schema. A file that SQLite
+// cannot read as a database is an error, not a database without the schema:
+// `kvctb init` would fail on it too.
+std::optional<std::string> StructureVersion(db::Connection& c, const std::string& sqlite_path) {
+  try {
+    const auto rows = c.Query(kSelectVersion, {}).rows;
+    return rows.empty() || rows.at(0).at(0).IsNull() ? "" : Trimmed(rows.at(0).at(0).AsString());
+  } catch (const db::DatabaseError&) {
+    if (sqlite_path.empty()) return std::nullopt;
+  }
+  try {
+    c.Query(kSelectSqliteCatalogue, {});
+  } catch (const db::DatabaseError& e) {
+    throw std::runtime_error(fmt::format(
+        "'{}' is not an SQLite database file, or it is damaged ({}); nothing was read or written",
+        sqlite_path, e.what()));
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string DatabaseConditionHint(const std::string& message) {
+  auto has = [&](const char* text) { return message.find(text) != std::string::npos; };
+  if (has("database is locked") || has("database is busy"))
+    return "another program kept the database busy for too long: run the command again when "
+           "that program has finished";
+  if (has("readonly database"))
+    return "the database file is read-only for this user: make it writable, or work on a "
+           "writable copy";
+  if (has("unable to open database file"))
+    return "SQLite could not create its rollback journal beside the database file: the "
+           "directory must be writable for this user";
+  if (has("database or disk is full") || has("disk I/O error"))
+    return "the disk refused a write (full, or over the process's file-size limit): free some "
+           "space and run the command again";
+  if (has("database disk image is malformed") || has("file is not a database"))
+    return "the database file is damaged: restore it from a backup";
+  return "";
+}
+
 Session::Session(const GlobalOptions& options, std::ostream* trace, bool require_schema)
     : options_(options), progress_(std::cerr, options.quiet, isatty(2)) {
   const std::string path = SqlitePath(options.db);
@@ -201,11 +250,26 @@ Session::Session(const GlobalOptions& options, std::ostream* trace, bool require
   }
   if (SessionTraceObserver()) SessionTraceObserver()(*traced_);
   if (require_schema) {
-    if (!db::SchemaExists(*traced_))
+    const std::optional<std::string> version = StructureVersion(*traced_, path);
+    if (!version)
       throw std::runtime_error(
           "the database has no accounting schema (create it with: kvctb init)");
+    // The module refuses another version with a message that names its own
+    // version twice; the tool names both.
+    if (*version != kVersaoEstrutura)
+      throw std::runtime_error(fmt::format(
+          "the database has structure version {} and this kvctb works with version {}; nothing "
+          "was read or written",
+          version->empty() ? "(none recorded)" : *version, kVersaoEstrutura));
     Bind();
   }
+}
+
+void CommitTransaction(Session& session, const std::string& what) {
+  if (session.Module().ComitaTransacao()) return;
+  const std::string& reason = session.LastCommitError();
+  throw std::runtime_error(
+      fmt::format("{} could not be committed{}{}", what, reason.empty() ? "" : ": ", reason));
 }
 
 void Session::Bind() {

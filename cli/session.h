@@ -18,6 +18,7 @@
 #include "accounting/db/trace.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "cli/output.h"
+#include "cli/signals.h"
 
 namespace kvc::cli {
 
@@ -101,6 +102,8 @@ class Session {
   std::optional<std::string> AccountLevel(const std::string& conta);
   // Every account of the company and dealership, in code order.
   std::vector<ChartAccount> Chart();
+  // The server's message for the last commit it refused, or "".
+  const std::string& LastCommitError() const { return signal_safe_->LastCommitError(); }
   // Whether an entry exists (on day `dia` when it is not -1).
   bool EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia = -1);
 
@@ -109,12 +112,22 @@ class Session {
   std::unique_ptr<db::Connection> raw_;
   // Between the trace and the server: every commit runs with SIGINT and
   // SIGTERM held off (cli/signals.h).
-  std::unique_ptr<db::Connection> signal_safe_;
+  std::unique_ptr<SignalSafeConnection> signal_safe_;
   std::unique_ptr<db::TracingConnection> traced_;
   TSimpleHostContext host_;
   std::unique_ptr<TddmContabilidadeBD> module_;
   ProgressRenderer progress_;
 };
+
+// What the user can do when the database itself failed a command, rather
+// than the command's input: another program holding the lock past the busy
+// timeout, a read-only file or directory, a full disk or file-size limit, a
+// damaged file. Empty for any other error text.
+std::string DatabaseConditionHint(const std::string& message);
+
+// Commits the module's transaction, or throws std::runtime_error saying that
+// `what` could not be committed and what the server answered.
+void CommitTransaction(Session& session, const std::string& what);
 
 // Begins the module's transaction, or throws std::runtime_error saying why a
 // begin can fail: the module answers only false.

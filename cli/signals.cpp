@@ -126,7 +126,12 @@ void SignalSafeConnection::Begin(db::Isolation isolation) {
 
 void SignalSafeConnection::Commit() {
   CommitSignalGuard guard;
-  inner_.Commit();
+  try {
+    inner_.Commit();
+  } catch (const std::exception& e) {
+    commit_error_ = e.what();
+    throw;
+  }
   guard.Committed();
 }
 

@@ -79,8 +79,13 @@ class SignalSafeConnection : public db::Connection {
   void Rollback() override { inner_.Rollback(); }
   bool InTransaction() const override { return inner_.InTransaction(); }
 
+  // The server's message for the last commit it refused ("" when none was):
+  // the module answers a refused commit with false only.
+  const std::string& LastCommitError() const { return commit_error_; }
+
  private:
   db::Connection& inner_;
+  std::string commit_error_;
 };
 
 }  // namespace kvc::cli
