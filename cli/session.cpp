@@ -199,10 +199,11 @@ std::optional<std::string> StructureVersion(db::Connection& c, const std::string
   }
   try {
     c.Query(kSelectSqliteCatalogue, {});
-  } catch (const db::DatabaseError& e) {
+  } catch (const db::DatabaseError&) {
     throw std::runtime_error(fmt::format(
-        "'{}' is not an SQLite database file, or it is damaged ({}); nothing was read or written",
-        sqlite_path, e.what()));
+        "'{}' is not an SQLite database file, or it is damaged: check the --db path; nothing was "
+        "read or written",
+        sqlite_path));
   }
   return std::nullopt;
 }

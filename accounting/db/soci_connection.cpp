@@ -164,7 +164,11 @@ class SociConnection final : public Connection {
     try {
       session_.open(url.soci);
     } catch (const std::exception& e) {
-      throw DatabaseError("cannot connect to " + url.display + ": " + e.what(), "");
+      // The client libraries end their messages with line feeds.
+      std::string reason = e.what();
+      while (!reason.empty() && std::isspace(static_cast<unsigned char>(reason.back())))
+        reason.pop_back();
+      throw DatabaseError("cannot connect to " + url.display + ": " + reason, "");
     }
     session_.uppercase_column_names(true);
     if (kind_ == ServerKind::kSqlite) {

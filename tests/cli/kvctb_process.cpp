@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -73,6 +74,11 @@ RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& 
     dup2(in, 0);
     dup2(out, 1);
     dup2(err, 2);
+    if (options.file_size_limit >= 0) {
+      const rlimit limit{static_cast<rlim_t>(options.file_size_limit),
+                         static_cast<rlim_t>(options.file_size_limit)};
+      if (setrlimit(RLIMIT_FSIZE, &limit) != 0) _exit(126);
+    }
     execve(argv[0], argv.data(), envp.data());
     _exit(127);
   }

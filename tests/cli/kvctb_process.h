@@ -24,6 +24,7 @@ struct RunOptions {
   std::string cwd;                         // empty: the current directory
   std::map<std::string, std::string> env;  // added to a clean environment
   std::string stdin_text;
+  long long file_size_limit = -1;  // bytes: the child's RLIMIT_FSIZE, when not negative
 };
 
 // Options that only set the working directory.
