@@ -161,8 +161,9 @@ void AddPost(CLI::App& app, Commands& commands, bool erp) {
             "(credit then debit, linked), all in one transaction.\n"
             "Example: kvctb post-erp erp.txt --document 4711"
           : "Post every fixed-width record of FILE ('-' for standard input) through\n"
-            "GravaLancamento, all in one transaction. A bad record rolls the whole file\n"
-            "back and prints FILE:LINE: message.\n"
+            "GravaLancamento, all in one transaction. Every record is checked first (its\n"
+            "fields, and both accounts analytic accounts of the chart): each bad one is\n"
+            "printed as FILE:LINE: message and nothing is posted.\n"
             "Example: kvctb post entries.txt --document 4711 --dry-run");
   sub->add_option("FILE", o->file, "The record file, 133 characters a line. Example: entries.txt")
       ->required();
