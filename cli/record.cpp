@@ -3,6 +3,7 @@
 #include "cli/record.h"
 
 #include <cctype>
+#include <chrono>
 
 #include <fmt/format.h>
 
@@ -70,6 +71,19 @@ std::string CheckRecord(const std::string& record, bool code_in_account) {
   const std::string day = Posicoes(record, 37, 2);
   if (!Digits(day) || std::stoi(day) < 1 || std::stoi(day) > 31)
     return fmt::format("day (positions 37-38) is not a day of the month: '{}'", day);
+  // The module reads the year as 20YY.
+  const std::chrono::year_month_day date{std::chrono::year{2000 + std::stoi(yymm.substr(0, 2))},
+                                         std::chrono::month{unsigned(std::stoi(yymm.substr(2)))},
+                                         std::chrono::day{unsigned(std::stoi(day))}};
+  if (!date.ok())
+    return fmt::format("day (positions 37-38) is not a day of {}-{}: '{}'",
+                       2000 + std::stoi(yymm.substr(0, 2)), yymm.substr(2), day);
+  const std::string side = Posicoes(record, 118, 1);
+  if (side != "-" && side != " " && side != "+")
+    return fmt::format(
+        "side mark (position 118) is '{}': \"-\" credits the first account field, a blank or "
+        "\"+\" debits it",
+        side);
   const std::string code = Apara(Posicoes(record, 13, 4));
   if (!code.empty() && !Digits(code))
     return fmt::format("division code (positions 13-16) is not a number: '{}'", code);

@@ -17,7 +17,8 @@ struct RecordFields {
   std::string account1;          // 74-93
   std::string account2;          // 94-113
   std::string standard_history;  // 114-117
-  std::string side = " ";        // 118: "-" credits the first account field
+  std::string side = " ";        // 118: "-" credits the first account field, " " or "+"
+                                 // debits it
   int64_t cents = 0;             // 119-133
 };
 

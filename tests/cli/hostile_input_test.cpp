@@ -123,6 +123,36 @@ TEST_F(HostileInputTest, NonUtf8Bytes) {
                 "entries.txt:1: '" + r.substr(0, 40) + "...' is not UTF-8 text\n");
 }
 
+TEST_F(HostileInputTest, DayThatDoesNotExist) {
+  RegistroCampos c = Valido();
+  c.yymm = "2402";
+  c.dia = "30";
+  ExpectRefused(Post(Registro(Valido()) + "\n" + Registro(c) + "\n"), 1,
+                "entries.txt:2: day (positions 37-38) is not a day of 2024-02: '30'\n");
+}
+
+TEST_F(HostileInputTest, DayZero) {
+  RegistroCampos c = Valido();
+  c.dia = "00";
+  ExpectRefused(Post(Registro(c) + "\n"), 1,
+                "entries.txt:1: day (positions 37-38) is not a day of the month: '00'\n");
+}
+
+TEST_F(HostileInputTest, MonthThirteen) {
+  RegistroCampos c = Valido();
+  c.yymm = "2413";
+  ExpectRefused(Post(Registro(c) + "\n"), 1,
+                "entries.txt:1: year and month (positions 33-36) is not YYMM: '2413'\n");
+}
+
+TEST_F(HostileInputTest, UnknownSideMark) {
+  RegistroCampos c = Valido();
+  c.marca = "C";
+  ExpectRefused(Post(Registro(c) + "\n"), 1,
+                "entries.txt:1: side mark (position 118) is 'C': \"-\" credits the first account "
+                "field, a blank or \"+\" debits it\n");
+}
+
 TEST_F(HostileInputTest, UnknownAccount) {
   RegistroCampos c = Valido();
   c.conta2 = "3.1.1.99";
