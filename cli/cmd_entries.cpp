@@ -1,10 +1,12 @@
 // The entry commands: post and post-erp (fixed-width records through
 // GravaLancamento and GravaLancamentoSAP, a whole file in one transaction),
 // delete-entry, and the two lookups cost-centre and invoice-text.
+#include <iostream>
 #include <map>
 #include <sstream>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "accounting/entries/registro_interface.h"
 #include "cli/commands.h"
@@ -28,17 +30,24 @@ struct NumberedRecord {
 };
 
 // The records of a file: every non-empty line (a trailing carriage return
-// removed), each checked; every bad one is reported together (FileError).
+// removed, apostrophes of the history made typographic), each checked; every
+// bad one is reported together (FileError). The lines whose apostrophes were
+// replaced are announced on standard error, --quiet or not: the journal will
+// not hold the bytes of the file.
 std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account) {
   std::vector<NumberedRecord> records;
   std::istringstream in(ReadInput(file));
   std::string line;
   size_t n = 0;
   FileProblems problems(file);
+  std::vector<size_t> apostrophes;
   while (std::getline(in, line)) {
     ++n;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty()) continue;
+    size_t replaced = 0;
+    line = WithTypographicApostrophes(line, replaced);
+    if (replaced) apostrophes.push_back(n);
     const std::string problem = CheckRecord(line, code_in_account);
     if (!problem.empty())
       problems.Add(n, problem);
@@ -47,6 +56,12 @@ std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_ac
   }
   problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
   if (records.empty()) throw FileError(file, n ? n : 1, "no records");
+  if (!apostrophes.empty())
+    std::cerr << fmt::format(
+        "kvctb: {}: the apostrophes of the complementary history on line{} {} are written as "
+        "\u2019 (U+2019): the module writes that text between quotes, which an apostrophe "
+        "would end\n",
+        file, apostrophes.size() > 1 ? "s" : "", fmt::join(apostrophes, ", "));
   return records;
 }
 

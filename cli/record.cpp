@@ -54,6 +54,25 @@ std::string BuildRecord(const RecordFields& f) {
   return r;
 }
 
+std::string WithTypographicApostrophes(const std::string& record, size_t& replaced) {
+  replaced = 0;
+  if (record.find('\'') == std::string::npos) return record;
+  const std::string head = Posicoes(record, 1, 41);
+  std::string history = Posicoes(record, 42, 32);
+  const std::string tail = Posicoes(record, 74, record.size());
+  if (head + history + tail != record || history.find('\'') == std::string::npos) return record;
+  std::string out;
+  for (char c : history) {
+    if (c == '\'') {
+      out += "\u2019";
+      ++replaced;
+    } else {
+      out += c;
+    }
+  }
+  return head + out + tail;
+}
+
 std::string CheckRecord(const std::string& record, bool code_in_account) {
   try {
     CheckedText("record", record, 1000);

@@ -26,6 +26,16 @@ struct RecordFields {
 // hold blanks. REQUIRES: every field fits its width (ASCII).
 std::string BuildRecord(const RecordFields& fields);
 
+// `record` with every apostrophe (') of its complementary history (positions
+// 42-73) replaced by the typographic apostrophe U+2019, and in `replaced` how
+// many there were. The module writes the history into statement text between
+// quotes, as it stands, so an ASCII apostrophe would end that text early and
+// the rest of the history would be read as SQL; U+2019 cannot, it is one
+// character (every later position stays where it was), and a name such as
+// D'AVILA reads the same in the journal. A record that is not valid UTF-8,
+// or too short, is returned as it is for CheckRecord to refuse.
+std::string WithTypographicApostrophes(const std::string& record, size_t& replaced);
+
 // Empty when `record` can be handed to the posting methods; otherwise a
 // message naming the field and its positions. Checks what the module writes
 // into statement text: year and month, day, the account fields (with a

@@ -189,11 +189,30 @@ TEST_F(HostileInputTest, EveryBadRecordIsReportedUpToTwenty) {
   ExpectRefused(Post(text), 1, expected);
 }
 
-TEST_F(HostileInputTest, QuoteInTheHistory) {
+// Accepted: the apostrophe becomes U+2019, which cannot end the quoted text
+// the module writes, and the comment marker stays inside that text.
+TEST_F(HostileInputTest, QuoteAndCommentMarkerInTheHistory) {
   RegistroCampos c = Valido();
   c.historico = "X' or 1=1 --";
-  ExpectRefused(Post(Registro(c) + "\n"), 1,
-                "entries.txt:1: complementary history (positions 42-73) holds a quote\n");
+  WriteFile(dir_ + "/entries.txt", Registro(c) + "\n");
+  const RunResult r = Run({"--trace-sql", "trace.jsonl", "post", "entries.txt"});
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_EQ(r.err,
+            "kvctb: entries.txt: the apostrophes of the complementary history on line 1 are "
+            "written as \u2019 (U+2019): the module writes that text between quotes, which an "
+            "apostrophe would end\n");
+  auto c2 = db::Connect("sqlite:" + db_);
+  EXPECT_EQ(c2->Query("select count(*) from CTB_LANCAMENTO where trim(HIS_COMPLEMENTAR) = 'X\u2019 "
+                      "or 1=1 --'",
+                      {})
+                .rows.at(0)
+                .at(0)
+                .AsInteger(),
+            2);
+  // Every statement that carries the history holds it whole between quotes.
+  const std::string trace = ReadFile(dir_ + "/trace.jsonl");
+  EXPECT_NE(trace.find("'X\u2019 or 1=1 --"), std::string::npos);
+  EXPECT_EQ(trace.find("X'"), std::string::npos);
 }
 
 TEST_F(HostileInputTest, EmptyRecordFile) {
