@@ -1,6 +1,7 @@
 // The entry commands: post and post-erp (fixed-width records through
 // GravaLancamento and GravaLancamentoSAP, a whole file in one transaction),
 // delete-entry, and the two lookups cost-centre and invoice-text.
+#include <cmath>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -22,7 +23,17 @@ struct PostOptions {
   std::string division_dealership;
   bool code_in_account = false;
   bool dry_run = false;
+  bool allow_duplicates = false;
 };
+
+// The entries of a month with a document number (or none), for the
+// duplicate check.
+constexpr char kSelectPosted[] =
+    "select DIA, CONTA, NATUREZA, VAL_LANCAMENTO from CTB_LANCAMENTO where EMPRESA = :EMPRESA "
+    "and REVENDA = :REVENDA and ANO_MES = :ANO_MES and DOCUMENTO = :DOCUMENTO";
+constexpr char kSelectPostedWithoutDocument[] =
+    "select DIA, CONTA, NATUREZA, VAL_LANCAMENTO from CTB_LANCAMENTO where EMPRESA = :EMPRESA "
+    "and REVENDA = :REVENDA and ANO_MES = :ANO_MES and DOCUMENTO is null";
 
 struct NumberedRecord {
   size_t line;
@@ -108,6 +119,53 @@ void CheckAccounts(Session& session, const std::string& file,
   problems.RaiseIfAny("nothing of the file was posted");
 }
 
+// Stops the posting when records of the file already stand in the journal:
+// an entry for each side with the same month, day, account, amount and
+// document. Posting a file twice is the commonest way to double a month's
+// figures, and nothing in the journal would tell the copies apart later.
+// A journal entry answers for one record only, so a file that holds a
+// record twice, posted once before, has one duplicate.
+void CheckDuplicates(Session& session, const std::string& file,
+                     const std::vector<NumberedRecord>& records, bool code_in_account, bool erp,
+                     const std::string& document) {
+  // "day|account|nature|cents" of the journal's entries, counted.
+  std::map<int32_t, std::map<std::string, int>> posted;
+  auto key = [](const std::string& dia, const std::string& conta, char natureza, double valor) {
+    return fmt::format("{}|{}|{}|{}", std::stoi(dia), conta, natureza, std::llround(valor * 100));
+  };
+  FileProblems problems(file);
+  for (const NumberedRecord& r : records) {
+    const RegistroInterface reg = LeRegistro(r.text);
+    const int32_t ano_mes = std::stoi(reg.ano_mes);
+    if (!posted.count(ano_mes)) {
+      db::BoundParams params = CompanyParams(session.Options());
+      params.push_back({"ANO_MES", db::Value(ano_mes)});
+      if (!document.empty()) params.push_back({"DOCUMENTO", db::Value(std::stoi(document))});
+      auto& month = posted[ano_mes];
+      for (const auto& row :
+           session.Connection()
+               .Query(document.empty() ? kSelectPostedWithoutDocument : kSelectPosted, params)
+               .rows)
+        ++month[key(std::to_string(row.at(0).AsInteger()), Apara(row.at(1).AsString()),
+                    Apara(row.at(2).AsString()).c_str()[0], row.at(3).AsFloat())];
+    }
+    const auto [debit, credit] = erp ? Accounts(r.text, false) : Sides(r.text, code_in_account);
+    auto& month = posted[ano_mes];
+    const std::string d = key(reg.dia, debit, 'D', reg.valor);
+    const std::string c = key(reg.dia, credit, 'C', reg.valor);
+    if (month[d] > 0 && month[c] > 0) {
+      --month[d];
+      --month[c];
+      problems.Add(r.line, fmt::format("already in the journal: {} on day {} of {}, debit {}, "
+                                       "credit {}, document {}",
+                                       FormatAmount(reg.valor, false), reg.dia, ano_mes, debit,
+                                       credit, document.empty() ? "(none)" : document));
+    }
+  }
+  problems.RaiseIfAny(
+      "nothing of the file was posted; to post these records again, give --allow-duplicates");
+}
+
 int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   CheckedText("FILE", o.file, 4096);
   const std::string document =
@@ -121,6 +179,8 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
 
   Session session(ctx.options, ctx.trace);
   CheckAccounts(session, o.file, records, code_in_account);
+  if (!o.allow_duplicates)
+    CheckDuplicates(session, o.file, records, code_in_account, erp, document);
   TddmContabilidadeBD& dm = session.Module();
   const std::string empresa = std::to_string(ctx.options.empresa);
   const std::string revenda = std::to_string(ctx.options.revenda);
@@ -192,6 +252,9 @@ void AddPost(CLI::App& app, Commands& commands, bool erp) {
                   "The account fields carry a 5-character division code in front.");
   sub->add_flag("--dry-run", o->dry_run,
                 "Post, report what would have been posted, and roll back.");
+  sub->add_flag("--allow-duplicates", o->allow_duplicates,
+                "Post records that already stand in the journal (same month, day, accounts,\n"
+                "amount and document); without it such a file is refused.");
   commands.push_back({sub, [o, erp](const RunContext& ctx) { return RunPost(ctx, *o, erp); }});
 }
 

@@ -266,6 +266,7 @@ class FalhaKvctbServidorTest : public ::testing::TestWithParam<std::string> {
         if (required) FAIL() << "KVC_TEST_FIREBIRD is required";
         GTEST_SKIP() << "KVC_TEST_FIREBIRD not set";
       }
+      kvc::testing::ShutdownFirebirdClientAtExit();
       const std::string path = t.directory + "/kvctb_falha_" + id + ".fdb";
       const std::string location = t.host + ":" + path;
       limpa_ = [location, t] {

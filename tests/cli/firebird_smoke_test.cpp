@@ -21,6 +21,7 @@ TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
     if (require && std::string(require) == "1") FAIL() << "KVC_TEST_FIREBIRD is required";
     GTEST_SKIP() << "KVC_TEST_FIREBIRD not set";
   }
+  kvc::testing::ShutdownFirebirdClientAtExit();
   const std::string path = t.directory + "/kvctb_smoke_" + std::to_string(getpid()) + ".fdb";
   const std::string location = t.host + ":" + path;
   try {
@@ -68,7 +69,6 @@ TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
     db::DropFirebirdDatabase(location, t.user, t.password);
   } catch (...) {
   }
-  db::ShutdownFirebirdClient();
 }
 
 }  // namespace

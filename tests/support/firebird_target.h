@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "accounting/db/backends/backend_hooks.h"
+
 namespace kvc::testing {
 
 struct FirebirdTarget {
@@ -27,6 +29,17 @@ inline bool ParseFirebirdTarget(FirebirdTarget& t) {
   t.host = alvo.substr(at + 1, host_colon - at - 1);
   t.directory = alvo.substr(host_colon + 1);
   return true;
+}
+
+// Stops the Firebird client library's threads when the test process ends,
+// after every test that uses the client; registered once. A test must not
+// stop it itself: the client cannot be used again in the same process.
+inline void ShutdownFirebirdClientAtExit() {
+  static const bool registered = [] {
+    std::atexit([] { db::ShutdownFirebirdClient(); });
+    return true;
+  }();
+  (void)registered;
 }
 
 }  // namespace kvc::testing

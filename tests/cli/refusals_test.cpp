@@ -1,0 +1,97 @@
+// What kvctb refuses so that the books stay whole, beyond bad input: a file
+// posted twice. Each refusal exits 1 before anything is written and leaves
+// the database file byte for byte as it was.
+//
+// The commands run as whole processes on a copy of the small books
+// (DirectoryWithSmallBooks), which hold the two records of TwoRecords()
+// posted as document 1.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "accounting/db/connection.h"
+#include "cli/kvctb_process.h"
+#include "support/records.h"
+
+namespace kvc::cli::testing {
+namespace {
+
+class RefusalsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    dir_ = DirectoryWithSmallBooks(info->name());
+    db_ = dir_ + "/books.db";
+  }
+
+  RunResult Run(const std::vector<std::string>& args) {
+    std::vector<std::string> all = {"--db", "sqlite:books.db", "--quiet"};
+    all.insert(all.end(), args.begin(), args.end());
+    return RunKvctb(all, In(dir_));
+  }
+
+  long long Entries() {
+    return db::Connect("sqlite:" + db_)
+        ->Query("select count(*) from CTB_LANCAMENTO", {})
+        .rows.at(0)
+        .at(0)
+        .AsInteger();
+  }
+
+  std::string dir_;
+  std::string db_;
+};
+
+TEST_F(RefusalsTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
+  WriteFile(dir_ + "/entries.txt", TwoRecords());
+  const std::string before = ReadFile(db_);
+  const RunResult r = Run({"post", "entries.txt", "--document", "1"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "entries.txt:1: already in the journal: 123.45 on day 15 of 202406, debit 1.1.1.01, "
+            "credit 3.1.1.01, document 1\n"
+            "entries.txt:2: already in the journal: 5.00 on day 15 of 202406, debit 1.1.1.01, "
+            "credit 5.1.1.01, document 1\n"
+            "entries.txt: nothing of the file was posted; to post these records again, give "
+            "--allow-duplicates\n");
+  EXPECT_TRUE(ReadFile(db_) == before);
+
+  const RunResult allowed = Run({"post", "entries.txt", "--document", "1", "--allow-duplicates"});
+  EXPECT_EQ(allowed.exit_code, 0) << allowed.err;
+  EXPECT_EQ(Entries(), 8);
+}
+
+TEST_F(RefusalsTest, AnotherDocumentIsNotADuplicate) {
+  WriteFile(dir_ + "/entries.txt", TwoRecords());
+  const RunResult r = Run({"post", "entries.txt", "--document", "2"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  // Without a document number the entries hold none, which is another
+  // document again; posted twice that way, the second is refused.
+  EXPECT_EQ(Run({"post", "entries.txt"}).exit_code, 0);
+  const RunResult again = Run({"post", "entries.txt"});
+  EXPECT_EQ(again.exit_code, 1);
+  EXPECT_NE(again.err.find("entries.txt:1: already in the journal: 123.45 on day 15 of 202406, "
+                           "debit 1.1.1.01, credit 3.1.1.01, document (none)\n"),
+            std::string::npos)
+      << again.err;
+  EXPECT_EQ(Entries(), 12);
+}
+
+// A journal entry answers for one record only: a file that holds a record
+// twice, posted once before, has one duplicate, on its first line.
+TEST_F(RefusalsTest, EachEntryAnswersForOneRecord) {
+  const std::string first_record = TwoRecords().substr(0, TwoRecords().find('\n') + 1);
+  WriteFile(dir_ + "/entries.txt", first_record + first_record);
+  const RunResult r = Run({"post", "entries.txt", "--document", "1"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "entries.txt:1: already in the journal: 123.45 on day 15 of 202406, debit 1.1.1.01, "
+            "credit 3.1.1.01, document 1\n"
+            "entries.txt: nothing of the file was posted; to post these records again, give "
+            "--allow-duplicates\n");
+  EXPECT_EQ(Entries(), 4);
+}
+
+}  // namespace
+}  // namespace kvc::cli::testing
