@@ -279,13 +279,25 @@ void AddEntryCommands(CLI::App& app, Commands& commands) {
   del->add_option("--day", d->day, "Day of the entry. Example: --day 12")->required();
   commands.push_back(
       {del, [d](const RunContext& ctx) {
-         const int32_t entry = ParseInt("ENTRY", d->entry, 1, 999999999);
+         const int32_t requested = ParseInt("ENTRY", d->entry, 1, 999999999);
          const int32_t month = ParseMonth("--month", d->month);
-         const std::string day = ParseDay("--day", d->day);
+         std::string day = ParseDay("--day", d->day);
          Session session(ctx.options, ctx.trace);
-         if (!session.EntryExists(month, entry, std::stoi(day)))
+         if (!session.EntryExists(month, requested, std::stoi(day)))
            throw std::runtime_error(
-               fmt::format("there is no entry {} on day {} of month {}", entry, day, month));
+               fmt::format("there is no entry {} on day {} of month {}", requested, day, month));
+         // The module deletes the selected entry with the entries generated
+         // from it; selected on its generated half, it would leave the other
+         // half standing and the journal unbalanced. The pair goes whole.
+         int32_t entry = requested;
+         if (const auto origin = session.EntryOrigin(month, requested)) {
+           entry = origin->lancamento;
+           day = fmt::format("{:02}", origin->dia);
+           std::cerr << fmt::format(
+               "kvctb: entry {} was generated from entry {} (day {} of month {}); deleting entry "
+               "{} and every entry generated from it\n",
+               requested, entry, day, month, entry);
+         }
          session.Module().ExcluiLancamentoSelecionado(entry, std::to_string(month), day,
                                                       &session.Progress());
          if (session.EntryExists(month, entry))

@@ -34,6 +34,11 @@ constexpr char kSelectEntry[] =
     "select count(*) N from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
     "ANO_MES = :ANO_MES and LANCAMENTO = :LANCAMENTO";
 constexpr char kSelectEntryDay[] = " and DIA = :DIA";
+constexpr char kSelectOrigin[] =
+    "select o.LANCAMENTO, o.DIA from CTB_LANCAMENTO l, CTB_LANCAMENTO o where l.EMPRESA = "
+    ":EMPRESA and l.REVENDA = :REVENDA and l.ANO_MES = :ANO_MES and l.LANCAMENTO = :LANCAMENTO "
+    "and o.EMPRESA = l.EMPRESA and o.REVENDA = l.REVENDA and o.ANO_MES = l.ANO_MES and "
+    "o.LANCAMENTO = l.LCO_ORIGEM";
 constexpr char kSelectVersion[] = "select VERSAO from GER_VERSAO_ESTRUTURA";
 // Reads the header and the catalogue of an SQLite file, whatever it holds.
 constexpr char kSelectSqliteCatalogue[] = "select count(*) from sqlite_master";
@@ -314,6 +319,16 @@ std::vector<ChartAccount> Session::Chart() {
                      row.at(1).IsNull() ? "" : Trimmed(row.at(1).AsString()),
                      Trimmed(row.at(2).AsString())});
   return chart;
+}
+
+std::optional<Session::EntryRef> Session::EntryOrigin(int32_t ano_mes, int32_t lancamento) {
+  db::BoundParams params = CompanyParams(options_);
+  params.push_back({"ANO_MES", db::Value(ano_mes)});
+  params.push_back({"LANCAMENTO", db::Value(lancamento)});
+  const auto rows = traced_->Query(kSelectOrigin, params).rows;
+  if (rows.empty() || rows.at(0).at(0).AsInteger() == lancamento) return std::nullopt;
+  return EntryRef{static_cast<int32_t>(rows.at(0).at(0).AsInteger()),
+                  static_cast<int32_t>(rows.at(0).at(1).AsInteger())};
 }
 
 bool Session::EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia) {

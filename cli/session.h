@@ -104,6 +104,13 @@ class Session {
   std::vector<ChartAccount> Chart();
   // The server's message for the last commit it refused, or "".
   const std::string& LastCommitError() const { return signal_safe_->LastCommitError(); }
+  // The entry an entry was generated from (its LCO_ORIGEM), when it was
+  // generated from one that stands in the same month; nullopt otherwise.
+  struct EntryRef {
+    int32_t lancamento;
+    int32_t dia;
+  };
+  std::optional<EntryRef> EntryOrigin(int32_t ano_mes, int32_t lancamento);
   // Whether an entry exists (on day `dia` when it is not -1).
   bool EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia = -1);
 

@@ -1,6 +1,7 @@
-// What kvctb refuses so that the books stay whole, beyond bad input: a file
-// posted twice. Each refusal exits 1 before anything is written and leaves
-// the database file byte for byte as it was.
+// What kvctb does so that the books stay whole, beyond refusing bad input:
+// a file posted twice is stopped, and the deletion of half a pair deletes
+// the pair. Each refusal exits 1 before anything is written and leaves the
+// database file byte for byte as it was.
 //
 // The commands run as whole processes on a copy of the small books
 // (DirectoryWithSmallBooks), which hold the two records of TwoRecords()
@@ -17,7 +18,7 @@
 namespace kvc::cli::testing {
 namespace {
 
-class RefusalsTest : public ::testing::Test {
+class BooksStayWholeTest : public ::testing::Test {
  protected:
   void SetUp() override {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
@@ -39,11 +40,24 @@ class RefusalsTest : public ::testing::Test {
         .AsInteger();
   }
 
+  // Debits minus credits of the whole journal, in cents.
+  long long Imbalance() {
+    return db::Connect("sqlite:" + db_)
+        ->Query(
+            "select coalesce(sum(case when NATUREZA = 'D' then cast(round(VAL_LANCAMENTO * "
+            "100) as integer) else -cast(round(VAL_LANCAMENTO * 100) as integer) end), 0) "
+            "from CTB_LANCAMENTO",
+            {})
+        .rows.at(0)
+        .at(0)
+        .AsInteger();
+  }
+
   std::string dir_;
   std::string db_;
 };
 
-TEST_F(RefusalsTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
+TEST_F(BooksStayWholeTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
   WriteFile(dir_ + "/entries.txt", TwoRecords());
   const std::string before = ReadFile(db_);
   const RunResult r = Run({"post", "entries.txt", "--document", "1"});
@@ -62,7 +76,7 @@ TEST_F(RefusalsTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
   EXPECT_EQ(Entries(), 8);
 }
 
-TEST_F(RefusalsTest, AnotherDocumentIsNotADuplicate) {
+TEST_F(BooksStayWholeTest, AnotherDocumentIsNotADuplicate) {
   WriteFile(dir_ + "/entries.txt", TwoRecords());
   const RunResult r = Run({"post", "entries.txt", "--document", "2"});
   EXPECT_EQ(r.exit_code, 0) << r.err;
@@ -80,7 +94,7 @@ TEST_F(RefusalsTest, AnotherDocumentIsNotADuplicate) {
 
 // A journal entry answers for one record only: a file that holds a record
 // twice, posted once before, has one duplicate, on its first line.
-TEST_F(RefusalsTest, EachEntryAnswersForOneRecord) {
+TEST_F(BooksStayWholeTest, EachEntryAnswersForOneRecord) {
   const std::string first_record = TwoRecords().substr(0, TwoRecords().find('\n') + 1);
   WriteFile(dir_ + "/entries.txt", first_record + first_record);
   const RunResult r = Run({"post", "entries.txt", "--document", "1"});
@@ -91,6 +105,31 @@ TEST_F(RefusalsTest, EachEntryAnswersForOneRecord) {
             "entries.txt: nothing of the file was posted; to post these records again, give "
             "--allow-duplicates\n");
   EXPECT_EQ(Entries(), 4);
+}
+
+// The small books hold entry 1 (3.1.1.01, credit) and entry 2 (1.1.1.01,
+// debit, generated from entry 1), then entries 3 and 4 alike.
+TEST_F(BooksStayWholeTest, DeletingTheGeneratedHalfDeletesThePair) {
+  ASSERT_EQ(Imbalance(), 0);
+  const RunResult r = Run({"delete-entry", "2", "--month", "202406", "--day", "15"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.err,
+            "kvctb: entry 2 was generated from entry 1 (day 15 of month 202406); deleting entry 1 "
+            "and every entry generated from it\n");
+  EXPECT_EQ(r.out,
+            "entry  month   deleted\n"
+            "-----  ------  -------\n"
+            "    1  202406  yes\n");
+  EXPECT_EQ(Entries(), 2);
+  EXPECT_EQ(Imbalance(), 0);
+}
+
+TEST_F(BooksStayWholeTest, DeletingAnEntryThatDoesNotExistIsAnError) {
+  const std::string before = ReadFile(db_);
+  const RunResult r = Run({"delete-entry", "9", "--month", "202406", "--day", "15"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err, "kvctb: error: there is no entry 9 on day 15 of month 202406\n");
+  EXPECT_TRUE(ReadFile(db_) == before);
 }
 
 }  // namespace
