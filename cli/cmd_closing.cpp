@@ -74,6 +74,7 @@ int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
   if (session.AccountLevel(account) != std::optional<std::string>("A"))
     throw std::runtime_error(
         fmt::format("the result account {} is not an analytic account of the chart", account));
+  if (o.confirm) EnsureBookNumbering(session);
   std::string credito, debito, diferenca, mensagem;
   const bool ok = session.Module().ApuraResultado(
       month, year, day, history, account, o.current_year, credito, debito, diferenca, mensagem,

@@ -4,12 +4,14 @@
 #include <cmath>
 #include <iostream>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include "accounting/entries/registro_interface.h"
+#include "cli/closed_periods.h"
 #include "cli/commands.h"
 #include "cli/record.h"
 #include "cli/validate.h"
@@ -24,6 +26,7 @@ struct PostOptions {
   bool code_in_account = false;
   bool dry_run = false;
   bool allow_duplicates = false;
+  bool reopen = false;
 };
 
 // The entries of a month with a document number (or none), for the
@@ -166,6 +169,35 @@ void CheckDuplicates(Session& session, const std::string& file,
       "nothing of the file was posted; to post these records again, give --allow-duplicates");
 }
 
+// Refuses the file when a record is dated in a closed period, unless
+// `reopen`; returns the closed dates it will post on (for the reminder of
+// what to run again).
+std::set<std::chrono::year_month_day> CheckClosedPeriods(const ClosedPeriods& closed,
+                                                         const std::string& file,
+                                                         const std::vector<NumberedRecord>& records,
+                                                         bool reopen) {
+  std::set<std::chrono::year_month_day> reopened;
+  FileProblems problems(file);
+  for (const NumberedRecord& r : records) {
+    const RegistroInterface reg = LeRegistro(r.text);
+    const auto date = EntryDate(std::stoi(reg.ano_mes), std::stoi(reg.dia));
+    const std::string why = closed.Why(date);
+    if (why.empty()) continue;
+    if (reopen)
+      reopened.insert(date);
+    else
+      problems.Add(r.line, why + "; give --reopen to post there all the same");
+  }
+  problems.RaiseIfAny("nothing of the file was posted");
+  return reopened;
+}
+
+// The reminders of what to run again after changes in closed periods.
+void PrintRunAgain(const ClosedPeriods& closed,
+                   const std::set<std::chrono::year_month_day>& reopened) {
+  for (const std::string& line : closed.RunAgain(reopened)) std::cerr << "kvctb: " << line << "\n";
+}
+
 int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   CheckedText("FILE", o.file, 4096);
   const std::string document =
@@ -181,6 +213,8 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   CheckAccounts(session, o.file, records, code_in_account);
   if (!o.allow_duplicates)
     CheckDuplicates(session, o.file, records, code_in_account, erp, document);
+  const ClosedPeriods closed(session);
+  const auto reopened = CheckClosedPeriods(closed, o.file, records, o.reopen);
   TddmContabilidadeBD& dm = session.Module();
   const std::string empresa = std::to_string(ctx.options.empresa);
   const std::string revenda = std::to_string(ctx.options.revenda);
@@ -219,6 +253,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
         fmt::format("dry run: {} records would be posted; nothing was written", records.size()));
   } else {
     CommitTransaction(session, "the entries");
+    PrintRunAgain(closed, reopened);
     out.single = true;
     out.columns = {"file", "records", "entries"};
     out.rows.push_back(
@@ -252,6 +287,10 @@ void AddPost(CLI::App& app, Commands& commands, bool erp) {
                   "The account fields carry a 5-character division code in front.");
   sub->add_flag("--dry-run", o->dry_run,
                 "Post, report what would have been posted, and roll back.");
+  sub->add_flag("--reopen", o->reopen,
+                "Post records dated in a closed period (on or before the last result\n"
+                "calculation, or in a year already closed); kvctb then says which closing\n"
+                "to run again.");
   sub->add_flag("--allow-duplicates", o->allow_duplicates,
                 "Post records that already stand in the journal (same month, day, accounts,\n"
                 "amount and document); without it such a file is refused.");
@@ -266,6 +305,7 @@ void AddEntryCommands(CLI::App& app, Commands& commands) {
 
   struct DeleteOptions {
     std::string entry, month, day;
+    bool reopen = false;
   };
   auto d = std::make_shared<DeleteOptions>();
   CLI::App* del = app.add_subcommand(
@@ -277,6 +317,9 @@ void AddEntryCommands(CLI::App& app, Commands& commands) {
   del->add_option("--month", d->month, "Month of the entry, YYYYMM. Example: --month 202403")
       ->required();
   del->add_option("--day", d->day, "Day of the entry. Example: --day 12")->required();
+  del->add_flag("--reopen", d->reopen,
+                "Delete an entry dated in a closed period; kvctb then says which closing to\n"
+                "run again.");
   commands.push_back(
       {del, [d](const RunContext& ctx) {
          const int32_t requested = ParseInt("ENTRY", d->entry, 1, 999999999);
@@ -298,11 +341,19 @@ void AddEntryCommands(CLI::App& app, Commands& commands) {
                "{} and every entry generated from it\n",
                requested, entry, day, month, entry);
          }
+         const ClosedPeriods closed(session);
+         const auto date = EntryDate(month, std::stoi(day));
+         const std::string why = closed.Why(date);
+         if (!why.empty() && !d->reopen)
+           throw std::runtime_error(fmt::format(
+               "entry {} cannot be deleted: {}; give --reopen to delete it all the same", entry,
+               why));
          session.Module().ExcluiLancamentoSelecionado(entry, std::to_string(month), day,
                                                       &session.Progress());
          if (session.EntryExists(month, entry))
            throw std::runtime_error(fmt::format(
                "entry {} was not deleted (the module rolled the deletion back)", entry));
+         if (!why.empty()) PrintRunAgain(closed, {date});
          Output out;
          out.single = true;
          out.columns = {"entry", "month", "deleted"};

@@ -30,6 +30,7 @@ int RunInit(const RunContext& ctx, bool demo) {
   if (db::SchemaExists(c))
     throw std::runtime_error("the database already has the accounting schema");
   db::CreateSchema(c);
+  if (!demo) EnsureBookNumbering(session);
   session.Progress().Status("schema created");
   Output out;
   out.single = true;

@@ -39,6 +39,11 @@ constexpr char kSelectOrigin[] =
     ":EMPRESA and l.REVENDA = :REVENDA and l.ANO_MES = :ANO_MES and l.LANCAMENTO = :LANCAMENTO "
     "and o.EMPRESA = l.EMPRESA and o.REVENDA = l.REVENDA and o.ANO_MES = l.ANO_MES and "
     "o.LANCAMENTO = l.LCO_ORIGEM";
+// The row that keeps the date of the last result calculation.
+constexpr char kCountBookNumbering[] =
+    "select count(*) from FAT_NUMERACAO_LIVROS where EMPRESA = :EMPRESA and REVENDA = :REVENDA";
+constexpr char kInsertBookNumbering[] =
+    "insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA) values (:EMPRESA, :REVENDA)";
 constexpr char kSelectVersion[] = "select VERSAO from GER_VERSAO_ESTRUTURA";
 // Reads the header and the catalogue of an SQLite file, whatever it holds.
 constexpr char kSelectSqliteCatalogue[] = "select count(*) from sqlite_master";
@@ -269,6 +274,12 @@ Session::Session(const GlobalOptions& options, std::ostream* trace, bool require
           version->empty() ? "(none recorded)" : *version, kVersaoEstrutura));
     Bind();
   }
+}
+
+void EnsureBookNumbering(Session& session) {
+  const db::BoundParams params = CompanyParams(session.Options());
+  if (session.Connection().Query(kCountBookNumbering, params).rows.at(0).at(0).AsInteger() == 0)
+    session.Connection().Execute(kInsertBookNumbering, params);
 }
 
 void CommitTransaction(Session& session, const std::string& what) {

@@ -132,6 +132,14 @@ class Session {
 // damaged file. Empty for any other error text.
 std::string DatabaseConditionHint(const std::string& message);
 
+// Creates the company and dealership's row of FAT_NUMERACAO_LIVROS, with no
+// date, when there is none; committed on its own. The result calculation
+// records its closing date by updating that row: without it (a company set
+// up by kvctb alone) the date would be lost, and the next calculation would
+// close the same movement again. The module reads a row without a date as
+// "never calculated".
+void EnsureBookNumbering(Session& session);
+
 // Commits the module's transaction, or throws std::runtime_error saying that
 // `what` could not be committed and what the server answered.
 void CommitTransaction(Session& session, const std::string& what);

@@ -8,6 +8,7 @@
 // posted as document 1.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -130,6 +131,122 @@ TEST_F(BooksStayWholeTest, DeletingAnEntryThatDoesNotExistIsAnError) {
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err, "kvctb: error: there is no entry 9 on day 15 of month 202406\n");
   EXPECT_TRUE(ReadFile(db_) == before);
+}
+
+// ---- closed periods ----------------------------------------------------------------
+
+// A record of 7.00 on 1 July 2024, from 1.1.1.01 to 3.1.1.01.
+std::string LateRecord() {
+  kvc::testing::RegistroCampos c;
+  c.yymm = "2407";
+  c.dia = "01";
+  c.historico = "AJUSTE";
+  c.conta1 = "1.1.1.01";
+  c.conta2 = "3.1.1.01";
+  c.centavos = 700;
+  return kvc::testing::Registro(c) + "\n";
+}
+
+// The carried-forward rows of every account, per account and per division
+// combination (without the surrogate sequence of the latter).
+std::vector<std::string> CarriedForward(const std::string& db) {
+  std::vector<std::string> rows;
+  auto c = db::Connect("sqlite:" + db);
+  for (const char* sql :
+       {"select CONTA, ANO, SALDO from CTB_SALDO_ANTERIOR order by CONTA, ANO",
+        "select CONTA, ANO, CENTRO_CUSTO, FONTE, CATEGORIA, REVENDA_DIVISAO, SALDO from "
+        "CTB_SALDO_ANTERIOR_DIVISAO order by CONTA, ANO, CENTRO_CUSTO, FONTE, CATEGORIA, "
+        "REVENDA_DIVISAO"}) {
+    for (const auto& row : c->Query(sql, {}).rows) {
+      std::string text;
+      for (const auto& v : row) text += (v.IsNull() ? "null" : v.AsString()) + "|";
+      rows.push_back(text);
+    }
+  }
+  return rows;
+}
+
+TEST_F(BooksStayWholeTest, PostingInAClosedYearIsRefusedUnlessReopened) {
+  ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
+  WriteFile(dir_ + "/late.txt", LateRecord());
+  const std::string before = ReadFile(db_);
+  const RunResult r = Run({"post", "late.txt"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "late.txt:1: 2024-07-01 is in a closed year: the annual closing has been run up to "
+            "2024 (its carried-forward balances exist); give --reopen to post there all the "
+            "same\n"
+            "late.txt: nothing of the file was posted\n");
+  EXPECT_TRUE(ReadFile(db_) == before);
+
+  const RunResult reopened = Run({"post", "late.txt", "--reopen"});
+  EXPECT_EQ(reopened.exit_code, 0) << reopened.err;
+  EXPECT_EQ(reopened.err,
+            "kvctb: the change reaches a closed year: run its annual closing again: kvctb "
+            "close-year 2024\n");
+  EXPECT_EQ(Entries(), 6);
+}
+
+// The closing run again after a reopened change gives the rows a closing of
+// the corrected books gives.
+TEST_F(BooksStayWholeTest, ClosingAgainAfterAReopenedChangeMatchesAClosingOfTheCorrectedBooks) {
+  WriteFile(dir_ + "/late.txt", LateRecord());
+  ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
+  ASSERT_EQ(Run({"post", "late.txt", "--reopen"}).exit_code, 0);
+  ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
+
+  const std::string corrected = DirectoryWithSmallBooks("corrected_books");
+  WriteFile(corrected + "/late.txt", LateRecord());
+  ASSERT_EQ(
+      RunKvctb({"--db", "sqlite:books.db", "--quiet", "post", "late.txt"}, In(corrected)).exit_code,
+      0);
+  ASSERT_EQ(RunKvctb({"--db", "sqlite:books.db", "--quiet", "close-year", "2024"}, In(corrected))
+                .exit_code,
+            0);
+  const auto expected = CarriedForward(corrected + "/books.db");
+  EXPECT_EQ(CarriedForward(db_), expected);
+  // And the change is in them: 1.1.1.01 carries 128.45 + 7.00.
+  EXPECT_NE(std::find(expected.begin(), expected.end(), "1.1.1.01|2024|135.45|"), expected.end());
+}
+
+TEST_F(BooksStayWholeTest, DeletingInAPeriodClosedByTheResultIsRefusedUnlessReopened) {
+  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
+                 "99", "--result-account", "2.9.1.01", "--confirm"})
+                .exit_code,
+            0);
+  const std::string before = ReadFile(db_);
+  const RunResult r = Run({"delete-entry", "1", "--month", "202406", "--day", "15"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "kvctb: error: entry 1 cannot be deleted: 2024-06-15 is in a closed period: the result "
+            "was calculated up to 2024-06-30; give --reopen to delete it all the same\n");
+  EXPECT_TRUE(ReadFile(db_) == before);
+
+  const RunResult reopened =
+      Run({"delete-entry", "1", "--month", "202406", "--day", "15", "--reopen"});
+  EXPECT_EQ(reopened.exit_code, 0) << reopened.err;
+  EXPECT_EQ(reopened.err,
+            "kvctb: the result calculated up to 2024-06-30 does not include the change, and a new "
+            "close-result starts on the day after it: close the change's result by hand, with an "
+            "entry to the result account\n");
+}
+
+// A company whose FAT_NUMERACAO_LIVROS row is missing (set up by other
+// means than kvctb init) still gets its closing date recorded: the row is
+// created before the calculation.
+TEST_F(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRow) {
+  db::Connect("sqlite:" + db_)->Execute("delete from FAT_NUMERACAO_LIVROS", {});
+  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
+                 "99", "--result-account", "2.9.1.01", "--confirm"})
+                .exit_code,
+            0);
+  const auto rows = db::Connect("sqlite:" + db_)
+                        ->Query("select ANOMES_APURACAO_RESULTADO from FAT_NUMERACAO_LIVROS", {})
+                        .rows;
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows.at(0).at(0).AsString().substr(0, 10), "2024-06-30");
+  const RunResult again = Run({"delete-entry", "1", "--month", "202406", "--day", "15"});
+  EXPECT_EQ(again.exit_code, 1);
 }
 
 }  // namespace

@@ -74,6 +74,10 @@ class SignalsTest : public ::testing::Test {
       const int fd = open(err_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
       dup2(fd, 2);
       try {
+        // The write state is the process's: a kvctb run earlier in this
+        // test process (the fault loops run it in process) may have left it
+        // at committed.
+        ResetWriteState();
         InstallInterruptHandlers();
         auto c = db::Connect("sqlite:" + path_);
         body(*c);
