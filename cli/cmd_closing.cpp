@@ -13,6 +13,14 @@
 namespace kvc::cli {
 namespace {
 
+// The number of rows in the module's serialised error table ("" for none).
+size_t ErrorRowCount(const std::string& erros) {
+  if (erros.empty()) return 0;
+  db::ClientDataSet table("errors");
+  table.LoadFromString(erros);
+  return table.RecordCount();
+}
+
 // The rows of an error table (the module's serialised table data, or its
 // error log) as output, every field of the table a column.
 Output ErrorRows(db::ClientDataSet& table) {
@@ -92,7 +100,12 @@ int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
   return kExitOk;
 }
 
-int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std::string& errors) {
+// The annual closing runs in one transaction of the tool's own (the module
+// opens none, so its host may). A closing that met error rows wrote only part
+// of the year's balances: it is rolled back, so the previous closing stays
+// whole, unless the user asks to keep the part.
+int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std::string& errors,
+                 bool keep_partial) {
   const std::string year = ParseYear("YEAR", year_text);
   if (!errors.empty()) CheckedText("--errors", errors, 4096);
   Session session(ctx.options, ctx.trace);
@@ -107,7 +120,8 @@ int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std:
       failure = e.what();
       return false;
     }
-    return !session.Progress().ErrorReceived();
+    if (session.Progress().ErrorReceived()) return false;
+    return keep_partial || ErrorRowCount(erros) == 0;
   });
   db::ClientDataSet table("errors");
   if (!erros.empty()) table.LoadFromString(erros);
@@ -125,6 +139,11 @@ int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std:
   if (session.Progress().ErrorReceived())
     throw std::runtime_error(fmt::format("the annual closing of {} was refused", year));
   PrintOutput(ctx.options, out);
+  if (!out.rows.empty() && !keep_partial)
+    throw std::runtime_error(fmt::format(
+        "the annual closing of {} met {} error row{} and was rolled back: the carried-forward "
+        "balances are as they were (--keep-partial keeps what a closing with errors wrote)",
+        year, out.rows.size(), out.rows.size() == 1 ? "" : "s"));
   if (!out.rows.empty()) {
     session.Progress().Status(
         fmt::format("year {} closed with {} error rows", year, out.rows.size()));
@@ -214,18 +233,24 @@ void AddClosingCommands(CLI::App& app, Commands& commands) {
   struct YearOptions {
     std::string year, errors;
     bool by_division = false;
+    bool keep_partial = false;
   };
   auto y = std::make_shared<YearOptions>();
   CLI::App* cy = app.add_subcommand(
       "close-year",
       "The annual closing (EncerramentoAnual): rewrites the year's carried-forward\n"
-      "balances. Error rows are printed as a table (exit code 3).\n"
+      "balances, in one transaction. When a statement fails, its error rows are printed\n"
+      "and the whole closing is rolled back (exit code 1), leaving the previous one intact.\n"
       "Example: kvctb close-year 2023 --errors errors.json");
   cy->add_option("YEAR", y->year, "The year, YYYY. Example: 2023")->required();
   cy->add_option("--errors", y->errors,
                  "Also save the error rows as JSON in FILE. Example: --errors errors.json");
-  commands.push_back(
-      {cy, [y](const RunContext& ctx) { return RunCloseYear(ctx, y->year, y->errors); }});
+  cy->add_flag("--keep-partial", y->keep_partial,
+               "Commit what a closing with error rows wrote (exit code 3) instead of rolling\n"
+               "it back.");
+  commands.push_back({cy, [y](const RunContext& ctx) {
+                        return RunCloseYear(ctx, y->year, y->errors, y->keep_partial);
+                      }});
 
   auto ru = std::make_shared<YearOptions>();
   CLI::App* rollup = app.add_subcommand(

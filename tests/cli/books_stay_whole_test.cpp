@@ -249,5 +249,31 @@ TEST_F(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRo
   EXPECT_EQ(again.exit_code, 1);
 }
 
+// ---- a closing with errors --------------------------------------------------------
+
+TEST_F(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
+  ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
+  const auto first = CarriedForward(db_);
+  WriteFile(dir_ + "/late.txt", LateRecord());
+  ASSERT_EQ(Run({"post", "late.txt", "--reopen"}).exit_code, 0);
+  db::Connect("sqlite:" + db_)
+      ->Execute(
+          "create trigger block_insert before insert on CTB_SALDO_ANTERIOR when new.CONTA = "
+          "'3.1.1.01' begin select raise(fail, 'blocked by the test'); end",
+          {});
+  const RunResult r = Run({"--format", "csv", "close-year", "2024"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_NE(r.out.find("blocked by the test"), std::string::npos) << r.out;
+  EXPECT_EQ(r.err,
+            "kvctb: error: the annual closing of 2024 met 1 error row and was rolled back: the "
+            "carried-forward balances are as they were (--keep-partial keeps what a closing with "
+            "errors wrote)\n");
+  EXPECT_EQ(CarriedForward(db_), first);
+
+  const RunResult kept = Run({"close-year", "2024", "--keep-partial"});
+  EXPECT_EQ(kept.exit_code, 3);
+  EXPECT_NE(CarriedForward(db_), first);
+}
+
 }  // namespace
 }  // namespace kvc::cli::testing

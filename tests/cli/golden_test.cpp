@@ -418,14 +418,27 @@ TEST_F(GoldenTest, CloseYearWritesTheCarriedForwardBalances) {
   EXPECT_EQ(q.err, "");
 }
 
-TEST_F(GoldenTest, CloseYearWithFailedInsertsExitsThreeAndSavesTheErrorRows) {
+// By default the closing is rolled back; --keep-partial commits what it
+// wrote and exits 3. Both print and save the error rows.
+TEST_F(GoldenTest, CloseYearWithFailedInsertsRollsBackOrKeepsThePartAndSavesTheErrorRows) {
   Db()->Execute(
       "create trigger block_insert before insert on CTB_SALDO_ANTERIOR when new.CONTA = "
       "'1.1.1.02' begin select raise(fail, 'blocked by the test'); end",
       {});
-  const RunResult r = Expect("close_year_error_rows",
-                             {"--format", "csv", "close-year", "2023", "--errors", "errors.json"});
+  const std::string closed_before = "select count(*) from CTB_SALDO_ANTERIOR where ANO = 2023";
+  ASSERT_EQ(Count(closed_before), 0);
+  const RunResult rolled_back =
+      Expect("close_year_error_rows",
+             {"--format", "csv", "close-year", "2023", "--errors", "errors.json"});
+  EXPECT_EQ(rolled_back.exit_code, 1);
+  EXPECT_EQ(Count(closed_before), 0);
+  EXPECT_EQ(nlohmann::json::parse(ReadFile(dir_ + "/errors.json")).size(), 1u);
+
+  const RunResult r = Expect(
+      "close_year_keep_partial",
+      {"--format", "csv", "close-year", "2023", "--errors", "errors.json", "--keep-partial"});
   EXPECT_EQ(r.exit_code, 3);
+  EXPECT_GT(Count(closed_before), 0);
   const auto rows = nlohmann::json::parse(ReadFile(dir_ + "/errors.json"));
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_NE(rows[0]["SQL"].get<std::string>().find("1.1.1.02"), std::string::npos);
