@@ -48,7 +48,8 @@ int RunKvctb(int argc, char** argv) {
   ResetWriteState();
   CLI::App app(kDescription, "kvctb");
   app.require_subcommand(1);
-  app.fallthrough(false);
+  // Global options are accepted after the command too (kvctb balance 1 --format json).
+  app.fallthrough(true);
   GlobalOptions globals;
   app.add_option("--db", globals.db,
                  "Database URL: sqlite:PATH, firebird://USER@HOST[:PORT]/PATH,\n"
@@ -73,6 +74,10 @@ int RunKvctb(int argc, char** argv) {
                  "Write every statement sent to the server to FILE, one JSON object a line\n"
                  "with the keys \"sql\" and \"params\". Example: --trace-sql trace.jsonl");
   app.add_flag("--quiet", globals.quiet, "No status lines or progress on standard error.");
+  app.add_option("--busy-timeout", globals.busy_timeout,
+                 "Seconds an SQLite command waits for another program writing to the same\n"
+                 "database before it gives up (nothing written). Example: --busy-timeout 120")
+      ->capture_default_str();
 
   Commands commands;
   AddSetupCommands(app, commands);
@@ -116,12 +121,12 @@ int RunKvctb(int argc, char** argv) {
   } catch (const kvc::db::DatabaseError& e) {
     std::cerr << "kvctb: error: " << e.what() << "\n";
     if (!e.Sql().empty() && !globals.quiet) std::cerr << "kvctb: statement: " << e.Sql() << "\n";
-    const std::string hint = DatabaseConditionHint(e.what());
+    const std::string hint = DatabaseConditionHint(e.what(), globals.busy_seconds);
     if (!hint.empty()) std::cerr << fmt::format("kvctb: {}; {}\n", hint, WhatWasKept());
     return kExitFailed;
   } catch (const std::exception& e) {
     std::cerr << "kvctb: error: " << e.what() << "\n";
-    const std::string hint = DatabaseConditionHint(e.what());
+    const std::string hint = DatabaseConditionHint(e.what(), globals.busy_seconds);
     if (!hint.empty()) std::cerr << fmt::format("kvctb: {}; {}\n", hint, WhatWasKept());
     return kExitFailed;
   }

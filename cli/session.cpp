@@ -17,6 +17,7 @@
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
 #include "accounting/db/schema.h"
+#include "accounting/db/sql_format.h"
 #include "accounting/services/service_libraries.h"
 #include "cli/signals.h"
 #include "cli/validate.h"
@@ -80,6 +81,7 @@ void GlobalOptions::Check() {
   empresa = ParseInt("--company", company, 0, 999999999);
   revenda = ParseInt("--dealership", dealership, 0, 999999999);
   usuario = ParseInt("--user", user, 0, 999999999);
+  busy_seconds = ParseInt("--busy-timeout", busy_timeout, 0, 3600);
   if (format == "table")
     output_format = Format::kTable;
   else if (format == "csv")
@@ -200,16 +202,27 @@ namespace {
 // empty), or nullopt when it has no accounting schema. A file that SQLite
 // cannot read as a database is an error, not a database without the schema:
 // `kvctb init` would fail on it too.
+// Whether a server error says that another connection holds the lock
+// (SQLite after its busy timeout).
+bool Busy(const std::string& message) {
+  return message.find("database is locked") != std::string::npos ||
+         message.find("database is busy") != std::string::npos;
+}
+
+// A database held by another program past the busy timeout is reported as
+// busy (with what to do), never as missing its schema or as not a database.
 std::optional<std::string> StructureVersion(db::Connection& c, const std::string& sqlite_path) {
   try {
     const auto rows = c.Query(kSelectVersion, {}).rows;
     return rows.empty() || rows.at(0).at(0).IsNull() ? "" : Trimmed(rows.at(0).at(0).AsString());
-  } catch (const db::DatabaseError&) {
+  } catch (const db::DatabaseError& e) {
+    if (Busy(e.what())) throw;
     if (sqlite_path.empty()) return std::nullopt;
   }
   try {
     c.Query(kSelectSqliteCatalogue, {});
-  } catch (const db::DatabaseError&) {
+  } catch (const db::DatabaseError& e) {
+    if (Busy(e.what())) throw;
     throw std::runtime_error(fmt::format(
         "'{}' is not an SQLite database file, or it is damaged: check the --db path; nothing was "
         "read or written",
@@ -220,11 +233,13 @@ std::optional<std::string> StructureVersion(db::Connection& c, const std::string
 
 }  // namespace
 
-std::string DatabaseConditionHint(const std::string& message) {
+std::string DatabaseConditionHint(const std::string& message, int32_t busy_seconds) {
   auto has = [&](const char* text) { return message.find(text) != std::string::npos; };
-  if (has("database is locked") || has("database is busy"))
-    return "another program kept the database busy for too long: run the command again when "
-           "that program has finished";
+  if (Busy(message))
+    return fmt::format(
+        "the database is locked: another program held it for longer than the {} s kvctb waits "
+        "(--busy-timeout); run the command again when that program has finished",
+        busy_seconds);
   if (has("readonly database"))
     return "the database file is read-only for this user: make it writable, or work on a "
            "writable copy";
@@ -247,6 +262,10 @@ Session::Session(const GlobalOptions& options, std::ostream* trace, bool require
         fmt::format("database '{}' does not exist (create it with: kvctb init)", path));
   const char* password = std::getenv("KVCTB_PASSWORD");
   raw_ = db::Connect(options.db, password ? password : "");
+  // The connection's own setting, as the connection layer makes it (30 s).
+  if (!path.empty() && options.busy_seconds != 30)
+    raw_->Execute("pragma busy_timeout = " + sql::Integer(int64_t{options.busy_seconds} * 1000),
+                  {});
   signal_safe_ = std::make_unique<SignalSafeConnection>(*raw_);
   traced_ = std::make_unique<db::TracingConnection>(*signal_safe_);
   if (trace) {

@@ -32,11 +32,13 @@ struct GlobalOptions {
   std::string format = "table";
   std::string trace_sql;
   bool quiet = false;
+  std::string busy_timeout = "30";
 
   // Filled by Check().
   int32_t empresa = 1;
   int32_t revenda = 1;
   int32_t usuario = 1;
+  int32_t busy_seconds = 30;  // how long an SQLite command waits for another writer
   Format output_format = Format::kTable;
   // The canonical server-type name, or empty to take the connection's.
   std::string tipo_banco;
@@ -130,7 +132,8 @@ class Session {
 // than the command's input: another program holding the lock past the busy
 // timeout, a read-only file or directory, a full disk or file-size limit, a
 // damaged file. Empty for any other error text.
-std::string DatabaseConditionHint(const std::string& message);
+// `busy_seconds` is the wait that ran out, for the busy case.
+std::string DatabaseConditionHint(const std::string& message, int32_t busy_seconds = 30);
 
 // Creates the company and dealership's row of FAT_NUMERACAO_LIVROS, with no
 // date, when there is none; committed on its own. The result calculation

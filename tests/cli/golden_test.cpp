@@ -132,6 +132,14 @@ TEST_F(GoldenTest, UsageErrorsExitWithTwo) {
 
 // ---- init and chart-import ---------------------------------------------------------
 
+TEST_F(GoldenTest, GlobalOptionsAreAcceptedAfterTheCommand) {
+  const RunResult before = Run({"--format", "json", "balance", "1.1.1.01", "--month", "202406"});
+  const RunResult after = Run({"balance", "1.1.1.01", "--month", "202406", "--format", "json"});
+  EXPECT_EQ(after.exit_code, 0) << after.err;
+  EXPECT_EQ(after.out, before.out);
+  EXPECT_EQ(Json(after).is_object() || Json(after).is_array(), true);
+}
+
 TEST_F(GoldenTest, InitCreatesTheSchemaAndRefusesASecondTime) {
   const std::string dir = NewDirectory("init_empty");
   const RunResult r = RunKvctb({"--db", "sqlite:new.db", "init"}, In(dir));

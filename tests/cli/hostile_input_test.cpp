@@ -298,6 +298,23 @@ TEST_F(HostileInputTest, WrongPassword) {
   EXPECT_EQ(r.err.find("not-the-password"), std::string::npos);
 }
 
+// Another program holds the write lock past the wait: reported as locked,
+// with the wait, not as a database without its schema.
+TEST_F(HostileInputTest, DatabaseLockedByAnotherProgram) {
+  auto holder = db::Connect("sqlite:" + db_);
+  holder->Execute("begin exclusive", {});
+  const RunResult r = Run({"--busy-timeout", "1", "balance", "3", "--month", "202406"});
+  holder->Execute("rollback", {});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "kvctb: error: sqlite3_statement_backend::prepare: database is locked\n"
+            "kvctb: the database is locked: another program held it for longer than the 1 s "
+            "kvctb waits (--busy-timeout); run the command again when that program has finished; "
+            "nothing of this command was written\n");
+  EXPECT_EQ(r.out, "");
+  ExpectDatabaseAsItWas();
+}
+
 TEST_F(HostileInputTest, DatabaseOfAnotherStructureVersion) {
   // The version an older installation holds.
   db::Connect("sqlite:" + db_)->Execute("update GER_VERSAO_ESTRUTURA set VERSAO = '1.00'", {});
