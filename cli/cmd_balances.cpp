@@ -62,6 +62,32 @@ Filters CheckFilters(const FilterOptions& o) {
   return f;
 }
 
+// The commands with --by-division read the division values only in that
+// mode; without it they give the whole account's figure and the module
+// ignores the division filters (all but the dealership exclusion, and the
+// SPED marker of --modality, which adds the second book). A filter the
+// command would ignore is a usage error, so that nobody reads a total as a
+// cost centre's.
+void RequireByDivisionForDivisionFilters(const FilterOptions& o) {
+  if (o.by_division) return;
+  const std::pair<const char*, const std::string*> filters[] = {
+      {"--cost-centre", &o.cost_centre},
+      {"--source", &o.source},
+      {"--category", &o.category},
+      {"--workshop-section", &o.workshop_section},
+      {"--division-dealership", &o.division_dealership},
+      {"--item-type", &o.item_type}};
+  for (const auto& [option, value] : filters)
+    if (!value->empty())
+      throw UsageError(option,
+                       "takes effect only with --by-division (without it the command gives the "
+                       "whole account's figure)");
+  if (!o.modality.empty() && o.modality != "SPED")
+    throw UsageError("--modality",
+                     "takes effect only with --by-division, or as SPED (which adds the second "
+                     "book)");
+}
+
 void AddFilterOptions(CLI::App* sub, FilterOptions& o, unsigned set) {
   if (set & kSingles) {
     sub->add_option("--cost-centre", o.cost_centre,
@@ -186,6 +212,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          const int32_t to = ParseMonth("--to", m->to);
          if (to < from) throw UsageError("--to", "before --from");
          const Filters f = CheckFilters(m->filters);
+         RequireByDivisionForDivisionFilters(m->filters);
          Session session(ctx.options, ctx.trace);
          RequireAnalytic(session, conta);
          const double v = session.Module().CalculaMovimentoContaAnaliticaPeriodo(
@@ -244,6 +271,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
                         const std::string conta = ParseAccount("ACCOUNT", op->account);
                         const int32_t month = ParseMonth("--month", op->month);
                         const Filters f = CheckFilters(op->filters);
+                        RequireByDivisionForDivisionFilters(op->filters);
                         Session session(ctx.options, ctx.trace);
                         RequireAnalytic(session, conta);
                         const double v = session.Module().CalculaSaldoAnteriorContaAnalitica(

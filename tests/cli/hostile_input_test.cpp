@@ -255,6 +255,18 @@ TEST_F(HostileInputTest, QuoteAndCommentMarkerInAnOption) {
       "separated by commas, such as 3,7)\n");
 }
 
+// Without --by-division the movement is the whole account's: a cost centre
+// given there would be ignored.
+TEST_F(HostileInputTest, FilterTheCommandWouldIgnore) {
+  ExpectRefused(
+      Run({"movement", "3.1.1.01", "--from", "202401", "--to", "202406", "--cost-centre", "2"}), 2,
+      "kvctb: --cost-centre: takes effect only with --by-division (without it the command gives "
+      "the whole account's figure)\n");
+  ExpectRefused(Run({"opening", "1.1.1.01", "--month", "202407", "--modality", "V"}), 2,
+                "kvctb: --modality: takes effect only with --by-division, or as SPED (which adds "
+                "the second book)\n");
+}
+
 // ---- the database ----------------------------------------------------------------------
 
 TEST_F(HostileInputTest, UnreachableServer) {
