@@ -1,6 +1,7 @@
 // The set-up commands: init (the schema, optionally the demo company) and
 // chart-import (a chart of accounts from a CSV file, all or nothing).
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +11,10 @@
 
 #include <fmt/format.h>
 
+#include "accounting/db/backends/backend_hooks.h"
+#include "accounting/db/connection.h"
+#include "accounting/db/database_url.h"
+#include "accounting/db/error.h"
 #include "accounting/db/schema.h"
 #include "cli/chart.h"
 #include "cli/commands.h"
@@ -24,7 +29,25 @@ constexpr char kInsertConta[] =
     "LANCAMENTO_DIVIDIDO, DES_CONTA) values (:EMPRESA, :REVENDA, :CONTA, :CONTA_SUPERIORA, "
     ":NIVEL, :NIVEL_DIVISAO, :LANCAMENTO_DIVIDIDO, :DES_CONTA)";
 
+// init makes a Firebird database that does not exist yet, as it makes an
+// SQLite file: the server answers a connection to a missing file with an
+// I/O error, which would send the user to find out how to create one.
+void CreateMissingFirebirdDatabase(const GlobalOptions& options) {
+  const char* password = std::getenv("KVCTB_PASSWORD");
+  const db::DatabaseUrl url = db::ParseDatabaseUrl(options.db, password ? password : "");
+  if (url.kind != db::ServerKind::kFirebird) return;
+  try {
+    db::Connect(options.db, password ? password : "");
+    return;
+  } catch (const db::DatabaseError& e) {
+    if (std::string(e.what()).find("No such file or directory") == std::string::npos) throw;
+  }
+  db::CreateFirebirdDatabase(url.firebird_location, url.user, url.password);
+  if (!options.quiet) std::cerr << "database " << url.display << " created\n";
+}
+
 int RunInit(const RunContext& ctx, bool demo) {
+  CreateMissingFirebirdDatabase(ctx.options);
   Session session(ctx.options, ctx.trace, false);
   db::Connection& c = session.Connection();
   if (db::SchemaExists(c))

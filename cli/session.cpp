@@ -249,6 +249,9 @@ std::string DatabaseConditionHint(const std::string& message, int32_t busy_secon
   if (has("database or disk is full") || has("disk I/O error"))
     return "the disk refused a write (full, or over the process's file-size limit): free some "
            "space and run the command again";
+  if (has("FATAL:  database \"") && has("does not exist"))
+    return "kvctb init creates the tables in a PostgreSQL database that exists: create the "
+           "database first (for example: createdb -h HOST -U USER DBNAME)";
   if (has("database disk image is malformed") || has("file is not a database"))
     return "the database file is damaged: restore it from a backup";
   return "";

@@ -15,6 +15,11 @@ struct DatabaseUrl {
   std::string soci;     // the SOCI connection string
   std::string display;  // the URL without its password, for messages
   ServerKind kind = ServerKind::kSqlite;
+  // Firebird only: where CreateFirebirdDatabase makes the database
+  // ("HOST[/PORT]:PATH"), and the credentials to make it with.
+  std::string firebird_location;
+  std::string user;
+  std::string password;
 };
 
 // Reads `url` as Connect does; a password missing from the URL is taken from

@@ -104,6 +104,9 @@ DatabaseUrl ParseDatabaseUrl(std::string_view url, std::string_view password) {
     p.display =
         "firebird://" + a.user + "@" + a.host + (a.port.empty() ? "" : ":" + a.port) + "/" + a.rest;
     p.kind = ServerKind::kFirebird;
+    p.firebird_location = service;
+    p.user = a.user;
+    p.password = a.password;
   } else if ((url.starts_with("postgresql://") || url.starts_with("postgres://")) &&
              url.find("host=") == std::string_view::npos &&
              url.find("dbname=") == std::string_view::npos) {

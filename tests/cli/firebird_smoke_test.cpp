@@ -28,7 +28,7 @@ TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
     db::DropFirebirdDatabase(location, t.user, t.password);
   } catch (...) {
   }
-  db::CreateFirebirdDatabase(location, t.user, t.password);
+  // init creates the database file, as it creates an SQLite file.
   const std::string url = "firebird://" + t.user + "@" + t.host + "/" + path;
   const std::string dir = NewDirectory("firebird_smoke");
   const std::string sqlite_dir = DirectoryWithDemo("firebird_smoke_sqlite");

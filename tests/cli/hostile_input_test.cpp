@@ -327,6 +327,34 @@ TEST_F(HostileInputTest, DatabaseLockedByAnotherProgram) {
   ExpectDatabaseAsItWas();
 }
 
+// init creates the tables, not a PostgreSQL database: the user reads what
+// must exist first.
+TEST_F(HostileInputTest, PostgresqlDatabaseThatDoesNotExist) {
+  const char* url = std::getenv("KVC_TEST_POSTGRESQL");
+  if (!url || !*url) {
+    const char* require = std::getenv("KVC_REQUIRE_SERVERS");
+    if (require && std::string(require) == "1") FAIL() << "KVC_TEST_POSTGRESQL is required";
+    GTEST_SKIP() << "KVC_TEST_POSTGRESQL not set";
+  }
+  static const std::regex kUrl(R"(postgresql://([^:@/]+):([^@]*)@([^/]*)/.*)");
+  std::smatch m;
+  const std::string given = url;
+  ASSERT_TRUE(std::regex_match(given, m, kUrl)) << given;
+  const std::string missing =
+      "postgresql://" + m[1].str() + "@" + m[3].str() + "/kvctb_no_such_database";
+  const RunResult r =
+      RunKvctb({"--db", missing, "--quiet", "init"}, {dir_, {{"KVCTB_PASSWORD", m[2].str()}}, ""});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_NE(r.err.find("FATAL:  database \"kvctb_no_such_database\" does not exist\n"),
+            std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("\nkvctb: kvctb init creates the tables in a PostgreSQL database that "
+                       "exists: create the database first (for example: createdb -h HOST -U "
+                       "USER DBNAME); nothing of this command was written\n"),
+            std::string::npos)
+      << r.err;
+}
+
 TEST_F(HostileInputTest, DatabaseOfAnotherStructureVersion) {
   // The version an older installation holds.
   db::Connect("sqlite:" + db_)->Execute("update GER_VERSAO_ESTRUTURA set VERSAO = '1.00'", {});
