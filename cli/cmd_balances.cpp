@@ -290,7 +290,8 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
       "trial-balance",
       "Every account of the chart in code order with its parent, level and balance at the\n"
       "end of the month, synthetic accounts as the sums beneath them, answered through the\n"
-      "general (cached) variant of BuscaSaldoConta.\n"
+      "general (cached) variant of BuscaSaldoConta. As a table it ends with the total of the\n"
+      "top-level accounts, zero when the books balance.\n"
       "Example: kvctb --format csv trial-balance --month 202412");
   trial->add_option("--month", t->month, "Month, YYYYMM. Example: --month 202412")->required();
   AddFilterOptions(trial, t->filters, kSingles | kCostCentreList | kBalanceOnly);
@@ -301,6 +302,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          Session session(ctx.options, ctx.trace);
          Output out;
          out.columns = {"account", "parent", "level", "balance"};
+         double roots = 0;
          for (const ChartAccount& a : session.Chart()) {
            double saldo = 0;
            session.Module().BuscaSaldoConta(
@@ -309,7 +311,12 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
                a.nivel, f.centros_custo, saldo, true, f.mensal, f.filtro, f.revendas_desconsiderar);
            out.rows.push_back({a.conta, a.superiora.empty() ? Cell{Null{}} : Cell{a.superiora},
                                a.nivel, Amount{saldo}});
+           if (a.superiora.empty()) roots += saldo;
          }
+         // A table for people ends with the total of the top-level accounts,
+         // zero when the books balance; CSV and JSON stay one row per account.
+         if (ctx.options.output_format == Format::kTable)
+           out.rows.push_back({std::string("total"), Null{}, Null{}, Amount{roots}});
          PrintOutput(ctx.options, out);
          return kExitOk;
        }});

@@ -381,7 +381,12 @@ TEST_F(GoldenTest, TrialBalanceSumsSyntheticAccountsAndBalancesToZero) {
   EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
   for (const auto& [parent, sum] : children_sum) EXPECT_NEAR(balance[parent], sum, 0.005) << parent;
   EXPECT_NEAR(roots, 0.0, 0.005);
-  EXPECT_EQ(r.out.find("\""), std::string::npos);  // no grouping, nothing to quote
+  EXPECT_EQ(r.out.find("\""), std::string::npos);     // no grouping, nothing to quote
+  EXPECT_EQ(r.out.find("total"), std::string::npos);  // CSV: one row per account
+  // The table ends with the total of the top-level accounts.
+  const RunResult table = Run({"trial-balance", "--month", "202412"});
+  static const std::regex kTotal(R"(\ntotal +0\.00\n$)");
+  EXPECT_TRUE(std::regex_search(table.out, kTotal)) << table.out.substr(table.out.size() - 200);
 }
 
 // ---- closing -----------------------------------------------------------------------------
