@@ -29,6 +29,11 @@ class ClosedPeriods {
   // error; empty when every date was open.
   std::vector<std::string> RunAgain(const std::set<std::chrono::year_month_day>& dates) const;
 
+  // The closing date of the last result calculation, if one was run.
+  const std::optional<std::chrono::year_month_day>& ResultCalculatedTo() const {
+    return result_closed_to_;
+  }
+
  private:
   std::optional<std::chrono::year_month_day> result_closed_to_;
   std::optional<int> last_closed_year_;

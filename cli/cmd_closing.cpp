@@ -3,10 +3,12 @@
 // its division form, with the module's error log) and rebuild
 // (RecompoeSaldoAnterior and its division form).
 #include <fstream>
+#include <iostream>
 
 #include <fmt/format.h>
 
 #include "accounting/db/client_dataset.h"
+#include "cli/closed_periods.h"
 #include "cli/commands.h"
 #include "cli/validate.h"
 
@@ -65,10 +67,31 @@ void InTransaction(Session& session, const std::function<bool()>& work) {
   CommitTransaction(session, "the changes");
 }
 
+// A result calculation closes the movement from the day after the last one
+// to its closing date, and records that date. One closing on or before the
+// last date would move it back, and the next calculation would close the
+// movement in between a second time: refused, always. One closing in a
+// year whose annual closing has run changes that year's balances: refused
+// unless reopened.
+void CheckResultClosingDate(Session& session, const std::chrono::year_month_day& closing,
+                            bool reopen) {
+  const ClosedPeriods closed(session);
+  if (const auto& last = closed.ResultCalculatedTo(); last && closing <= *last)
+    throw std::runtime_error(fmt::format(
+        "the result was already calculated up to {}: a calculation closing on {} would move "
+        "that date back, and the next one would close the movement after {} a second time",
+        IsoDate(*last), IsoDate(closing), IsoDate(closing)));
+  const std::string why = closed.Why(closing);
+  if (!why.empty() && !reopen)
+    throw std::runtime_error(
+        fmt::format("the closing date {}; give --reopen to calculate the result all the same",
+                    why.substr(why.find(' ') + 1)));
+}
+
 struct CloseResultOptions {
   std::string month, day, year, history, result_account, exclude;
   bool current_year = false, include_carried_forward = false, movement_only = false,
-       confirm = false;
+       confirm = false, reopen = false;
 };
 
 int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
@@ -82,6 +105,7 @@ int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
   if (session.AccountLevel(account) != std::optional<std::string>("A"))
     throw std::runtime_error(
         fmt::format("the result account {} is not an analytic account of the chart", account));
+  CheckResultClosingDate(session, EntryDate(month, std::stoi(day)), o.reopen);
   if (o.confirm) EnsureBookNumbering(session);
   std::string credito, debito, diferenca, mensagem;
   const bool ok = session.Module().ApuraResultado(
@@ -92,6 +116,11 @@ int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
                                               : "the result calculation failed: " + mensagem);
   session.Progress().Status(o.confirm ? "result calculated and committed"
                                       : "preview only: nothing was changed (use --confirm)");
+  if (o.confirm && o.reopen) {
+    const auto closing = EntryDate(month, std::stoi(day));
+    for (const std::string& line : ClosedPeriods(session).RunAgain({closing}))
+      if (line.find("annual closing") != std::string::npos) std::cerr << "kvctb: " << line << "\n";
+  }
   Output out;
   out.single = true;
   out.columns = {"credit", "debit", "difference", "confirmed"};
@@ -228,6 +257,9 @@ void AddClosingCommands(CLI::App& app, Commands& commands) {
                  "Leave out these dealerships, numbers separated by commas.\n"
                  "Example: --exclude-dealerships 3,7");
   cr->add_flag("--confirm", r->confirm, "Commit the calculation (without it: a preview).");
+  cr->add_flag("--reopen", r->reopen,
+               "Calculate with a closing date in a year already closed; kvctb then says which\n"
+               "annual closing to run again.");
   commands.push_back({cr, [r](const RunContext& ctx) { return RunCloseResult(ctx, *r); }});
 
   struct YearOptions {

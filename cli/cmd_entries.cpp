@@ -46,15 +46,14 @@ struct NumberedRecord {
 // The records of a file: every non-empty line (a trailing carriage return
 // removed, apostrophes of the history made typographic), each checked; every
 // bad one is reported together (FileError). The lines whose apostrophes were
-// replaced are announced on standard error, --quiet or not: the journal will
-// not hold the bytes of the file.
-std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account) {
+// replaced go to `apostrophes`.
+std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account,
+                                        std::vector<size_t>& apostrophes) {
   std::vector<NumberedRecord> records;
   std::istringstream in(ReadInput(file));
   std::string line;
   size_t n = 0;
   FileProblems problems(file);
-  std::vector<size_t> apostrophes;
   while (std::getline(in, line)) {
     ++n;
     if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -70,13 +69,18 @@ std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_ac
   }
   problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
   if (records.empty()) throw FileError(file, n ? n : 1, "no records");
-  if (!apostrophes.empty())
-    std::cerr << fmt::format(
-        "kvctb: {}: the apostrophes of the complementary history on line{} {} are written as "
-        "\u2019 (U+2019): the module writes that text between quotes, which an apostrophe "
-        "would end\n",
-        file, apostrophes.size() > 1 ? "s" : "", fmt::join(apostrophes, ", "));
   return records;
+}
+
+// Announces, --quiet or not, the lines whose apostrophes were written as
+// U+2019: the journal does not hold the bytes of the file.
+void AnnounceApostrophes(const std::string& file, const std::vector<size_t>& lines) {
+  if (lines.empty()) return;
+  std::cerr << fmt::format(
+      "kvctb: {}: the apostrophes of the complementary history on line{} {} are written as "
+      "\u2019 (U+2019): the module writes that text between quotes, which an apostrophe would "
+      "end\n",
+      file, lines.size() > 1 ? "s" : "", fmt::join(lines, ", "));
 }
 
 // The two account fields of a record, as the posting method reads them
@@ -207,7 +211,8 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
           ? std::to_string(ctx.options.revenda)
           : std::to_string(ParseInt("--division-dealership", o.division_dealership, 0, 999999999));
   const bool code_in_account = !erp && o.code_in_account;
-  const std::vector<NumberedRecord> records = ReadRecords(o.file, code_in_account);
+  std::vector<size_t> apostrophes;
+  const std::vector<NumberedRecord> records = ReadRecords(o.file, code_in_account, apostrophes);
 
   Session session(ctx.options, ctx.trace);
   CheckAccounts(session, o.file, records, code_in_account);
@@ -242,6 +247,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   Output out;
   if (o.dry_run) {
     if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
+    AnnounceApostrophes(o.file, apostrophes);
     out.columns = {"line", "month", "day", "debit", "credit", "amount"};
     for (const NumberedRecord& r : records) {
       const RegistroInterface reg = LeRegistro(r.text);
@@ -253,6 +259,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
         fmt::format("dry run: {} records would be posted; nothing was written", records.size()));
   } else {
     CommitTransaction(session, "the entries");
+    AnnounceApostrophes(o.file, apostrophes);
     PrintRunAgain(closed, reopened);
     out.single = true;
     out.columns = {"file", "records", "entries"};
@@ -341,6 +348,14 @@ void AddEntryCommands(CLI::App& app, Commands& commands) {
                "{} and every entry generated from it\n",
                requested, entry, day, month, entry);
          }
+         // An entry that is not one half of a posted pair (the result
+         // calculation and the annual closing write their entries and
+         // counter-entries unlinked) cannot go without its other half.
+         if (!session.HasGeneratedEntries(month, entry))
+           throw std::runtime_error(fmt::format(
+               "entry {} is not one half of a posted pair (the result calculation and the annual "
+               "closing write such entries): deleting it alone would unbalance the journal",
+               entry));
          const ClosedPeriods closed(session);
          const auto date = EntryDate(month, std::stoi(day));
          const std::string why = closed.Why(date);

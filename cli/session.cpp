@@ -45,6 +45,9 @@ constexpr char kCountBookNumbering[] =
     "select count(*) from FAT_NUMERACAO_LIVROS where EMPRESA = :EMPRESA and REVENDA = :REVENDA";
 constexpr char kInsertBookNumbering[] =
     "insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA) values (:EMPRESA, :REVENDA)";
+constexpr char kCountGenerated[] =
+    "select count(*) from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
+    "ANO_MES = :ANO_MES and LCO_ORIGEM = :LANCAMENTO";
 constexpr char kSelectVersion[] = "select VERSAO from GER_VERSAO_ESTRUTURA";
 // Reads the header and the catalogue of an SQLite file, whatever it holds.
 constexpr char kSelectSqliteCatalogue[] = "select count(*) from sqlite_master";
@@ -362,6 +365,13 @@ std::optional<Session::EntryRef> Session::EntryOrigin(int32_t ano_mes, int32_t l
   if (rows.empty() || rows.at(0).at(0).AsInteger() == lancamento) return std::nullopt;
   return EntryRef{static_cast<int32_t>(rows.at(0).at(0).AsInteger()),
                   static_cast<int32_t>(rows.at(0).at(1).AsInteger())};
+}
+
+bool Session::HasGeneratedEntries(int32_t ano_mes, int32_t lancamento) {
+  db::BoundParams params = CompanyParams(options_);
+  params.push_back({"ANO_MES", db::Value(ano_mes)});
+  params.push_back({"LANCAMENTO", db::Value(lancamento)});
+  return traced_->Query(kCountGenerated, params).rows.at(0).at(0).AsInteger() > 0;
 }
 
 bool Session::EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia) {

@@ -113,6 +113,8 @@ class Session {
     int32_t dia;
   };
   std::optional<EntryRef> EntryOrigin(int32_t ano_mes, int32_t lancamento);
+  // Whether entries of the same month were generated from an entry.
+  bool HasGeneratedEntries(int32_t ano_mes, int32_t lancamento);
   // Whether an entry exists (on day `dia` when it is not -1).
   bool EntryExists(int32_t ano_mes, int32_t lancamento, int32_t dia = -1);
 

@@ -249,6 +249,51 @@ TEST_F(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRo
   EXPECT_EQ(again.exit_code, 1);
 }
 
+TEST_F(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
+  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
+                 "99", "--result-account", "2.9.1.01", "--confirm"})
+                .exit_code,
+            0);
+  const std::string before = ReadFile(db_);
+  const RunResult r = Run({"close-result", "--month", "202405", "--day", "31", "--year", "2024",
+                           "--history", "99", "--result-account", "2.9.1.01", "--confirm"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "kvctb: error: the result was already calculated up to 2024-06-30: a calculation "
+            "closing on 2024-05-31 would move that date back, and the next one would close the "
+            "movement after 2024-05-31 a second time\n");
+  EXPECT_TRUE(ReadFile(db_) == before);
+}
+
+// The result calculation writes each closing entry and its counter-entry in
+// the result account unlinked: either alone cannot be deleted.
+TEST_F(BooksStayWholeTest, AClosingEntryCannotBeDeletedAlone) {
+  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
+                 "99", "--result-account", "2.9.1.01", "--confirm"})
+                .exit_code,
+            0);
+  const auto rows = db::Connect("sqlite:" + db_)
+                        ->Query(
+                            "select LANCAMENTO from CTB_LANCAMENTO where ANO_MES = 202406 "
+                            "and DIA = 30 order by LANCAMENTO",
+                            {})
+                        .rows;
+  ASSERT_GE(rows.size(), 2u);
+  const std::string before = ReadFile(db_);
+  for (const auto& row : rows) {
+    const std::string entry = row.at(0).AsString();
+    const RunResult r =
+        Run({"delete-entry", entry, "--month", "202406", "--day", "30", "--reopen"});
+    EXPECT_EQ(r.exit_code, 1) << entry;
+    EXPECT_EQ(r.err, "kvctb: error: entry " + entry +
+                         " is not one half of a posted pair (the result calculation and the "
+                         "annual closing write such entries): deleting it alone would unbalance "
+                         "the journal\n");
+  }
+  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_EQ(Imbalance(), 0);
+}
+
 // ---- a closing with errors --------------------------------------------------------
 
 TEST_F(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
