@@ -392,7 +392,16 @@ TEST_F(GoldenTest, TrialBalanceSumsSyntheticAccountsAndBalancesToZero) {
 // ---- closing -----------------------------------------------------------------------------
 
 TEST_F(GoldenTest, CloseResultPreviewChangesNothingAndConfirmClosesTheResultAccounts) {
-  // As in the README: the year before is closed first.
+  // As in the README and the demo: the result of the year before is
+  // calculated, then that year is closed.
+  ASSERT_EQ(Run({"--quiet", "close-result", "--month", "202312", "--day", "31", "--year", "2023",
+                 "--history", "99", "--result-account", "2.9.1.01", "--confirm"})
+                .exit_code,
+            0);
+  for (const char* group : {"3", "4", "5"}) {
+    const auto j = Json(Run({"--format", "json", "balance", group, "--month", "202312"}));
+    EXPECT_NEAR(j["balance"].get<double>(), 0.0, 0.005) << group;
+  }
   ASSERT_EQ(Run({"--quiet", "close-year", "2023"}).exit_code, 0);
   const long long before = Count("select count(*) from CTB_LANCAMENTO");
   const std::vector<std::string> args = {"close-result", "--month",          "202412",  "--day",
