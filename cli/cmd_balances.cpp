@@ -3,7 +3,11 @@
 // (BuscaSaldoContaPeriodo), opening (CalculaSaldoAnteriorContaAnalitica) and
 // trial-balance (the general form of BuscaSaldoConta over the whole chart),
 // with the division filters they share.
+#include <set>
+#include <vector>
+
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "cli/commands.h"
 #include "cli/validate.h"
@@ -112,7 +116,11 @@ void AddFilterOptions(CLI::App* sub, FilterOptions& o, unsigned set) {
                     "Only these cost centres, numbers separated by commas.\n"
                     "Example: --cost-centres 1,4,5");
   if (set & kBalanceOnly) {
-    sub->add_flag("--monthly", o.monthly, "The movement of the month alone (SaldoMensal).");
+    sub->add_flag("--monthly", o.monthly,
+                  "Read the movement from the monthly balance tables (CTB_SALANT_MES and\n"
+                  "CTB_SALANT_DIVISAO_MES: net movement per account and month, kept by other\n"
+                  "parts of the suite or filled by kvctb monthly-build) instead of the journal\n"
+                  "(SaldoMensal); refused for months the tables do not cover.");
     sub->add_flag("--general", o.general, "Answer through the module's cached (general) variant.");
     sub->add_option("--filter", o.filter,
                     "An extra condition on the journal's columns, {$ALIAS$}.COLUMN for the\n"
@@ -153,6 +161,80 @@ Output Single(std::vector<std::string> columns, std::vector<Cell> row) {
   return out;
 }
 
+// The monthly balance tables: the net movement of each account and month,
+// and of each division combination, which the balance reads with --monthly
+// instead of the journal. Other parts of the suite keep them; monthly-build
+// fills them from the journal for a range of months.
+constexpr char kDeleteMonthly[] =
+    "delete from CTB_SALANT_MES where EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES "
+    "between :DE and :ATE";
+constexpr char kDeleteMonthlyDivision[] =
+    "delete from CTB_SALANT_DIVISAO_MES where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
+    "ANO_MES between :DE and :ATE";
+constexpr char kInsertMonthly[] =
+    "insert into CTB_SALANT_MES (EMPRESA, REVENDA, CONTA, ANO_MES, SALDO) select EMPRESA, "
+    "REVENDA, CONTA, ANO_MES, sum(case when NATUREZA = 'D' then VAL_LANCAMENTO else "
+    "-VAL_LANCAMENTO end) from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = :REVENDA "
+    "and ANO_MES between :DE and :ATE group by EMPRESA, REVENDA, CONTA, ANO_MES";
+constexpr char kInsertMonthlyDivision[] =
+    "insert into CTB_SALANT_DIVISAO_MES (EMPRESA, REVENDA, CONTA, ANO_MES, REVENDA_DIVISAO, "
+    "CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA, TIPO_ITEM, MODALIDADE_OPERACAO, SALDO) "
+    "select l.EMPRESA, l.REVENDA, l.CONTA, l.ANO_MES, d.REVENDA_DIVISAO, d.CENTRO_CUSTO, "
+    "d.FONTE, d.CATEGORIA, d.SECAO_OFICINA, d.TIPO_ITEM, d.MODALIDADE_OPERACAO, sum(case when "
+    "l.NATUREZA = 'D' then d.VAL_DIVISAO else -d.VAL_DIVISAO end) from CTB_LANCAMENTO l, "
+    "CTB_LANCAMENTO_DIVIDIDO d where d.EMPRESA = l.EMPRESA and d.REVENDA = l.REVENDA and "
+    "d.ANO_MES = l.ANO_MES and d.LANCAMENTO = l.LANCAMENTO and l.EMPRESA = :EMPRESA and "
+    "l.REVENDA = :REVENDA and l.ANO_MES between :DE and :ATE group by l.EMPRESA, l.REVENDA, "
+    "l.CONTA, l.ANO_MES, d.REVENDA_DIVISAO, d.CENTRO_CUSTO, d.FONTE, d.CATEGORIA, "
+    "d.SECAO_OFICINA, d.TIPO_ITEM, d.MODALIDADE_OPERACAO";
+// The months of a range that the monthly table holds rows for.
+constexpr char kMonthsCovered[] =
+    "select distinct ANO_MES from CTB_SALANT_MES where EMPRESA = :EMPRESA and REVENDA = "
+    ":REVENDA and ANO_MES between :DE and :ATE";
+
+db::BoundParams RangeParams(const GlobalOptions& options, int32_t from, int32_t to) {
+  db::BoundParams p = CompanyParams(options);
+  p.push_back({"DE", db::Value(from)});
+  p.push_back({"ATE", db::Value(to)});
+  return p;
+}
+
+// Whether the annual closing of a year has written carried-forward rows.
+constexpr char kCountCarriedForward[] =
+    "select count(*) from CTB_SALDO_ANTERIOR where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
+    "ANO = :ANO";
+
+// A balance with --monthly reads the movement from January to the month
+// from the monthly tables, and from January of the year before when that
+// year has no carried-forward balances (the balance then starts from the
+// movement of both years): refused when a month of that range has no row
+// there, since the answer would silently leave its movement out.
+void RequireMonthlyTables(Session& session, int32_t month) {
+  int32_t from = month / 100 * 100 + 1;
+  db::BoundParams year_before = CompanyParams(session.Options());
+  year_before.push_back({"ANO", db::Value(month / 100 - 1)});
+  const bool carried =
+      session.Connection().Query(kCountCarriedForward, year_before).rows.at(0).at(0).AsInteger() >
+      0;
+  if (month % 100 == 0) {  // the opening balance: the year before's movement, when not carried
+    if (carried) return;
+    month -= 100 - 12;
+  }
+  if (!carried) from -= 100;
+  std::set<int64_t> covered;
+  for (const auto& row :
+       session.Connection().Query(kMonthsCovered, RangeParams(session.Options(), from, month)).rows)
+    covered.insert(row.at(0).AsInteger());
+  std::vector<int32_t> missing;
+  for (int32_t m = from; m <= month; m = m % 100 == 12 ? m + 89 : m + 1)
+    if (!covered.count(m)) missing.push_back(m);
+  if (!missing.empty())
+    throw std::runtime_error(fmt::format(
+        "--monthly reads the movement of {} to {} from the monthly balance tables, which hold "
+        "nothing for {}: fill them from the journal with kvctb monthly-build --from {} --to {}",
+        from, month, fmt::join(missing, ", "), from, month));
+}
+
 struct AccountOptions {
   std::string account, month, from, to, from_day, to_day;
   FilterOptions filters;
@@ -181,6 +263,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
                         const Filters f = CheckFilters(b->filters);
                         Session session(ctx.options, ctx.trace);
                         const std::string nivel = Level(session, conta, f.nivel);
+                        if (f.mensal) RequireMonthlyTables(session, month);
                         double saldo = 0;
                         session.Module().BuscaSaldoConta(
                             ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo,
@@ -318,6 +401,47 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          if (ctx.options.output_format == Format::kTable)
            out.rows.push_back({std::string("total"), Null{}, Null{}, Amount{roots}});
          PrintOutput(ctx.options, out);
+         return kExitOk;
+       }});
+
+  // ---- monthly-build ----
+  struct RangeOptions {
+    std::string from, to;
+  };
+  auto mb = std::make_shared<RangeOptions>();
+  CLI::App* monthly = app.add_subcommand(
+      "monthly-build",
+      "Fill the monthly balance tables that balance --monthly reads (CTB_SALANT_MES and\n"
+      "CTB_SALANT_DIVISAO_MES: the net movement of each account, and of each division\n"
+      "combination, per month) from the journal, for a range of months, in one transaction.\n"
+      "Example: kvctb monthly-build --from 202401 --to 202412");
+  monthly->add_option("--from", mb->from, "First month, YYYYMM. Example: --from 202401")
+      ->required();
+  monthly->add_option("--to", mb->to, "Last month, YYYYMM. Example: --to 202412")->required();
+  commands.push_back(
+      {monthly, [mb](const RunContext& ctx) {
+         const int32_t from = ParseMonth("--from", mb->from);
+         const int32_t to = ParseMonth("--to", mb->to);
+         if (to < from) throw UsageError("--to", "before --from");
+         Session session(ctx.options, ctx.trace);
+         const db::BoundParams p = RangeParams(ctx.options, from, to);
+         db::Connection& c = session.Connection();
+         TddmContabilidadeBD& dm = session.Module();
+         BeginTransaction(dm);
+         long long rows = 0, division_rows = 0;
+         try {
+           c.Execute(kDeleteMonthly, p);
+           c.Execute(kDeleteMonthlyDivision, p);
+           rows = c.Execute(kInsertMonthly, p);
+           division_rows = c.Execute(kInsertMonthlyDivision, p);
+         } catch (...) {
+           (void)dm.RollbackTransacao();
+           throw;
+         }
+         CommitTransaction(session, "the monthly balance tables");
+         PrintOutput(ctx.options,
+                     Single({"from", "to", "account_months", "division_rows"},
+                            {int64_t{from}, int64_t{to}, int64_t{rows}, int64_t{division_rows}}));
          return kExitOk;
        }});
 }

@@ -389,6 +389,43 @@ TEST_F(GoldenTest, TrialBalanceSumsSyntheticAccountsAndBalancesToZero) {
   EXPECT_TRUE(std::regex_search(table.out, kTotal)) << table.out.substr(table.out.size() - 200);
 }
 
+// --monthly reads the monthly balance tables, which the demo does not fill:
+// refused until monthly-build has filled the months it reads, then the same
+// balances as from the journal.
+TEST_F(GoldenTest, MonthlyBalancesNeedTheMonthlyTablesAndThenMatchTheJournal) {
+  const RunResult refused =
+      Run({"--quiet", "balance", "3.1.1.01", "--month", "202406", "--monthly"});
+  EXPECT_EQ(refused.exit_code, 1);
+  EXPECT_EQ(refused.err,
+            "kvctb: error: --monthly reads the movement of 202301 to 202406 from the monthly "
+            "balance tables, which hold nothing for 202301, 202302, 202303, 202304, 202305, "
+            "202306, 202307, 202308, 202309, 202310, 202311, 202312, 202401, 202402, 202403, "
+            "202404, 202405, 202406: fill them from the journal with kvctb monthly-build --from "
+            "202301 --to 202406\n");
+  const RunResult built =
+      Run({"--quiet", "--format", "json", "monthly-build", "--from", "202301", "--to", "202412"});
+  ASSERT_EQ(built.exit_code, 0) << built.err;
+  EXPECT_GT(Json(built)["account_months"].get<long long>(), 0);
+  EXPECT_EQ(Count("select count(*) from CTB_SALANT_MES"),
+            Count("select count(*) from (select distinct CONTA, ANO_MES from CTB_LANCAMENTO)"));
+  for (const std::vector<std::string>& query :
+       {std::vector<std::string>{"3.1.1.01", "--month", "202406"},
+        {"3", "--month", "202406", "--cost-centres", "1,2"},
+        {"1", "--month", "202312"},
+        {"1.1.1.01", "--month", "202400"},
+        {"5", "--month", "202412", "--cost-centre", "2"}}) {
+    std::vector<std::string> args = {"--quiet", "--format", "json", "balance"};
+    args.insert(args.end(), query.begin(), query.end());
+    const RunResult journal = Run(args);
+    args.push_back("--monthly");
+    const RunResult monthly = Run(args);
+    ASSERT_EQ(monthly.exit_code, 0) << monthly.err;
+    EXPECT_NEAR(Json(monthly)["balance"].get<double>(), Json(journal)["balance"].get<double>(),
+                0.005)
+        << query[0];
+  }
+}
+
 // ---- closing -----------------------------------------------------------------------------
 
 TEST_F(GoldenTest, CloseResultPreviewChangesNothingAndConfirmClosesTheResultAccounts) {
