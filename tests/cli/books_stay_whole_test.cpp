@@ -1,66 +1,180 @@
 // What kvctb does so that the books stay whole, beyond refusing bad input:
-// a file posted twice is stopped, and the deletion of half a pair deletes
-// the pair. Each refusal exits 1 before anything is written and leaves the
-// database file byte for byte as it was.
+// a file posted twice is stopped, the deletion of half a pair deletes the
+// pair, closed periods stay closed and a closing with errors is rolled
+// back. Each refusal exits 1 before anything is written and leaves the
+// database as it was (the SQLite file byte for byte, every row on a server).
 //
-// The commands run as whole processes on a copy of the small books
-// (DirectoryWithSmallBooks), which hold the two records of TwoRecords()
-// posted as document 1.
+// The commands run as whole processes on the small books (the chart of
+// SmallChart() and the two records of TwoRecords() posted as document 1),
+// on SQLite and on the Firebird server of KVC_TEST_FIREBIRD.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
+
+#include "accounting/db/backends/backend_hooks.h"
 #include "accounting/db/connection.h"
 #include "cli/kvctb_process.h"
+#include "support/firebird_target.h"
 #include "support/records.h"
+#include "support/test_db.h"
 
 namespace kvc::cli::testing {
 namespace {
 
-class BooksStayWholeTest : public ::testing::Test {
+// The small books on the backend of the test's parameter: a copy of the
+// SQLite file, or a Firebird database that kvctb itself creates and loads
+// (init, chart-import, post) for each test.
+class Books {
+ public:
+  Books(const std::string& backend, const std::string& name) : dir_(NewDirectory(name)) {
+    if (backend == "Sqlite") {
+      dir_ = DirectoryWithSmallBooks(name);
+      url_ = "sqlite:" + dir_ + "/books.db";
+      file_ = dir_ + "/books.db";
+      return;
+    }
+    kvc::testing::FirebirdTarget t;
+    if (!kvc::testing::ParseFirebirdTarget(t)) return;
+    kvc::testing::ShutdownFirebirdClientAtExit();
+    static int serial = 0;
+    const std::string path = t.directory + "/kvctb_books_" + std::to_string(getpid()) + "_" +
+                             std::to_string(++serial) + ".fdb";
+    location_ = t.host + ":" + path;
+    user_ = t.user;
+    password_ = t.password;
+    Drop();
+    url_ = "firebird://" + t.user + ":" + t.password + "@" + t.host + "/" + path;
+    WriteFile(dir_ + "/books_chart.csv", SmallChart());
+    WriteFile(dir_ + "/books_entries.txt", TwoRecords());
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"init"},
+          {"chart-import", "books_chart.csv"},
+          {"post", "books_entries.txt", "--document", "1"}}) {
+      std::vector<std::string> all = {"--db", url_, "--quiet"};
+      all.insert(all.end(), args.begin(), args.end());
+      const RunResult r = RunKvctb(all, In(dir_));
+      if (r.exit_code != 0) throw std::runtime_error("loading the small books: " + r.err);
+    }
+  }
+  ~Books() { Drop(); }
+  Books(const Books&) = delete;
+  Books& operator=(const Books&) = delete;
+
+  bool ok() const { return !url_.empty(); }
+  bool sqlite() const { return !file_.empty(); }
+  const std::string& dir() const { return dir_; }
+  const std::string& url() const { return url_; }
+
+  // What "as it was" compares: the SQLite file byte for byte (with no
+  // rollback journal beside it), or every row of every table on a server.
+  std::string Snapshot() const {
+    if (sqlite()) return ReadFile(file_) + (FileExists(file_ + "-journal") ? "+journal" : "");
+    std::ostringstream text;
+    auto c = db::Connect(url_);
+    for (const auto& [table, rows] : kvc::testing::TodasAsTabelas(*c)) {
+      text << table << "\n";
+      for (const auto& row : rows) {
+        for (const auto& v : row) text << v << "\x1f";
+        text << "\n";
+      }
+    }
+    return text.str();
+  }
+
+ private:
+  void Drop() {
+    if (location_.empty()) return;
+    try {
+      db::DropFirebirdDatabase(location_, user_, password_);
+    } catch (const std::exception&) {
+      // Not there.
+    }
+  }
+
+  std::string dir_;
+  std::string url_;
+  std::string file_;
+  std::string location_, user_, password_;
+};
+
+class BooksStayWholeTest : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
     const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    dir_ = DirectoryWithSmallBooks(info->name());
-    db_ = dir_ + "/books.db";
+    std::string name = info->name();
+    std::replace(name.begin(), name.end(), '/', '_');
+    books_ = std::make_unique<Books>(GetParam(), name);
+    if (!books_->ok()) {
+      const char* require = std::getenv("KVC_REQUIRE_SERVERS");
+      if (require && std::string(require) == "1") FAIL() << "KVC_TEST_FIREBIRD is required";
+      GTEST_SKIP() << "KVC_TEST_FIREBIRD not set";
+    }
+    dir_ = books_->dir();
   }
 
   RunResult Run(const std::vector<std::string>& args) {
-    std::vector<std::string> all = {"--db", "sqlite:books.db", "--quiet"};
+    std::vector<std::string> all = {"--db", books_->url(), "--quiet"};
     all.insert(all.end(), args.begin(), args.end());
     return RunKvctb(all, In(dir_));
   }
 
+  std::string Snapshot() const { return books_->Snapshot(); }
+  std::unique_ptr<db::Connection> Db() const { return db::Connect(books_->url()); }
+
   long long Entries() {
-    return db::Connect("sqlite:" + db_)
-        ->Query("select count(*) from CTB_LANCAMENTO", {})
-        .rows.at(0)
-        .at(0)
-        .AsInteger();
+    return Db()->Query("select count(*) from CTB_LANCAMENTO", {}).rows.at(0).at(0).AsInteger();
   }
 
   // Debits minus credits of the whole journal, in cents.
   long long Imbalance() {
-    return db::Connect("sqlite:" + db_)
-        ->Query(
-            "select coalesce(sum(case when NATUREZA = 'D' then cast(round(VAL_LANCAMENTO * "
-            "100) as integer) else -cast(round(VAL_LANCAMENTO * 100) as integer) end), 0) "
-            "from CTB_LANCAMENTO",
-            {})
-        .rows.at(0)
-        .at(0)
-        .AsInteger();
+    return std::llround(
+        Db()->Query("select coalesce(sum(case when NATUREZA = 'D' then VAL_LANCAMENTO else "
+                    "-VAL_LANCAMENTO end), 0) from CTB_LANCAMENTO",
+                    {})
+            .rows.at(0)
+            .at(0)
+            .AsFloat() *
+        100);
   }
 
+  // Makes inserts of `conta` into CTB_SALDO_ANTERIOR fail with "blocked by
+  // the test", as a refused write would.
+  void BlockCarriedForwardInsert(const std::string& conta) {
+    auto c = Db();
+    if (books_->sqlite()) {
+      c->Execute(
+          "create trigger block_insert before insert on CTB_SALDO_ANTERIOR when "
+          "new.CONTA = '" +
+              conta + "' begin select raise(fail, 'blocked by the test'); end",
+          {});
+      return;
+    }
+    c->Execute("create exception blocked 'blocked by the test'", {});
+    c->Execute(
+        "create trigger block_insert for CTB_SALDO_ANTERIOR before insert as begin if "
+        "(new.CONTA = '" +
+            conta + "') then exception blocked; end",
+        {});
+  }
+
+  std::unique_ptr<Books> books_;
   std::string dir_;
-  std::string db_;
 };
 
-TEST_F(BooksStayWholeTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
+TEST_P(BooksStayWholeTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
   WriteFile(dir_ + "/entries.txt", TwoRecords());
-  const std::string before = ReadFile(db_);
+  const std::string before = Snapshot();
   const RunResult r = Run({"post", "entries.txt", "--document", "1"});
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err,
@@ -70,14 +184,14 @@ TEST_F(BooksStayWholeTest, TheSameFileTwiceIsRefusedUnlessAllowed) {
             "credit 5.1.1.01, document 1\n"
             "entries.txt: nothing of the file was posted; to post these records again, give "
             "--allow-duplicates\n");
-  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_TRUE(Snapshot() == before);
 
   const RunResult allowed = Run({"post", "entries.txt", "--document", "1", "--allow-duplicates"});
   EXPECT_EQ(allowed.exit_code, 0) << allowed.err;
   EXPECT_EQ(Entries(), 8);
 }
 
-TEST_F(BooksStayWholeTest, AnotherDocumentIsNotADuplicate) {
+TEST_P(BooksStayWholeTest, AnotherDocumentIsNotADuplicate) {
   WriteFile(dir_ + "/entries.txt", TwoRecords());
   const RunResult r = Run({"post", "entries.txt", "--document", "2"});
   EXPECT_EQ(r.exit_code, 0) << r.err;
@@ -95,7 +209,7 @@ TEST_F(BooksStayWholeTest, AnotherDocumentIsNotADuplicate) {
 
 // A journal entry answers for one record only: a file that holds a record
 // twice, posted once before, has one duplicate, on its first line.
-TEST_F(BooksStayWholeTest, EachEntryAnswersForOneRecord) {
+TEST_P(BooksStayWholeTest, EachEntryAnswersForOneRecord) {
   const std::string first_record = TwoRecords().substr(0, TwoRecords().find('\n') + 1);
   WriteFile(dir_ + "/entries.txt", first_record + first_record);
   const RunResult r = Run({"post", "entries.txt", "--document", "1"});
@@ -110,7 +224,7 @@ TEST_F(BooksStayWholeTest, EachEntryAnswersForOneRecord) {
 
 // The small books hold entry 1 (3.1.1.01, credit) and entry 2 (1.1.1.01,
 // debit, generated from entry 1), then entries 3 and 4 alike.
-TEST_F(BooksStayWholeTest, DeletingTheGeneratedHalfDeletesThePair) {
+TEST_P(BooksStayWholeTest, DeletingTheGeneratedHalfDeletesThePair) {
   ASSERT_EQ(Imbalance(), 0);
   const RunResult r = Run({"delete-entry", "2", "--month", "202406", "--day", "15"});
   EXPECT_EQ(r.exit_code, 0) << r.err;
@@ -125,12 +239,12 @@ TEST_F(BooksStayWholeTest, DeletingTheGeneratedHalfDeletesThePair) {
   EXPECT_EQ(Imbalance(), 0);
 }
 
-TEST_F(BooksStayWholeTest, DeletingAnEntryThatDoesNotExistIsAnError) {
-  const std::string before = ReadFile(db_);
+TEST_P(BooksStayWholeTest, DeletingAnEntryThatDoesNotExistIsAnError) {
+  const std::string before = Snapshot();
   const RunResult r = Run({"delete-entry", "9", "--month", "202406", "--day", "15"});
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err, "kvctb: error: there is no entry 9 on day 15 of month 202406\n");
-  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_TRUE(Snapshot() == before);
 }
 
 // ---- closed periods ----------------------------------------------------------------
@@ -149,9 +263,9 @@ std::string LateRecord() {
 
 // The carried-forward rows of every account, per account and per division
 // combination (without the surrogate sequence of the latter).
-std::vector<std::string> CarriedForward(const std::string& db) {
+std::vector<std::string> CarriedForward(const std::string& url) {
   std::vector<std::string> rows;
-  auto c = db::Connect("sqlite:" + db);
+  auto c = db::Connect(url);
   for (const char* sql :
        {"select CONTA, ANO, SALDO from CTB_SALDO_ANTERIOR order by CONTA, ANO",
         "select CONTA, ANO, CENTRO_CUSTO, FONTE, CATEGORIA, REVENDA_DIVISAO, SALDO from "
@@ -159,17 +273,21 @@ std::vector<std::string> CarriedForward(const std::string& db) {
         "REVENDA_DIVISAO"}) {
     for (const auto& row : c->Query(sql, {}).rows) {
       std::string text;
-      for (const auto& v : row) text += (v.IsNull() ? "null" : v.AsString()) + "|";
+      for (const auto& v : row)
+        text += (v.IsNull()    ? "null"
+                 : v.IsFloat() ? fmt::format("{:.2f}", v.AsFloat())
+                               : v.AsString()) +
+                "|";
       rows.push_back(text);
     }
   }
   return rows;
 }
 
-TEST_F(BooksStayWholeTest, PostingInAClosedYearIsRefusedUnlessReopened) {
+TEST_P(BooksStayWholeTest, PostingInAClosedYearIsRefusedUnlessReopened) {
   ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
   WriteFile(dir_ + "/late.txt", LateRecord());
-  const std::string before = ReadFile(db_);
+  const std::string before = Snapshot();
   const RunResult r = Run({"post", "late.txt"});
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err,
@@ -177,7 +295,7 @@ TEST_F(BooksStayWholeTest, PostingInAClosedYearIsRefusedUnlessReopened) {
             "2024 (its carried-forward balances exist); give --reopen to post there all the "
             "same\n"
             "late.txt: nothing of the file was posted\n");
-  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_TRUE(Snapshot() == before);
 
   const RunResult reopened = Run({"post", "late.txt", "--reopen"});
   EXPECT_EQ(reopened.exit_code, 0) << reopened.err;
@@ -189,38 +307,39 @@ TEST_F(BooksStayWholeTest, PostingInAClosedYearIsRefusedUnlessReopened) {
 
 // The closing run again after a reopened change gives the rows a closing of
 // the corrected books gives.
-TEST_F(BooksStayWholeTest, ClosingAgainAfterAReopenedChangeMatchesAClosingOfTheCorrectedBooks) {
+TEST_P(BooksStayWholeTest, ClosingAgainAfterAReopenedChangeMatchesAClosingOfTheCorrectedBooks) {
   WriteFile(dir_ + "/late.txt", LateRecord());
   ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
   ASSERT_EQ(Run({"post", "late.txt", "--reopen"}).exit_code, 0);
   ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
 
-  const std::string corrected = DirectoryWithSmallBooks("corrected_books");
-  WriteFile(corrected + "/late.txt", LateRecord());
-  ASSERT_EQ(
-      RunKvctb({"--db", "sqlite:books.db", "--quiet", "post", "late.txt"}, In(corrected)).exit_code,
-      0);
-  ASSERT_EQ(RunKvctb({"--db", "sqlite:books.db", "--quiet", "close-year", "2024"}, In(corrected))
+  const Books corrected(GetParam(), "corrected_books");
+  WriteFile(corrected.dir() + "/late.txt", LateRecord());
+  ASSERT_EQ(RunKvctb({"--db", corrected.url(), "--quiet", "post", "late.txt"}, In(corrected.dir()))
                 .exit_code,
             0);
-  const auto expected = CarriedForward(corrected + "/books.db");
-  EXPECT_EQ(CarriedForward(db_), expected);
+  ASSERT_EQ(
+      RunKvctb({"--db", corrected.url(), "--quiet", "close-year", "2024"}, In(corrected.dir()))
+          .exit_code,
+      0);
+  const auto expected = CarriedForward(corrected.url());
+  EXPECT_EQ(CarriedForward(books_->url()), expected);
   // And the change is in them: 1.1.1.01 carries 128.45 + 7.00.
   EXPECT_NE(std::find(expected.begin(), expected.end(), "1.1.1.01|2024|135.45|"), expected.end());
 }
 
-TEST_F(BooksStayWholeTest, DeletingInAPeriodClosedByTheResultIsRefusedUnlessReopened) {
+TEST_P(BooksStayWholeTest, DeletingInAPeriodClosedByTheResultIsRefusedUnlessReopened) {
   ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
                  "99", "--result-account", "2.9.1.01", "--confirm"})
                 .exit_code,
             0);
-  const std::string before = ReadFile(db_);
+  const std::string before = Snapshot();
   const RunResult r = Run({"delete-entry", "1", "--month", "202406", "--day", "15"});
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err,
             "kvctb: error: entry 1 cannot be deleted: 2024-06-15 is in a closed period: the result "
             "was calculated up to 2024-06-30; give --reopen to delete it all the same\n");
-  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_TRUE(Snapshot() == before);
 
   const RunResult reopened =
       Run({"delete-entry", "1", "--month", "202406", "--day", "15", "--reopen"});
@@ -234,27 +353,26 @@ TEST_F(BooksStayWholeTest, DeletingInAPeriodClosedByTheResultIsRefusedUnlessReop
 // A company whose FAT_NUMERACAO_LIVROS row is missing (set up by other
 // means than kvctb init) still gets its closing date recorded: the row is
 // created before the calculation.
-TEST_F(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRow) {
-  db::Connect("sqlite:" + db_)->Execute("delete from FAT_NUMERACAO_LIVROS", {});
+TEST_P(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRow) {
+  Db()->Execute("delete from FAT_NUMERACAO_LIVROS", {});
   ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
                  "99", "--result-account", "2.9.1.01", "--confirm"})
                 .exit_code,
             0);
-  const auto rows = db::Connect("sqlite:" + db_)
-                        ->Query("select ANOMES_APURACAO_RESULTADO from FAT_NUMERACAO_LIVROS", {})
-                        .rows;
+  const auto rows =
+      Db()->Query("select ANOMES_APURACAO_RESULTADO from FAT_NUMERACAO_LIVROS", {}).rows;
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(rows.at(0).at(0).AsString().substr(0, 10), "2024-06-30");
   const RunResult again = Run({"delete-entry", "1", "--month", "202406", "--day", "15"});
   EXPECT_EQ(again.exit_code, 1);
 }
 
-TEST_F(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
+TEST_P(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
   ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
                  "99", "--result-account", "2.9.1.01", "--confirm"})
                 .exit_code,
             0);
-  const std::string before = ReadFile(db_);
+  const std::string before = Snapshot();
   const RunResult r = Run({"close-result", "--month", "202405", "--day", "31", "--year", "2024",
                            "--history", "99", "--result-account", "2.9.1.01", "--confirm"});
   EXPECT_EQ(r.exit_code, 1);
@@ -262,24 +380,23 @@ TEST_F(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
             "kvctb: error: the result was already calculated up to 2024-06-30: a calculation "
             "closing on 2024-05-31 would move that date back, and the next one would close the "
             "movement after 2024-05-31 a second time\n");
-  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_TRUE(Snapshot() == before);
 }
 
 // The result calculation writes each closing entry and its counter-entry in
 // the result account unlinked: either alone cannot be deleted.
-TEST_F(BooksStayWholeTest, AClosingEntryCannotBeDeletedAlone) {
+TEST_P(BooksStayWholeTest, AClosingEntryCannotBeDeletedAlone) {
   ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
                  "99", "--result-account", "2.9.1.01", "--confirm"})
                 .exit_code,
             0);
-  const auto rows = db::Connect("sqlite:" + db_)
-                        ->Query(
+  const auto rows = Db()->Query(
                             "select LANCAMENTO from CTB_LANCAMENTO where ANO_MES = 202406 "
                             "and DIA = 30 order by LANCAMENTO",
                             {})
                         .rows;
   ASSERT_GE(rows.size(), 2u);
-  const std::string before = ReadFile(db_);
+  const std::string before = Snapshot();
   for (const auto& row : rows) {
     const std::string entry = row.at(0).AsString();
     const RunResult r =
@@ -290,22 +407,18 @@ TEST_F(BooksStayWholeTest, AClosingEntryCannotBeDeletedAlone) {
                          "annual closing write such entries): deleting it alone would unbalance "
                          "the journal\n");
   }
-  EXPECT_TRUE(ReadFile(db_) == before);
+  EXPECT_TRUE(Snapshot() == before);
   EXPECT_EQ(Imbalance(), 0);
 }
 
 // ---- a closing with errors --------------------------------------------------------
 
-TEST_F(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
+TEST_P(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
   ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
-  const auto first = CarriedForward(db_);
+  const auto first = CarriedForward(books_->url());
   WriteFile(dir_ + "/late.txt", LateRecord());
   ASSERT_EQ(Run({"post", "late.txt", "--reopen"}).exit_code, 0);
-  db::Connect("sqlite:" + db_)
-      ->Execute(
-          "create trigger block_insert before insert on CTB_SALDO_ANTERIOR when new.CONTA = "
-          "'3.1.1.01' begin select raise(fail, 'blocked by the test'); end",
-          {});
+  BlockCarriedForwardInsert("3.1.1.01");
   const RunResult r = Run({"--format", "csv", "close-year", "2024"});
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_NE(r.out.find("blocked by the test"), std::string::npos) << r.out;
@@ -313,12 +426,17 @@ TEST_F(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
             "kvctb: error: the annual closing of 2024 met 1 error row and was rolled back: the "
             "carried-forward balances are as they were (--keep-partial keeps what a closing with "
             "errors wrote)\n");
-  EXPECT_EQ(CarriedForward(db_), first);
+  EXPECT_EQ(CarriedForward(books_->url()), first);
 
   const RunResult kept = Run({"close-year", "2024", "--keep-partial"});
   EXPECT_EQ(kept.exit_code, 3);
-  EXPECT_NE(CarriedForward(db_), first);
+  EXPECT_NE(CarriedForward(books_->url()), first);
 }
+
+INSTANTIATE_TEST_SUITE_P(Backends, BooksStayWholeTest, ::testing::Values("Sqlite", "Firebird"),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                           return info.param;
+                         });
 
 }  // namespace
 }  // namespace kvc::cli::testing
