@@ -426,19 +426,14 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          Session session(ctx.options, ctx.trace);
          const db::BoundParams p = RangeParams(ctx.options, from, to);
          db::Connection& c = session.Connection();
-         TddmContabilidadeBD& dm = session.Module();
-         BeginTransaction(dm);
          long long rows = 0, division_rows = 0;
-         try {
+         InTransaction(session, "the monthly balance tables", [&] {
            c.Execute(kDeleteMonthly, p);
            c.Execute(kDeleteMonthlyDivision, p);
            rows = c.Execute(kInsertMonthly, p);
            division_rows = c.Execute(kInsertMonthlyDivision, p);
-         } catch (...) {
-           (void)dm.RollbackTransacao();
-           throw;
-         }
-         CommitTransaction(session, "the monthly balance tables");
+           return true;
+         });
          PrintOutput(ctx.options,
                      Single({"from", "to", "account_months", "division_rows"},
                             {int64_t{from}, int64_t{to}, int64_t{rows}, int64_t{division_rows}}));

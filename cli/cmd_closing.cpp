@@ -48,25 +48,6 @@ Output ErrorRows(db::ClientDataSet& table) {
   return out;
 }
 
-// Runs `work` inside a transaction of the module: rolled back when it raises
-// or returns false, committed otherwise.
-void InTransaction(Session& session, const std::function<bool()>& work) {
-  TddmContabilidadeBD& dm = session.Module();
-  BeginTransaction(dm);
-  bool keep = false;
-  try {
-    keep = work();
-  } catch (...) {
-    (void)dm.RollbackTransacao();
-    throw;
-  }
-  if (!keep) {
-    (void)dm.RollbackTransacao();
-    return;
-  }
-  CommitTransaction(session, "the changes");
-}
-
 // A result calculation closes the movement from the day after the last one
 // to its closing date, and records that date. One closing on or before the
 // last date would move it back, and the next calculation would close the
@@ -141,7 +122,7 @@ int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std:
   std::string erros;
   bool raised = false;
   std::string failure;
-  InTransaction(session, [&] {
+  InTransaction(session, "the changes", [&] {
     try {
       session.Module().EncerramentoAnual(year, erros, &session.Progress());
     } catch (const std::exception& e) {
@@ -186,7 +167,7 @@ int RunRollup(const RunContext& ctx, const std::string& year_text, bool by_divis
   const std::string year = ParseYear("YEAR", year_text);
   Session session(ctx.options, ctx.trace);
   TddmContabilidadeBD& dm = session.Module();
-  InTransaction(session, [&] {
+  InTransaction(session, "the changes", [&] {
     if (by_division)
       dm.AtualizaSaldoAnteriorDivisao(year, &session.Progress());
     else

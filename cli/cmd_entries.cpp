@@ -238,10 +238,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
       }
     } catch (const std::exception& e) {
       (void)dm.RollbackTransacao();
-      // A read-only file, a full disk or a lock is the database's failure,
-      // not the record's: the user is told what to do about the database.
-      if (!DatabaseConditionHint(e.what()).empty()) throw;
-      throw FileError(o.file, r.line, std::string(e.what()) + " (nothing of the file was posted)");
+      RethrowForLine(o.file, r.line, e, " (nothing of the file was posted)");
     }
   }
   Output out;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -81,26 +82,24 @@ int RunChartImport(const RunContext& ctx, const std::string& file) {
   std::set<std::string> existing;
   for (const ChartAccount& a : session.Chart()) existing.insert(a.conta);
   CheckTree(file, chart, existing);
-  TddmContabilidadeBD& dm = session.Module();
-  BeginTransaction(dm);
-  for (const ChartLine& c : chart) {
-    db::BoundParams p = CompanyParams(ctx.options);
-    p.push_back({"CONTA", db::Value(c.conta)});
-    p.push_back({"CONTA_SUPERIORA", c.superiora.empty() ? db::Value() : db::Value(c.superiora)});
-    p.push_back({"NIVEL", db::Value(c.nivel)});
-    p.push_back({"NIVEL_DIVISAO", c.nivel_divisao ? db::Value(*c.nivel_divisao) : db::Value()});
-    p.push_back({"LANCAMENTO_DIVIDIDO", c.dividido.empty() ? db::Value() : db::Value(c.dividido)});
-    p.push_back({"DES_CONTA", c.descricao.empty() ? db::Value() : db::Value(c.descricao)});
-    try {
-      session.Connection().Execute(kInsertConta, p);
-    } catch (const std::exception& e) {
-      (void)dm.RollbackTransacao();
-      // The database's own failure (read-only, full disk, lock) is not the line's.
-      if (!DatabaseConditionHint(e.what()).empty()) throw;
-      throw FileError(file, c.line, e.what());
+  InTransaction(session, "the chart", [&] {
+    for (const ChartLine& c : chart) {
+      db::BoundParams p = CompanyParams(ctx.options);
+      p.push_back({"CONTA", db::Value(c.conta)});
+      p.push_back({"CONTA_SUPERIORA", c.superiora.empty() ? db::Value() : db::Value(c.superiora)});
+      p.push_back({"NIVEL", db::Value(c.nivel)});
+      p.push_back({"NIVEL_DIVISAO", c.nivel_divisao ? db::Value(*c.nivel_divisao) : db::Value()});
+      p.push_back(
+          {"LANCAMENTO_DIVIDIDO", c.dividido.empty() ? db::Value() : db::Value(c.dividido)});
+      p.push_back({"DES_CONTA", c.descricao.empty() ? db::Value() : db::Value(c.descricao)});
+      try {
+        session.Connection().Execute(kInsertConta, p);
+      } catch (const std::exception& e) {
+        RethrowForLine(file, c.line, e, "");
+      }
     }
-  }
-  CommitTransaction(session, "the chart");
+    return true;
+  });
   Output out;
   out.single = true;
   out.columns = {"file", "imported"};
@@ -133,6 +132,12 @@ std::string ReadInput(const std::string& path) {
   if (in.bad())
     throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
   return text.str();
+}
+
+void RethrowForLine(const std::string& file, size_t line, const std::exception& e,
+                    const std::string& note) {
+  if (!DatabaseConditionHint(e.what()).empty()) std::rethrow_exception(std::current_exception());
+  throw FileError(file, line, e.what() + note);
 }
 
 void FileProblems::Add(size_t line, const std::string& message) {

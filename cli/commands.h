@@ -54,6 +54,13 @@ class FileError : public std::runtime_error {
   explicit FileError(const std::string& text) : std::runtime_error(text) {}
 };
 
+// Called in the handler of a failure met while writing what line `line` of
+// `file` asked for: a failure of the database itself (read-only, full disk,
+// lock, damaged file) goes on as it is, since it is not the line's; any
+// other becomes FileError naming the line, `note` appended to its message.
+[[noreturn]] void RethrowForLine(const std::string& file, size_t line, const std::exception& e,
+                                 const std::string& note);
+
 // The problems of an input file, gathered so that the user sees every bad
 // line at once instead of fixing them one run at a time. At most kShown
 // lines are printed, then how many more there were.

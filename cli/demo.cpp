@@ -298,16 +298,12 @@ class DemoBuilder {
 }  // namespace
 
 DemoSummary LoadDemo(Session& session) {
-  TddmContabilidadeBD& dm = session.Module();
-  BeginTransaction(dm);
-  try {
-    DemoSummary summary = DemoBuilder(session).Build();
-    CommitTransaction(session, "the demo company");
-    return summary;
-  } catch (...) {
-    if (dm.TransacaoAtiva()) (void)dm.RollbackTransacao();
-    throw;
-  }
+  DemoSummary summary;
+  InTransaction(session, "the demo company", [&] {
+    summary = DemoBuilder(session).Build();
+    return true;
+  });
+  return summary;
 }
 
 }  // namespace kvc::cli

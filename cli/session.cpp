@@ -314,6 +314,23 @@ void CommitTransaction(Session& session, const std::string& what) {
       fmt::format("{} could not be committed{}{}", what, reason.empty() ? "" : ": ", reason));
 }
 
+void InTransaction(Session& session, const std::string& what, const std::function<bool()>& work) {
+  TddmContabilidadeBD& dm = session.Module();
+  BeginTransaction(dm);
+  bool keep = false;
+  try {
+    keep = work();
+  } catch (...) {
+    (void)dm.RollbackTransacao();
+    throw;
+  }
+  if (!keep) {
+    (void)dm.RollbackTransacao();
+    return;
+  }
+  CommitTransaction(session, what);
+}
+
 void Session::Bind() {
   host_.tipo_banco =
       options_.tipo_banco.empty() ? std::string(raw_->dialect().TipoBanco()) : options_.tipo_banco;

@@ -149,6 +149,11 @@ void EnsureBookNumbering(Session& session);
 // `what` could not be committed and what the server answered.
 void CommitTransaction(Session& session, const std::string& what);
 
+// Runs `work` inside a transaction of the module: rolled back when it raises
+// (the exception goes on) or returns false, committed otherwise
+// (CommitTransaction, naming `what`).
+void InTransaction(Session& session, const std::string& what, const std::function<bool()>& work);
+
 // Begins the module's transaction, or throws std::runtime_error saying why a
 // begin can fail: the module answers only false.
 void BeginTransaction(TddmContabilidadeBD& dm);
