@@ -31,8 +31,6 @@ constexpr char kInsertCentroCusto[] =
 constexpr char kInsertSaldoAnterior[] =
     "insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO) values (:EMPRESA, "
     ":REVENDA, :CONTA, :ANO, :SALDO)";
-constexpr char kInsertNumeracao[] =
-    "insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA) values (:EMPRESA, :REVENDA)";
 constexpr char kInsertTipoTransacao[] =
     "insert into FAT_TIPO_TRANSACAO (TIPO_TRANSACAO, UTILIZA_DESPESAS) select 'V21', 'S'";
 constexpr char kTipoTransacaoExiste[] =
@@ -187,10 +185,6 @@ class DemoBuilder {
       c_.Execute(kInsertSaldoAnterior, Params({{"CONTA", db::Value(conta)},
                                                {"ANO", db::Value(2022)},
                                                {"SALDO", db::Value(saldo)}}));
-    // No result calculated yet: the first calculation closes 2023, the
-    // next one 2024 (scripts/demo.sh runs them, each before its year's
-    // annual closing).
-    c_.Execute(kInsertNumeracao, CompanyParams(s_.Options()));
   }
 
   // A random analytic account whose code starts with one of the prefixes.
