@@ -55,17 +55,7 @@ class Books {
     password_ = t.password;
     Drop();
     url_ = "firebird://" + t.user + ":" + t.password + "@" + t.host + "/" + path;
-    WriteFile(dir_ + "/books_chart.csv", SmallChart());
-    WriteFile(dir_ + "/books_entries.txt", TwoRecords());
-    for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"init"},
-          {"chart-import", "books_chart.csv"},
-          {"post", "books_entries.txt", "--document", "1"}}) {
-      std::vector<std::string> all = {"--db", url_, "--quiet"};
-      all.insert(all.end(), args.begin(), args.end());
-      const RunResult r = RunKvctb(all, In(dir_));
-      if (r.exit_code != 0) throw std::runtime_error("loading the small books: " + r.err);
-    }
+    LoadSmallBooks(url_, dir_);
   }
   ~Books() { Drop(); }
   Books(const Books&) = delete;

@@ -106,14 +106,7 @@ class Servidor : public Fonte {
   std::pair<std::string, std::string> Prepara(const std::string&, size_t) override {
     if (sujo_) {
       recria_();
-      WriteFile(dir_ + "/books_chart.csv", SmallChart());
-      WriteFile(dir_ + "/books_entries.txt", TwoRecords());
-      for (const std::vector<std::string>& args :
-           {std::vector<std::string>{"init"},
-            {"chart-import", dir_ + "/books_chart.csv"},
-            {"post", dir_ + "/books_entries.txt", "--document", "1"}})
-        if (Kvctb(url_, args, nullptr) != 0)
-          throw std::runtime_error("kvctb could not load the small books on " + url_);
+      LoadSmallBooks(url_, dir_);
       sujo_ = false;
     }
     return {dir_, url_};

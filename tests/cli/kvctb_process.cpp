@@ -155,16 +155,20 @@ std::string DirectoryWithDemo(const std::string& name) {
   return DirectoryWithCopy(demo, name, "demo.db");
 }
 
+void LoadSmallBooks(const std::string& url, const std::string& dir) {
+  WriteFile(dir + "/books_chart.csv", SmallChart());
+  WriteFile(dir + "/books_entries.txt", TwoRecords());
+  MustRun({"--db", url, "--quiet", "init"}, dir);
+  MustRun({"--db", url, "--quiet", "chart-import", "books_chart.csv"}, dir);
+  MustRun({"--db", url, "--quiet", "post", "books_entries.txt", "--document", "1"}, dir);
+  fs::remove(dir + "/books_chart.csv");
+  fs::remove(dir + "/books_entries.txt");
+}
+
 std::string DirectoryWithSmallBooks(const std::string& name) {
   static const std::string books = [] {
     const std::string dir = NewDirectory("_small_books_template");
-    WriteFile(dir + "/chart.csv", SmallChart());
-    WriteFile(dir + "/entries.txt", TwoRecords());
-    MustRun({"--db", "sqlite:books.db", "--quiet", "init"}, dir);
-    MustRun({"--db", "sqlite:books.db", "--quiet", "chart-import", "chart.csv"}, dir);
-    MustRun({"--db", "sqlite:books.db", "--quiet", "post", "entries.txt", "--document", "1"}, dir);
-    fs::remove(dir + "/chart.csv");
-    fs::remove(dir + "/entries.txt");
+    LoadSmallBooks("sqlite:books.db", dir);
     RemoveTemporaryDirectoriesAtExit();
     return dir + "/books.db";
   }();

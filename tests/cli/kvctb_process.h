@@ -65,6 +65,11 @@ std::string DirectoryWithDemo(const std::string& name);
 // command many times, where the demo database would be slow.
 std::string DirectoryWithSmallBooks(const std::string& name);
 
+// Loads the small books into the empty database `url` with kvctb itself
+// (init, chart-import, post), run in `dir`; throws std::runtime_error with
+// kvctb's standard error when a command fails.
+void LoadSmallBooks(const std::string& url, const std::string& dir);
+
 // A chart of eight accounts in kvctb's CSV form: four groups (1 assets,
 // 2 liabilities, 3 revenue, 5 expenses), each with one analytic account
 // (1.1.1.01, 2.9.1.01 the result account, 3.1.1.01, 5.1.1.01).
