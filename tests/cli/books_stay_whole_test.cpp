@@ -119,6 +119,12 @@ class BooksStayWholeTest : public ::testing::TestWithParam<std::string> {
     return RunKvctb(all, In(dir_));
   }
 
+  // The result calculation of 2024 up to a day, committed, into 2.9.1.01.
+  RunResult CloseResult(const std::string& month, const std::string& day) {
+    return Run({"close-result", "--month", month, "--day", day, "--year", "2024", "--history", "99",
+                "--result-account", "2.9.1.01", "--confirm"});
+  }
+
   std::string Snapshot() const { return books_->Snapshot(); }
   std::unique_ptr<db::Connection> Db() const { return db::Connect(books_->url()); }
 
@@ -319,10 +325,7 @@ TEST_P(BooksStayWholeTest, ClosingAgainAfterAReopenedChangeMatchesAClosingOfTheC
 }
 
 TEST_P(BooksStayWholeTest, DeletingInAPeriodClosedByTheResultIsRefusedUnlessReopened) {
-  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
-                 "99", "--result-account", "2.9.1.01", "--confirm"})
-                .exit_code,
-            0);
+  ASSERT_EQ(CloseResult("202406", "30").exit_code, 0);
   const std::string before = Snapshot();
   const RunResult r = Run({"delete-entry", "1", "--month", "202406", "--day", "15"});
   EXPECT_EQ(r.exit_code, 1);
@@ -345,10 +348,7 @@ TEST_P(BooksStayWholeTest, DeletingInAPeriodClosedByTheResultIsRefusedUnlessReop
 // created before the calculation.
 TEST_P(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRow) {
   Db()->Execute("delete from FAT_NUMERACAO_LIVROS", {});
-  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
-                 "99", "--result-account", "2.9.1.01", "--confirm"})
-                .exit_code,
-            0);
+  ASSERT_EQ(CloseResult("202406", "30").exit_code, 0);
   const auto rows =
       Db()->Query("select ANOMES_APURACAO_RESULTADO from FAT_NUMERACAO_LIVROS", {}).rows;
   ASSERT_EQ(rows.size(), 1u);
@@ -358,13 +358,9 @@ TEST_P(BooksStayWholeTest, TheResultCalculationRecordsItsDateWithoutTheCompanyRo
 }
 
 TEST_P(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
-  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
-                 "99", "--result-account", "2.9.1.01", "--confirm"})
-                .exit_code,
-            0);
+  ASSERT_EQ(CloseResult("202406", "30").exit_code, 0);
   const std::string before = Snapshot();
-  const RunResult r = Run({"close-result", "--month", "202405", "--day", "31", "--year", "2024",
-                           "--history", "99", "--result-account", "2.9.1.01", "--confirm"});
+  const RunResult r = CloseResult("202405", "31");
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err,
             "kvctb: error: the result was already calculated up to 2024-06-30: a calculation "
@@ -376,10 +372,7 @@ TEST_P(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
 // The result calculation writes each closing entry and its counter-entry in
 // the result account unlinked: either alone cannot be deleted.
 TEST_P(BooksStayWholeTest, AClosingEntryCannotBeDeletedAlone) {
-  ASSERT_EQ(Run({"close-result", "--month", "202406", "--day", "30", "--year", "2024", "--history",
-                 "99", "--result-account", "2.9.1.01", "--confirm"})
-                .exit_code,
-            0);
+  ASSERT_EQ(CloseResult("202406", "30").exit_code, 0);
   const auto rows = Db()->Query(
                             "select LANCAMENTO from CTB_LANCAMENTO where ANO_MES = 202406 "
                             "and DIA = 30 order by LANCAMENTO",
