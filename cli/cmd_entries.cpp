@@ -38,16 +38,36 @@ constexpr char kSelectPostedWithoutDocument[] =
     "select DIA, CONTA, NATUREZA, VAL_LANCAMENTO from CTB_LANCAMENTO where EMPRESA = :EMPRESA "
     "and REVENDA = :REVENDA and ANO_MES = :ANO_MES and DOCUMENTO is null";
 
+// A record of the file that passed the boundary check, read once: its
+// fields, its two account fields as the posting method reads them, and its
+// debit and credit accounts.
 struct NumberedRecord {
   size_t line;
   std::string text;
+  RegistroInterface fields;
+  std::string first, second;  // the account fields' accounts
+  std::string debit, credit;
 };
+
+// `text` read as the posting method reads it. GravaLancamentoSAP takes plain
+// accounts and reports the first field as the debit; GravaLancamento's side
+// mark "-" credits the first account field.
+NumberedRecord ReadRecord(size_t line, const std::string& text, bool code_in_account, bool erp) {
+  NumberedRecord r{line, text, LeRegistro(text), "", "", "", ""};
+  const std::string& code = r.fields.codigo_divisao;
+  r.first = LeContaDivisao(r.fields.primeiro_campo_conta, code_in_account, code).conta;
+  r.second = LeContaDivisao(r.fields.segundo_campo_conta, code_in_account, code).conta;
+  const bool first_credited = !erp && r.fields.marca_lado == "-";
+  r.debit = first_credited ? r.second : r.first;
+  r.credit = first_credited ? r.first : r.second;
+  return r;
+}
 
 // The records of a file: every non-empty line (a trailing carriage return
 // removed, apostrophes of the history made typographic), each checked; every
 // bad one is reported together (FileError). The lines whose apostrophes were
 // replaced go to `apostrophes`.
-std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account,
+std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account, bool erp,
                                         std::vector<size_t>& apostrophes) {
   std::vector<NumberedRecord> records;
   std::istringstream in(ReadInput(file));
@@ -65,7 +85,7 @@ std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_ac
     if (!problem.empty())
       problems.Add(n, problem);
     else
-      records.push_back({n, line});
+      records.push_back(ReadRecord(n, line, code_in_account, erp));
   }
   problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
   if (records.empty()) throw FileError(file, n ? n : 1, "no records");
@@ -83,35 +103,20 @@ void AnnounceApostrophes(const std::string& file, const std::vector<size_t>& lin
       file, lines.size() > 1 ? "s" : "", fmt::join(lines, ", "));
 }
 
-// The two account fields of a record, as the posting method reads them
-// (GravaLancamentoSAP takes plain accounts).
-std::pair<std::string, std::string> Accounts(const std::string& record, bool code_in_account) {
-  const RegistroInterface r = LeRegistro(record);
-  return {LeContaDivisao(r.primeiro_campo_conta, code_in_account, r.codigo_divisao).conta,
-          LeContaDivisao(r.segundo_campo_conta, code_in_account, r.codigo_divisao).conta};
-}
-
-// The debit and credit accounts of a record, for the dry-run report.
-std::pair<std::string, std::string> Sides(const std::string& record, bool code_in_account) {
-  const auto [first, second] = Accounts(record, code_in_account);
-  return LeRegistro(record).marca_lado == "-" ? std::pair{second, first} : std::pair{first, second};
-}
-
 // Refuses the file when a record names an account that is not in the
 // company's chart, or a synthetic one. The module writes whatever account it
 // is given; such an entry never reaches a balance (balances read the
 // analytic accounts of the chart), and the trial balance would stop adding
 // up to zero. Checked before the transaction begins.
 void CheckAccounts(Session& session, const std::string& file,
-                   const std::vector<NumberedRecord>& records, bool code_in_account) {
+                   const std::vector<NumberedRecord>& records) {
   std::map<std::string, std::string> levels;
   for (const ChartAccount& a : session.Chart()) levels[a.conta] = a.nivel;
   FileProblems problems(file);
   for (const NumberedRecord& r : records) {
-    const auto [first, second] = Accounts(r.text, code_in_account);
     const std::pair<const char*, const std::string*> fields[] = {
-        {"first account field (positions 74-93)", &first},
-        {"second account field (positions 94-113)", &second}};
+        {"first account field (positions 74-93)", &r.first},
+        {"second account field (positions 94-113)", &r.second}};
     for (const auto& [field, account] : fields) {
       const auto level = levels.find(*account);
       if (level == levels.end())
@@ -133,8 +138,7 @@ void CheckAccounts(Session& session, const std::string& file,
 // A journal entry answers for one record only, so a file that holds a
 // record twice, posted once before, has one duplicate.
 void CheckDuplicates(Session& session, const std::string& file,
-                     const std::vector<NumberedRecord>& records, bool code_in_account, bool erp,
-                     const std::string& document) {
+                     const std::vector<NumberedRecord>& records, const std::string& document) {
   // "day|account|nature|cents" of the journal's entries, counted.
   std::map<int32_t, std::map<std::string, int>> posted;
   auto key = [](const std::string& dia, const std::string& conta, char natureza, double valor) {
@@ -142,7 +146,7 @@ void CheckDuplicates(Session& session, const std::string& file,
   };
   FileProblems problems(file);
   for (const NumberedRecord& r : records) {
-    const RegistroInterface reg = LeRegistro(r.text);
+    const RegistroInterface& reg = r.fields;
     const int32_t ano_mes = std::stoi(reg.ano_mes);
     if (!posted.count(ano_mes)) {
       db::BoundParams params = CompanyParams(session.Options());
@@ -156,17 +160,16 @@ void CheckDuplicates(Session& session, const std::string& file,
         ++month[key(std::to_string(row.at(0).AsInteger()), Apara(row.at(1).AsString()),
                     Apara(row.at(2).AsString()).c_str()[0], row.at(3).AsFloat())];
     }
-    const auto [debit, credit] = erp ? Accounts(r.text, false) : Sides(r.text, code_in_account);
     auto& month = posted[ano_mes];
-    const std::string d = key(reg.dia, debit, 'D', reg.valor);
-    const std::string c = key(reg.dia, credit, 'C', reg.valor);
+    const std::string d = key(reg.dia, r.debit, 'D', reg.valor);
+    const std::string c = key(reg.dia, r.credit, 'C', reg.valor);
     if (month[d] > 0 && month[c] > 0) {
       --month[d];
       --month[c];
       problems.Add(r.line, fmt::format("already in the journal: {} on day {} of {}, debit {}, "
                                        "credit {}, document {}",
-                                       FormatAmount(reg.valor, false), reg.dia, ano_mes, debit,
-                                       credit, document.empty() ? "(none)" : document));
+                                       FormatAmount(reg.valor, false), reg.dia, ano_mes, r.debit,
+                                       r.credit, document.empty() ? "(none)" : document));
     }
   }
   problems.RaiseIfAny(
@@ -183,8 +186,7 @@ std::set<std::chrono::year_month_day> CheckClosedPeriods(const ClosedPeriods& cl
   std::set<std::chrono::year_month_day> reopened;
   FileProblems problems(file);
   for (const NumberedRecord& r : records) {
-    const RegistroInterface reg = LeRegistro(r.text);
-    const auto date = EntryDate(std::stoi(reg.ano_mes), std::stoi(reg.dia));
+    const auto date = EntryDate(std::stoi(r.fields.ano_mes), std::stoi(r.fields.dia));
     const std::string why = closed.Why(date);
     if (why.empty()) continue;
     if (reopen)
@@ -212,12 +214,12 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
           : std::to_string(ParseInt("--division-dealership", o.division_dealership, 0, 999999999));
   const bool code_in_account = !erp && o.code_in_account;
   std::vector<size_t> apostrophes;
-  const std::vector<NumberedRecord> records = ReadRecords(o.file, code_in_account, apostrophes);
+  const std::vector<NumberedRecord> records =
+      ReadRecords(o.file, code_in_account, erp, apostrophes);
 
   Session session(ctx.options, ctx.trace);
-  CheckAccounts(session, o.file, records, code_in_account);
-  if (!o.allow_duplicates)
-    CheckDuplicates(session, o.file, records, code_in_account, erp, document);
+  CheckAccounts(session, o.file, records);
+  if (!o.allow_duplicates) CheckDuplicates(session, o.file, records, document);
   const ClosedPeriods closed(session);
   const auto reopened = CheckClosedPeriods(closed, o.file, records, o.reopen);
   TddmContabilidadeBD& dm = session.Module();
@@ -246,12 +248,9 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
     if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
     AnnounceApostrophes(o.file, apostrophes);
     out.columns = {"line", "month", "day", "debit", "credit", "amount"};
-    for (const NumberedRecord& r : records) {
-      const RegistroInterface reg = LeRegistro(r.text);
-      const auto [debit, credit] = erp ? Accounts(r.text, false) : Sides(r.text, code_in_account);
-      out.rows.push_back(
-          {static_cast<int64_t>(r.line), reg.ano_mes, reg.dia, debit, credit, Amount{reg.valor}});
-    }
+    for (const NumberedRecord& r : records)
+      out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
+                          r.credit, Amount{r.fields.valor}});
     session.Progress().Status(
         fmt::format("dry run: {} records would be posted; nothing was written", records.size()));
   } else {
