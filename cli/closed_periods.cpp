@@ -41,16 +41,17 @@ ClosedPeriods::ClosedPeriods(Session& session) {
   }
 }
 
-std::string ClosedPeriods::Why(const year_month_day& date) const {
+std::string ClosedPeriods::Why(const year_month_day& date, const std::string& subject) const {
+  const std::string named = subject.empty() ? IsoDate(date) : subject;
   const int year = static_cast<int>(date.year());
   if (last_closed_year_ && year <= *last_closed_year_)
     return fmt::format(
         "{} is in a closed year: the annual closing has been run up to {} (its carried-forward "
         "balances exist)",
-        IsoDate(date), *last_closed_year_);
+        named, *last_closed_year_);
   if (result_closed_to_ && date <= *result_closed_to_)
-    return fmt::format("{} is in a closed period: the result was calculated up to {}",
-                       IsoDate(date), IsoDate(*result_closed_to_));
+    return fmt::format("{} is in a closed period: the result was calculated up to {}", named,
+                       IsoDate(*result_closed_to_));
   return "";
 }
 

@@ -22,8 +22,9 @@ class ClosedPeriods {
   explicit ClosedPeriods(Session& session);
 
   // Why `date` is closed ("2023-06-15 is in a closed ..."), or empty when it
-  // is open.
-  std::string Why(const std::chrono::year_month_day& date) const;
+  // is open. `subject` names the date in the text when given ("the closing
+  // date is in a closed ...").
+  std::string Why(const std::chrono::year_month_day& date, const std::string& subject = "") const;
 
   // What to run again after changes on `dates`, one line each for standard
   // error; empty when every date was open.

@@ -62,11 +62,9 @@ void CheckResultClosingDate(Session& session, const std::chrono::year_month_day&
         "the result was already calculated up to {}: a calculation closing on {} would move "
         "that date back, and the next one would close the movement after {} a second time",
         IsoDate(*last), IsoDate(closing), IsoDate(closing)));
-  const std::string why = closed.Why(closing);
+  const std::string why = closed.Why(closing, "the closing date");
   if (!why.empty() && !reopen)
-    throw std::runtime_error(
-        fmt::format("the closing date {}; give --reopen to calculate the result all the same",
-                    why.substr(why.find(' ') + 1)));
+    throw std::runtime_error(why + "; give --reopen to calculate the result all the same");
 }
 
 struct CloseResultOptions {
