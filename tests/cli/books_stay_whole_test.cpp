@@ -369,6 +369,27 @@ TEST_P(BooksStayWholeTest, AResultCalculationCannotMoveItsDateBack) {
   EXPECT_TRUE(Snapshot() == before);
 }
 
+TEST_P(BooksStayWholeTest, AResultCalculationInAClosedYearNeedsReopen) {
+  ASSERT_EQ(Run({"close-year", "2024"}).exit_code, 0);
+  const std::string before = Snapshot();
+  const RunResult r = CloseResult("202412", "31");
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "kvctb: error: the closing date is in a closed year: the annual closing has been run "
+            "up to 2024 (its carried-forward balances exist); give --reopen to calculate the "
+            "result all the same\n");
+  EXPECT_TRUE(Snapshot() == before);
+
+  const RunResult reopened =
+      Run({"close-result", "--month", "202412", "--day", "31", "--year", "2024", "--history", "99",
+           "--result-account", "2.9.1.01", "--confirm", "--reopen"});
+  EXPECT_EQ(reopened.exit_code, 0) << reopened.err;
+  EXPECT_EQ(reopened.err,
+            "kvctb: the change reaches a closed year: run its annual closing again: kvctb "
+            "close-year 2024\n");
+  EXPECT_EQ(Imbalance(), 0);
+}
+
 // The result calculation writes each closing entry and its counter-entry in
 // the result account unlinked: either alone cannot be deleted.
 TEST_P(BooksStayWholeTest, AClosingEntryCannotBeDeletedAlone) {
