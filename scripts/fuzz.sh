@@ -61,7 +61,9 @@ if [ -z "${ASAN_SYMBOLIZER_PATH:-}" ] && command -v llvm-symbolizer >/dev/null; 
 fi
 
 # Runs one target; its output goes to $work/NAME.log, its exit code to
-# $work/NAME.rc, its wall time to $work/NAME.time.
+# $work/NAME.rc, its wall time to $work/NAME.time and the CPU time of the
+# fuzzer (user and system, from the shell's `times`) to $work/NAME.cpu: on a
+# shared machine the two differ, and the long run's promise is CPU time.
 run_target() {
   local name=$1
   local corpus="$work/$name/corpus"
@@ -75,6 +77,14 @@ run_target() {
     -timeout=25 -rss_limit_mb=2048 -artifact_prefix="$findings/$name/" \
     >"$work/$name.log" 2>&1 || rc=$?
   echo $(($(date +%s) - start)) >"$work/$name.time"
+  # The second line of `times` is the children's user and system time, as
+  # "XmY.YYYs XmY.YYYs"; a builtin with a redirection runs in this shell.
+  times >"$work/$name.times"
+  awk 'NR == 2 {
+         total = 0
+         for (i = 1; i <= 2; i++) { split($i, t, /[ms]/); total += t[1] * 60 + t[2] }
+         printf "%d\n", total
+       }' "$work/$name.times" >"$work/$name.cpu"
   echo "$rc" >"$work/$name.rc"
 }
 
@@ -102,7 +112,7 @@ final_stat() { sed -n "s/^stat::$2: *//p" "$work/$1.log" | tail -1; }
 
 failed=0
 passed=0
-printf '%-14s %14s %8s %10s %18s  %s\n' target executions seconds exec/s corpus result
+printf '%-14s %14s %8s %8s %10s %18s  %s\n' target executions seconds cpu-s exec/s corpus result
 for name in "${targets[@]}"; do
   rc=$(cat "$work/$name.rc" 2>/dev/null || echo 1)
   execs=$(final_stat "$name" number_of_executed_units)
@@ -116,8 +126,8 @@ for name in "${targets[@]}"; do
   else
     passed=$((passed + 1))
   fi
-  printf '%-14s %14s %8s %10s %18s  %s\n' "$name" "${execs:-?}" "$(cat "$work/$name.time")" \
-    "${rate:-?}" "$seeds -> $after" "$result"
+  printf '%-14s %14s %8s %8s %10s %18s  %s\n' "$name" "${execs:-?}" "$(cat "$work/$name.time")" \
+    "$(cat "$work/$name.cpu")" "${rate:-?}" "$seeds -> $after" "$result"
 done
 
 if [ "$failed" != 0 ]; then
