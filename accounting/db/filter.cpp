@@ -11,6 +11,17 @@
 #include "accounting/db/sql_format.h"
 
 namespace kvc::db {
+namespace {
+
+// What the dataset's SQLite can take of a condition: its parser's stack
+// holds some thirty levels of "NOT ((...))", and an expression at most a
+// thousand levels of operators, which a flat chain of comparisons counts
+// one by one. A filter beyond either is refused here, naming the place,
+// rather than failing when the dataset is read.
+constexpr int kMaxNesting = 20;
+constexpr int kMaxComparisons = 500;
+
+}  // namespace
 
 std::string SqlIdentifier(std::string_view name) {
   std::string out;
@@ -197,36 +208,51 @@ class Translator {
     Fail("expected " + what + " but found " + Describe(t), t.offset);
   }
 
+  // A chain of ORs (of ANDs) is written flat, in one pair of parentheses:
+  // nesting each link would make the depth grow with the chain's length.
   std::string Condition() {
-    std::string left = Term();
+    std::string sql = Term();
+    bool chain = false;
     while (IsKeyword(Peek(), "or")) {
       Take();
-      std::string right = Term();
-      left = "(" + left + " OR " + right + ")";
+      sql += " OR " + Term();
+      chain = true;
     }
-    return left;
+    return chain ? "(" + sql + ")" : sql;
   }
 
   std::string Term() {
-    std::string left = Factor();
+    std::string sql = Factor();
+    bool chain = false;
     while (IsKeyword(Peek(), "and")) {
       Take();
-      std::string right = Factor();
-      left = "(" + left + " AND " + right + ")";
+      sql += " AND " + Factor();
+      chain = true;
     }
-    return left;
+    return chain ? "(" + sql + ")" : sql;
+  }
+
+  // One level deeper for the NOT or the parenthesis at `offset`.
+  void Deeper(size_t offset) {
+    if (++depth_ > kMaxNesting)
+      Fail("nested deeper than " + std::to_string(kMaxNesting) + " levels", offset);
   }
 
   std::string Factor() {
     const Token& t = Peek();
     if (IsKeyword(t, "not")) {
+      Deeper(t.offset);
       Take();
-      return "NOT (" + Factor() + ")";
+      std::string sql = "NOT (" + Factor() + ")";
+      --depth_;
+      return sql;
     }
     if (t.kind == Tok::kOpen) {
       const size_t open = t.offset;
+      Deeper(open);
       Take();
       std::string inner = Condition();
+      --depth_;
       if (Peek().kind == Tok::kEnd) Fail("unclosed parenthesis", open);
       if (Peek().kind != Tok::kClose) Expected("')'");
       Take();
@@ -275,6 +301,8 @@ class Translator {
   }
 
   std::string Predicate() {
+    if (++comparisons_ > kMaxComparisons)
+      Fail("more than " + std::to_string(kMaxComparisons) + " comparisons", Peek().offset);
     Operand left = ReadOperand("a condition");
     const Token& t = Peek();
 
@@ -394,6 +422,8 @@ class Translator {
   const std::vector<FieldDef>& fields_;
   std::vector<Token> tokens_;
   size_t pos_ = 0;
+  int depth_ = 0;        // NOTs and parentheses around the current token
+  int comparisons_ = 0;  // predicates read so far
   SqlFilter out_;
 };
 

@@ -55,20 +55,19 @@ TEST(FilterTranslation, FiltersWrittenByTheEngineTranslate) {
       "conta = '1101' and revenda_divisao = 5 and revenda_divisao is not null and natureza = 'D'",
       kFields);
   EXPECT_EQ(f.where,
-            "(((\"conta\" = ? AND \"revenda_divisao\" = ?) AND \"revenda_divisao\" IS NOT NULL) "
+            "(\"conta\" = ? AND \"revenda_divisao\" = ? AND \"revenda_divisao\" IS NOT NULL "
             "AND \"natureza\" = ?)");
   EXPECT_EQ(f.params, (std::vector<Value>{"1101", 5, "D"}));
 
   f = TranslateFilter("conta = '11' and centro_custo in (1,2,3) and tipo_item is null", kFields);
-  EXPECT_EQ(f.where,
-            "((\"conta\" = ? AND \"centro_custo\" IN (?, ?, ?)) AND \"tipo_item\" IS NULL)");
+  EXPECT_EQ(f.where, "(\"conta\" = ? AND \"centro_custo\" IN (?, ?, ?) AND \"tipo_item\" IS NULL)");
   EXPECT_EQ(f.params, (std::vector<Value>{"11", 1, 2, 3}));
 
   f = TranslateFilter("EMPRESA = 1 and   REVENDA = 2 and   CONTA_SUPERIORA = '1'", kFields);
   EXPECT_EQ(f.params, (std::vector<Value>{1, 2, "1"}));
 
   f = TranslateFilter("CONTA = '1' AND NATUREZA='D' AND TIPO = 'X'", kFields);
-  EXPECT_EQ(f.where, "((\"conta\" = ? AND \"natureza\" = ?) AND \"TIPO\" = ?)");
+  EXPECT_EQ(f.where, "(\"conta\" = ? AND \"natureza\" = ? AND \"TIPO\" = ?)");
   EXPECT_EQ(f.params, (std::vector<Value>{"1", "D", "X"}));
 }
 
