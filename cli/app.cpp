@@ -81,6 +81,7 @@ int RunKvctb(int argc, char** argv) {
 
   Commands commands;
   AddSetupCommands(app, commands);
+  AddDivisionCommands(app, commands);
   AddEntryCommands(app, commands);
   AddBalanceCommands(app, commands);
   AddClosingCommands(app, commands);

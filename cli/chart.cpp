@@ -84,6 +84,15 @@ std::vector<ChartLine> ParseChart(const std::string& file, const std::string& te
   return chart;
 }
 
+std::string ChartCsv(const std::vector<ChartLine>& chart) {
+  std::string csv = std::string(kChartHeader) + ",DES_CONTA\n";
+  for (const ChartLine& c : chart)
+    csv += fmt::format("{},{},{},{},{},{}\n", c.conta, c.superiora, c.nivel,
+                       c.nivel_divisao ? std::to_string(*c.nivel_divisao) : "", c.dividido,
+                       c.descricao);
+  return csv;
+}
+
 void CheckTree(const std::string& file, const std::vector<ChartLine>& chart,
                const std::set<std::string>& existing) {
   std::map<std::string, const ChartLine*> by_code;

@@ -28,6 +28,11 @@ inline constexpr char kChartHeader[] =
 // (cli/commands.h) naming the line.
 std::vector<ChartLine> ParseChart(const std::string& file, const std::string& text);
 
+// The chart as chart-import reads it: the header with ",DES_CONTA", then one
+// account a line ("\n"), in the order given. Parsing the text gives `chart`
+// back (the line numbers aside).
+std::string ChartCsv(const std::vector<ChartLine>& chart);
+
 // Refuses duplicates, unknown parents and cycles; `existing` are the codes
 // already in the chart. Throws FileError naming the line.
 void CheckTree(const std::string& file, const std::vector<ChartLine>& chart,

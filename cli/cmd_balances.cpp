@@ -386,7 +386,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          Output out;
          out.columns = {"account", "parent", "level", "balance"};
          double roots = 0;
-         for (const ChartAccount& a : session.Chart()) {
+         for (const ChartLine& a : session.Chart()) {
            double saldo = 0;
            session.Module().BuscaSaldoConta(
                ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo, f.fonte,

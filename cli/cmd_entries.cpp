@@ -1,6 +1,7 @@
 // The entry commands: post and post-erp (fixed-width records through
 // GravaLancamento and GravaLancamentoSAP, a whole file in one transaction),
-// delete-entry, and the two lookups cost-centre and invoice-text.
+// delete-entry, and the lookup invoice-text.
+#include <algorithm>
 #include <cmath>
 #include <iostream>
 #include <map>
@@ -13,6 +14,7 @@
 #include "accounting/entries/registro_interface.h"
 #include "cli/closed_periods.h"
 #include "cli/commands.h"
+#include "cli/divisions.h"
 #include "cli/record.h"
 #include "cli/validate.h"
 
@@ -47,19 +49,24 @@ struct NumberedRecord {
   RegistroInterface fields;
   std::string first, second;  // the account fields' accounts
   std::string debit, credit;
+  std::string debit_code, credit_code;  // the division code of each side's entry
 };
 
 // `text` read as the posting method reads it. GravaLancamentoSAP takes plain
 // accounts and reports the first field as the debit; GravaLancamento's side
 // mark "-" credits the first account field.
 NumberedRecord ReadRecord(size_t line, const std::string& text, bool code_in_account, bool erp) {
-  NumberedRecord r{line, text, LeRegistro(text), "", "", "", ""};
+  NumberedRecord r{line, text, LeRegistro(text), "", "", "", "", "", ""};
   const std::string& code = r.fields.codigo_divisao;
-  r.first = LeContaDivisao(r.fields.primeiro_campo_conta, code_in_account, code).conta;
-  r.second = LeContaDivisao(r.fields.segundo_campo_conta, code_in_account, code).conta;
+  const ContaDivisao first = LeContaDivisao(r.fields.primeiro_campo_conta, code_in_account, code);
+  const ContaDivisao second = LeContaDivisao(r.fields.segundo_campo_conta, code_in_account, code);
+  r.first = first.conta;
+  r.second = second.conta;
   const bool first_credited = !erp && r.fields.marca_lado == "-";
   r.debit = first_credited ? r.second : r.first;
   r.credit = first_credited ? r.first : r.second;
+  r.debit_code = (first_credited ? second : first).codigo_divisao;
+  r.credit_code = (first_credited ? first : second).codigo_divisao;
   return r;
 }
 
@@ -111,7 +118,7 @@ void AnnounceApostrophes(const std::string& file, const std::vector<size_t>& lin
 void CheckAccounts(Session& session, const std::string& file,
                    const std::vector<NumberedRecord>& records) {
   std::map<std::string, std::string> levels;
-  for (const ChartAccount& a : session.Chart()) levels[a.conta] = a.nivel;
+  for (const ChartLine& a : session.Chart()) levels[a.conta] = a.nivel;
   FileProblems problems(file);
   for (const NumberedRecord& r : records) {
     const std::pair<const char*, const std::string*> fields[] = {
@@ -129,6 +136,80 @@ void CheckAccounts(Session& session, const std::string& file,
     }
   }
   problems.RaiseIfAny("nothing of the file was posted");
+}
+
+// Where a side's division code stands in the record.
+std::string DivisionCodeField(const NumberedRecord& r, const std::string& account,
+                              bool code_in_account) {
+  if (!code_in_account) return "division code (positions 13-16)";
+  return account == r.first ? "first account field (positions 74-78)"
+                            : "second account field (positions 94-98)";
+}
+
+// A record's division code is a cost centre. Refuses the file when a code
+// that the division split keeps names no cost centre of the company (the
+// entry would be analysed under a cost centre nobody defined). Returns the
+// warnings for the codes the split drops where nobody would expect it: on an
+// account whose division levels have no cost-centre level, the chart asking
+// for a division the company has not set up (a fresh database defines
+// none). The module drops them without a word. A balance-sheet account
+// dropping the code is the split's design (cost centres analyse the result;
+// interface files stamp a department on every record) and goes unremarked.
+// Checked before the transaction begins.
+std::vector<std::string> CheckDivisionCodes(Session& session, const std::string& file,
+                                            const std::vector<NumberedRecord>& records,
+                                            bool code_in_account) {
+  std::map<std::string, ChartLine> chart;
+  for (ChartLine& a : session.Chart()) chart[a.conta] = std::move(a);
+  const std::map<int32_t, std::string> types = DivisionTypes(session);
+  std::set<int32_t> centres;
+  for (const CostCentre& c : CostCentres(session)) centres.insert(c.code);
+  // The lines of each dropped account, by account and reason.
+  std::map<std::pair<std::string, std::string>, std::vector<size_t>> dropped;
+  FileProblems problems(file);
+  for (const NumberedRecord& r : records) {
+    struct Side {
+      const std::string& account;
+      const std::string& code;
+      CostCentreFate fate;
+    };
+    const Side sides[] = {{r.debit, r.debit_code, FateOfCostCentre(chart.at(r.debit), types)},
+                          {r.credit, r.credit_code, FateOfCostCentre(chart.at(r.credit), types)}};
+    std::set<std::string> reported;  // a record's code, once
+    for (const Side& side : sides) {
+      if (side.code.empty()) continue;
+      if (!side.fate.Kept()) {
+        if (side.fate.no_cost_centre_level.empty()) continue;
+        auto& lines = dropped[{side.account, side.fate.Why()}];
+        if (lines.empty() || lines.back() != r.line) lines.push_back(r.line);
+      } else if (!centres.count(std::stoi(side.code)) && reported.insert(side.code).second) {
+        problems.Add(r.line,
+                     fmt::format("{}: {} is not a cost centre of company {}; define it with kvctb "
+                                 "cost-centre-add {} DESCRIPTION",
+                                 DivisionCodeField(r, side.account, code_in_account), side.code,
+                                 session.Options().empresa, std::stoi(side.code)));
+      }
+    }
+  }
+  problems.RaiseIfAny("nothing of the file was posted");
+  std::vector<std::string> warnings;
+  constexpr size_t kLinesShown = 10;
+  for (const auto& [key, lines] : dropped) {
+    std::vector<size_t> shown(
+        lines.begin(), lines.begin() + static_cast<long>(std::min(lines.size(), kLinesShown)));
+    std::string where =
+        fmt::format("line{} {}", lines.size() > 1 ? "s" : "", fmt::join(shown, ", "));
+    if (lines.size() > kLinesShown)
+      where += fmt::format(" and {} more", lines.size() - kLinesShown);
+    warnings.push_back(fmt::format(
+        "{}: {}: the division code is not kept on account {} (its entries get no cost centre): {}",
+        file, where, key.first, key.second));
+  }
+  return warnings;
+}
+
+void PrintWarnings(const std::vector<std::string>& warnings) {
+  for (const std::string& w : warnings) std::cerr << "kvctb: " << w << "\n";
 }
 
 // Stops the posting when records of the file already stand in the journal:
@@ -219,6 +300,8 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
 
   Session session(ctx.options, ctx.trace);
   CheckAccounts(session, o.file, records);
+  const std::vector<std::string> dropped_codes =
+      CheckDivisionCodes(session, o.file, records, code_in_account);
   if (!o.allow_duplicates) CheckDuplicates(session, o.file, records, document);
   const ClosedPeriods closed(session);
   const auto reopened = CheckClosedPeriods(closed, o.file, records, o.reopen);
@@ -247,6 +330,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   if (o.dry_run) {
     if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
     AnnounceApostrophes(o.file, apostrophes);
+    PrintWarnings(dropped_codes);
     out.columns = {"line", "month", "day", "debit", "credit", "amount"};
     for (const NumberedRecord& r : records)
       out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
@@ -256,6 +340,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   } else {
     CommitTransaction(session, "the entries");
     AnnounceApostrophes(o.file, apostrophes);
+    PrintWarnings(dropped_codes);
     PrintRunAgain(closed, reopened);
     out.single = true;
     out.columns = {"file", "records", "entries"};
@@ -275,7 +360,8 @@ void AddPost(CLI::App& app, Commands& commands, bool erp) {
             "Example: kvctb post-erp erp.txt --document 4711"
           : "Post every fixed-width record of FILE ('-' for standard input) through\n"
             "GravaLancamento, all in one transaction. Every record is checked first (its\n"
-            "fields, and both accounts analytic accounts of the chart): each bad one is\n"
+            "fields, both accounts analytic accounts of the chart, its division code a\n"
+            "cost centre of cost-centres where an entry keeps it): each bad one is\n"
             "printed as FILE:LINE: message and nothing is posted.\n"
             "Example: kvctb post entries.txt --document 4711 --dry-run");
   sub->add_option("FILE", o->file, "The record file, 133 characters a line. Example: entries.txt")
@@ -372,35 +458,6 @@ void AddEntryCommands(CLI::App& app, Commands& commands) {
          PrintOutput(ctx.options, out);
          return kExitOk;
        }});
-
-  struct CostCentreOptions {
-    std::string code;
-    bool active_only = false;
-  };
-  auto cc = std::make_shared<CostCentreOptions>();
-  CLI::App* ccs = app.add_subcommand(
-      "cost-centre",
-      "The description of a cost centre (BuscaDescricaoCCusto); exit code 1 when there\n"
-      "is none. Example: kvctb cost-centre 4 --active-only");
-  ccs->add_option("CODE", cc->code, "Cost-centre code. Example: 4")->required();
-  ccs->add_flag("--active-only", cc->active_only,
-                "Ignore a cost centre marked inactive for queries.");
-  commands.push_back({ccs, [cc](const RunContext& ctx) {
-                        const int32_t code = ParseInt("CODE", cc->code, 0, 999999999);
-                        Session session(ctx.options, ctx.trace);
-                        const std::string description = session.Module().BuscaDescricaoCCusto(
-                            ctx.options.empresa, ctx.options.revenda, code, cc->active_only);
-                        if (description.empty())
-                          throw std::runtime_error(fmt::format("there is no{} cost centre {}",
-                                                               cc->active_only ? " active" : "",
-                                                               code));
-                        Output out;
-                        out.single = true;
-                        out.columns = {"cost_centre", "description"};
-                        out.rows.push_back({int64_t{code}, description});
-                        PrintOutput(ctx.options, out);
-                        return kExitOk;
-                      }});
 
   struct InvoiceOptions {
     std::string entry, month;

@@ -1,5 +1,6 @@
-// The set-up commands: init (the schema, optionally the demo company) and
-// chart-import (a chart of accounts from a CSV file, all or nothing).
+// The set-up commands: init (the schema, optionally the demo company),
+// chart-import (a chart of accounts from a CSV file, all or nothing) and
+// chart-export (the chart in the file format chart-import reads).
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -83,7 +84,7 @@ int RunChartImport(const RunContext& ctx, const std::string& file) {
   const std::vector<ChartLine> chart = ParseChart(file, ReadInput(file));
   Session session(ctx.options, ctx.trace);
   std::set<std::string> existing;
-  for (const ChartAccount& a : session.Chart()) existing.insert(a.conta);
+  for (const ChartLine& a : session.Chart()) existing.insert(a.conta);
   CheckTree(file, chart, existing);
   InTransaction(session, "the chart", [&] {
     for (const ChartLine& c : chart) {
@@ -108,6 +109,19 @@ int RunChartImport(const RunContext& ctx, const std::string& file) {
   out.columns = {"file", "imported"};
   out.rows.push_back({file, static_cast<int64_t>(chart.size())});
   PrintOutput(ctx.options, out);
+  return kExitOk;
+}
+
+// The chart goes to standard output as chart-import reads it, whatever
+// --format says: the file is for chart-import (of another company, or of
+// this one into a new database), not for reading.
+int RunChartExport(const RunContext& ctx) {
+  Session session(ctx.options, ctx.trace);
+  const std::vector<ChartLine> chart = session.Chart();
+  std::cout << ChartCsv(chart);
+  std::cout.flush();
+  session.Progress().Status(fmt::format("{} accounts of company {}, dealership {}", chart.size(),
+                                        ctx.options.empresa, ctx.options.revenda));
   return kExitOk;
 }
 
@@ -183,6 +197,13 @@ void AddSetupCommands(CLI::App& app, Commands& commands) {
   import->add_option("FILE", *file, "The CSV file. Example: chart.csv")->required();
   commands.push_back(
       {import, [file](const RunContext& ctx) { return RunChartImport(ctx, *file); }});
+
+  CLI::App* chart_export = app.add_subcommand(
+      "chart-export",
+      "Write the chart of accounts of the company and dealership to standard output\n"
+      "as the CSV file chart-import reads (with DES_CONTA), whatever --format says.\n"
+      "Example: kvctb chart-export > chart.csv");
+  commands.push_back({chart_export, RunChartExport});
 }
 
 }  // namespace kvc::cli

@@ -35,14 +35,19 @@ struct Command {
 };
 using Commands = std::vector<Command>;
 
-void AddSetupCommands(CLI::App& app, Commands& commands);    // init, chart-import
-void AddEntryCommands(CLI::App& app, Commands& commands);    // post, post-erp, delete-entry,
-                                                             // cost-centre, invoice-text
-void AddBalanceCommands(CLI::App& app, Commands& commands);  // balance, movement,
-                                                             // day-movement, opening,
-                                                             // trial-balance
-void AddClosingCommands(CLI::App& app, Commands& commands);  // close-result, close-year,
-                                                             // rollup, rebuild
+void AddSetupCommands(CLI::App& app, Commands& commands);     // init, chart-import,
+                                                              // chart-export
+void AddDivisionCommands(CLI::App& app, Commands& commands);  // cost-centre, cost-centres,
+                                                              // cost-centre-add,
+                                                              // division-types,
+                                                              // division-type-add
+void AddEntryCommands(CLI::App& app, Commands& commands);     // post, post-erp, delete-entry,
+                                                              // invoice-text
+void AddBalanceCommands(CLI::App& app, Commands& commands);   // balance, movement,
+                                                              // day-movement, opening,
+                                                              // trial-balance
+void AddClosingCommands(CLI::App& app, Commands& commands);   // close-result, close-year,
+                                                              // rollup, rebuild
 
 // A problem with one line of an input file; printed as "FILE:LINE: message"
 // and answered with exit code 1.

@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include "accounting/db/dialect.h"
+#include "cli/divisions.h"
 #include "cli/record.h"
 
 namespace kvc::cli {
@@ -21,13 +22,6 @@ constexpr char kInsertConta[] =
     "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL, NIVEL_DIVISAO, "
     "LANCAMENTO_DIVIDIDO, DES_CONTA) values (:EMPRESA, :REVENDA, :CONTA, :CONTA_SUPERIORA, "
     ":NIVEL, :NIVEL_DIVISAO, :LANCAMENTO_DIVIDIDO, :DES_CONTA)";
-constexpr char kInsertDivisao[] =
-    "insert into CTB_DIVISAO_CONTABIL (EMPRESA, REVENDA, NIVEL, TIPO_DIVISAO) values (:EMPRESA, "
-    ":REVENDA, :NIVEL, :TIPO_DIVISAO)";
-constexpr char kInsertCentroCusto[] =
-    "insert into CTB_CENTRO_CUSTO (EMPRESA, REVENDA, CENTRO_CUSTO, DES_CENTRO_CUSTO, "
-    "INATIVO_CONSULTAS) values (:EMPRESA, :REVENDA, :CENTRO_CUSTO, :DES_CENTRO_CUSTO, "
-    ":INATIVO_CONSULTAS)";
 constexpr char kInsertSaldoAnterior[] =
     "insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO) values (:EMPRESA, "
     ":REVENDA, :CONTA, :ANO, :SALDO)";
@@ -163,16 +157,11 @@ class DemoBuilder {
 
   void MasterData() {
     const char* types[] = {"C", "R", "F"};
-    for (int nivel = 1; nivel <= 3; ++nivel)
-      c_.Execute(kInsertDivisao, Params({{"NIVEL", db::Value(nivel)},
-                                         {"TIPO_DIVISAO", db::Value(types[nivel - 1])}}));
+    for (int nivel = 1; nivel <= 3; ++nivel) InsertDivisionType(s_, nivel, types[nivel - 1]);
     int code = 0;
     for (const char* name : kCostCentres) {
       ++code;
-      c_.Execute(kInsertCentroCusto,
-                 Params({{"CENTRO_CUSTO", db::Value(code)},
-                         {"DES_CENTRO_CUSTO", db::Value(name)},
-                         {"INATIVO_CONSULTAS", db::Value(code == 9 ? "S" : "N")}}));
+      InsertCostCentre(s_, {code, name, code == 9});
       ++summary_.cost_centres;
     }
     // Opening balances of the company (debit positive; they add up to zero).

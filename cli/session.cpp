@@ -29,8 +29,8 @@ constexpr char kSelectLevel[] =
     "select NIVEL from CTB_CONTA where EMPRESA = :EMPRESA and REVENDA = :REVENDA and CONTA = "
     ":CONTA";
 constexpr char kSelectChart[] =
-    "select CONTA, CONTA_SUPERIORA, NIVEL from CTB_CONTA where EMPRESA = :EMPRESA and REVENDA = "
-    ":REVENDA order by CONTA";
+    "select CONTA, CONTA_SUPERIORA, NIVEL, NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO, DES_CONTA from "
+    "CTB_CONTA where EMPRESA = :EMPRESA and REVENDA = :REVENDA order by CONTA";
 constexpr char kSelectEntry[] =
     "select count(*) N from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = :REVENDA and "
     "ANO_MES = :ANO_MES and LANCAMENTO = :LANCAMENTO";
@@ -365,12 +365,23 @@ std::optional<std::string> Session::AccountLevel(const std::string& conta) {
   return Trimmed(rs.rows[0].at(0).AsString());
 }
 
-std::vector<ChartAccount> Session::Chart() {
-  std::vector<ChartAccount> chart;
-  for (const auto& row : traced_->Query(kSelectChart, CompanyParams(options_)).rows)
-    chart.push_back({Trimmed(row.at(0).AsString()),
-                     row.at(1).IsNull() ? "" : Trimmed(row.at(1).AsString()),
-                     Trimmed(row.at(2).AsString())});
+std::vector<ChartLine> Session::Chart() {
+  std::vector<ChartLine> chart;
+  auto text = [](const db::Value& v) { return v.IsNull() ? "" : Trimmed(v.AsString()); };
+  for (const auto& row : traced_->Query(kSelectChart, CompanyParams(options_)).rows) {
+    ChartLine c;
+    c.conta = text(row.at(0));
+    c.superiora = text(row.at(1));
+    c.nivel = text(row.at(2));
+    if (!row.at(3).IsNull()) c.nivel_divisao = static_cast<int32_t>(row.at(3).AsInteger());
+    c.dividido = text(row.at(4));
+    // A description keeps its blanks (a CHAR column's padding aside).
+    if (!row.at(5).IsNull()) {
+      c.descricao = row.at(5).AsString();
+      c.descricao.erase(c.descricao.find_last_not_of(' ') + 1);
+    }
+    chart.push_back(std::move(c));
+  }
   return chart;
 }
 

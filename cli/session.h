@@ -17,6 +17,7 @@
 #include "accounting/db/connection.h"
 #include "accounting/db/trace.h"
 #include "accounting/module/uddmContabilidadeBD.h"
+#include "cli/chart.h"
 #include "cli/output.h"
 #include "cli/signals.h"
 
@@ -74,13 +75,6 @@ class ProgressRenderer : public IProgressCallback {
   bool error_received_ = false;
 };
 
-// One account of the chart.
-struct ChartAccount {
-  std::string conta;
-  std::string superiora;
-  std::string nivel;
-};
-
 class Session {
  public:
   // Opens the database of `options`, wraps it in the trace (writing to
@@ -102,8 +96,9 @@ class Session {
 
   // The level ("A" or "S") of an account of the chart, or nullopt.
   std::optional<std::string> AccountLevel(const std::string& conta);
-  // Every account of the company and dealership, in code order.
-  std::vector<ChartAccount> Chart();
+  // Every account of the company and dealership, in code order, as the
+  // chart file of chart-import gives it (line 0).
+  std::vector<ChartLine> Chart();
   // The server's message for the last commit it refused, or "".
   const std::string& LastCommitError() const { return signal_safe_->LastCommitError(); }
   // The entry an entry was generated from (its LCO_ORIGEM), when it was

@@ -1,12 +1,13 @@
-// The chart CSV of kvctb chart-import (ParseChart and CheckTree,
-// cli/chart.cpp). The input is the file's text.
+// The chart CSV of kvctb chart-import (ParseChart, ChartCsv and
+// CheckTree, cli/chart.cpp). The input is the file's text.
 //
 // Properties:
 // - ParseChart reads the file or throws FileError, nothing else; every
 //   line it reads has a valid account code (and parent, when there is one),
 //   level A or S, a division level of 0 to 99 or none, a split mark of S, N
 //   or none, and a description of at most 100 bytes;
-// - the lines written back as CSV read back the same;
+// - the chart written back by ChartCsv (what chart-export prints) reads back
+//   the same;
 // - CheckTree accepts the chart or throws FileError; a chart it accepts has
 //   distinct codes, known parents and no cycle, and is refused when one of
 //   its codes is already in the chart.
@@ -33,19 +34,6 @@ bool ValidAccount(const std::string& code) {
   } catch (const kvc::cli::UsageError&) {
     return false;
   }
-}
-
-std::string WriteBack(const std::vector<ChartLine>& chart, bool with_description) {
-  std::string csv = kvc::cli::kChartHeader;
-  if (with_description) csv += ",DES_CONTA";
-  csv += "\n";
-  for (const ChartLine& c : chart) {
-    csv += c.conta + "," + c.superiora + "," + c.nivel + "," +
-           (c.nivel_divisao ? std::to_string(*c.nivel_divisao) : "") + "," + c.dividido;
-    if (with_description) csv += "," + c.descricao;
-    csv += "\r\n";
-  }
-  return csv;
 }
 
 bool Same(const ChartLine& a, const ChartLine& b) {
@@ -77,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(with_description || c.descricao.empty());
   }
 
-  const std::string csv = WriteBack(chart, with_description);
+  const std::string csv = kvc::cli::ChartCsv(chart);
   const std::vector<ChartLine> again = kvc::cli::ParseChart("again.csv", csv);
   FUZZ_CHECK_MSG(again.size() == chart.size(), csv);
   for (size_t i = 0; i < chart.size(); ++i) FUZZ_CHECK_MSG(Same(chart[i], again[i]), csv);

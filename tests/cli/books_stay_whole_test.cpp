@@ -437,6 +437,134 @@ TEST_P(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
   EXPECT_NE(CarriedForward(books_->url()), first);
 }
 
+// ---- cost centres, division types and the chart -----------------------------
+
+// A record of 2.00 on day `day` of June 2024, from 1.1.1.01 to 3.1.1.01,
+// with the division code `code`.
+std::string RecordWithCode(const std::string& day, const std::string& code) {
+  kvc::testing::RegistroCampos c;
+  c.yymm = "2406";
+  c.dia = day;
+  c.historico = "COM CENTRO";
+  c.conta1 = "1.1.1.01";
+  c.conta2 = "3.1.1.01";
+  c.codigo_divisao = code;
+  c.centavos = 200;
+  return kvc::testing::Registro(c) + "\n";
+}
+
+TEST_P(BooksStayWholeTest, CostCentresAreDefinedListedAndNeverTwice) {
+  const RunResult none = Run({"--format", "csv", "cost-centres"});
+  EXPECT_EQ(none.exit_code, 0) << none.err;
+  EXPECT_EQ(none.out, "cost_centre,description,inactive\n");
+  ASSERT_EQ(Run({"cost-centre-add", "3", "PECAS E ACESSORIOS"}).exit_code, 0);
+  ASSERT_EQ(Run({"cost-centre-add", "9", "DESATIVADO", "--inactive"}).exit_code, 0);
+  EXPECT_EQ(Run({"--format", "csv", "cost-centres"}).out,
+            "cost_centre,description,inactive\n3,PECAS E ACESSORIOS,no\n9,DESATIVADO,yes\n");
+  EXPECT_EQ(Run({"--format", "csv", "cost-centres", "--active-only"}).out,
+            "cost_centre,description,inactive\n3,PECAS E ACESSORIOS,no\n");
+  EXPECT_EQ(Run({"--format", "csv", "cost-centre", "3"}).out,
+            "cost_centre,description\n3,PECAS E ACESSORIOS\n");
+
+  const std::string before = Snapshot();
+  const RunResult again = Run({"cost-centre-add", "3", "OUTRO"});
+  EXPECT_EQ(again.exit_code, 1);
+  EXPECT_EQ(again.err, "kvctb: error: cost centre 3 already exists: PECAS E ACESSORIOS\n");
+  EXPECT_EQ(Run({"cost-centre-add", "-1", "X"}).exit_code, 2);
+  const RunResult blank = Run({"cost-centre-add", "4", " "});
+  EXPECT_EQ(blank.exit_code, 2);
+  EXPECT_EQ(blank.err, "kvctb: DESCRIPTION: is empty\n");
+  EXPECT_TRUE(Snapshot() == before);
+}
+
+TEST_P(BooksStayWholeTest, DivisionTypesAreDefinedListedAndNeverTwice) {
+  EXPECT_EQ(Run({"--format", "csv", "division-types"}).out, "level,type\n");
+  ASSERT_EQ(Run({"division-type-add", "1", "C"}).exit_code, 0);
+  ASSERT_EQ(Run({"division-type-add", "2", "R"}).exit_code, 0);
+  EXPECT_EQ(Run({"--format", "csv", "division-types"}).out, "level,type\n1,C\n2,R\n");
+
+  const std::string before = Snapshot();
+  const RunResult again = Run({"division-type-add", "1", "F"});
+  EXPECT_EQ(again.exit_code, 1);
+  EXPECT_EQ(again.err, "kvctb: error: division level 1 already has type C\n");
+  const RunResult lower = Run({"division-type-add", "3", "c"});
+  EXPECT_EQ(lower.exit_code, 2);
+  EXPECT_EQ(lower.err, "kvctb: TYPE: 'c' is not one capital letter (C is the cost centre)\n");
+  EXPECT_EQ(Run({"division-type-add", "0", "C"}).exit_code, 2);
+  EXPECT_TRUE(Snapshot() == before);
+}
+
+TEST_P(BooksStayWholeTest, TheChartExportsAsChartImportReadsIt) {
+  const RunResult r = Run({"chart-export"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.out, SmallChart());
+  EXPECT_EQ(Run({"--format", "json", "chart-export"}).out, SmallChart());
+  // Loaded as the chart of another company, it exports the same.
+  WriteFile(dir_ + "/chart.csv", r.out);
+  const RunResult import = Run({"--company", "2", "chart-import", "chart.csv"});
+  ASSERT_EQ(import.exit_code, 0) << import.err;
+  EXPECT_EQ(Run({"--company", "2", "chart-export"}).out, SmallChart());
+}
+
+// The small chart gives every account division level 1, and a new database
+// has no division level of type C: the posting's division split drops the
+// code, and kvctb says why and what to do. Once level 1 is the cost-centre
+// level and the cost centre exists, both entries keep it.
+TEST_P(BooksStayWholeTest, ADroppedDivisionCodeIsExplained) {
+  WriteFile(dir_ + "/coded.txt", RecordWithCode("20", "3"));
+  const RunResult r = Run({"post", "coded.txt"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.err,
+            "kvctb: coded.txt: line 1: the division code is not kept on account 1.1.1.01 (its "
+            "entries get no cost centre): account 1.1.1.01 has division level 1, and division "
+            "level 1 is not of type C (cost centre): define one with kvctb division-type-add 1 C\n"
+            "kvctb: coded.txt: line 1: the division code is not kept on account 3.1.1.01 (its "
+            "entries get no cost centre): account 3.1.1.01 has division level 1, and division "
+            "level 1 is not of type C (cost centre): define one with kvctb division-type-add 1 "
+            "C\n");
+  const char* kept =
+      "select count(*) from CTB_LANCAMENTO_DIVIDIDO where CENTRO_CUSTO = 3 and ANO_MES = 202406";
+  EXPECT_EQ(Db()->Query(kept, {}).rows.at(0).at(0).AsInteger(), 0);
+
+  ASSERT_EQ(Run({"division-type-add", "1", "C"}).exit_code, 0);
+  ASSERT_EQ(Run({"cost-centre-add", "3", "VENDAS"}).exit_code, 0);
+  WriteFile(dir_ + "/coded.txt", RecordWithCode("21", "3"));
+  const RunResult after = Run({"post", "coded.txt"});
+  EXPECT_EQ(after.exit_code, 0) << after.err;
+  EXPECT_EQ(after.err, "");
+  EXPECT_EQ(Db()->Query(kept, {}).rows.at(0).at(0).AsInteger(), 2);
+}
+
+TEST_P(BooksStayWholeTest, ADivisionCodeThatNamesNoCostCentreIsRefused) {
+  ASSERT_EQ(Run({"division-type-add", "1", "C"}).exit_code, 0);
+  WriteFile(dir_ + "/coded.txt", RecordWithCode("20", "7"));
+  const std::string before = Snapshot();
+  const RunResult r = Run({"post", "coded.txt"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "coded.txt:1: division code (positions 13-16): 7 is not a cost centre of company 1; "
+            "define it with kvctb cost-centre-add 7 DESCRIPTION\n"
+            "coded.txt: nothing of the file was posted\n");
+  EXPECT_TRUE(Snapshot() == before);
+
+  // With the code in front of each account, the field that holds it is named.
+  kvc::testing::RegistroCampos c;
+  c.yymm = "2406";
+  c.dia = "20";
+  c.historico = "NO CAMPO";
+  c.conta1 = "000071.1.1.01";
+  c.conta2 = "     3.1.1.01";
+  c.centavos = 200;
+  WriteFile(dir_ + "/in_account.txt", kvc::testing::Registro(c) + "\n");
+  const RunResult in_account = Run({"post", "in_account.txt", "--code-in-account"});
+  EXPECT_EQ(in_account.exit_code, 1);
+  EXPECT_EQ(in_account.err,
+            "in_account.txt:1: first account field (positions 74-78): 00007 is not a cost centre "
+            "of company 1; define it with kvctb cost-centre-add 7 DESCRIPTION\n"
+            "in_account.txt: nothing of the file was posted\n");
+  EXPECT_TRUE(Snapshot() == before);
+}
+
 INSTANTIATE_TEST_SUITE_P(Backends, BooksStayWholeTest, ::testing::Values("Sqlite", "Firebird"),
                          [](const ::testing::TestParamInfo<std::string>& info) {
                            return info.param;
