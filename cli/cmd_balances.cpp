@@ -187,9 +187,13 @@ constexpr char kInsertMonthlyDivision[] =
     "l.REVENDA = :REVENDA and l.ANO_MES between :DE and :ATE group by l.EMPRESA, l.REVENDA, "
     "l.CONTA, l.ANO_MES, d.REVENDA_DIVISAO, d.CENTRO_CUSTO, d.FONTE, d.CATEGORIA, "
     "d.SECAO_OFICINA, d.TIPO_ITEM, d.MODALIDADE_OPERACAO";
-// The months of a range that the monthly table holds rows for.
+// The months of a range that the monthly table holds rows for, and those
+// that the journal holds entries in.
 constexpr char kMonthsCovered[] =
     "select distinct ANO_MES from CTB_SALANT_MES where EMPRESA = :EMPRESA and REVENDA = "
+    ":REVENDA and ANO_MES between :DE and :ATE";
+constexpr char kMonthsWithEntries[] =
+    "select distinct ANO_MES from CTB_LANCAMENTO where EMPRESA = :EMPRESA and REVENDA = "
     ":REVENDA and ANO_MES between :DE and :ATE";
 
 db::BoundParams RangeParams(const GlobalOptions& options, int32_t from, int32_t to) {
@@ -207,8 +211,10 @@ constexpr char kCountCarriedForward[] =
 // A balance with --monthly reads the movement from January to the month
 // from the monthly tables, and from January of the year before when that
 // year has no carried-forward balances (the balance then starts from the
-// movement of both years): refused when a month of that range has no row
-// there, since the answer would silently leave its movement out.
+// movement of both years): refused when a month of that range with entries
+// in the journal has no row there, since the answer would silently leave its
+// movement out. A month without entries has no movement to leave out (and
+// monthly-build writes no row for it).
 void RequireMonthlyTables(Session& session, int32_t month) {
   int32_t from = month / 100 * 100 + 1;
   db::BoundParams year_before = CompanyParams(session.Options());
@@ -221,13 +227,13 @@ void RequireMonthlyTables(Session& session, int32_t month) {
     month -= 100 - 12;
   }
   if (!carried) from -= 100;
+  const db::BoundParams range = RangeParams(session.Options(), from, month);
   std::set<int64_t> covered;
-  for (const auto& row :
-       session.Connection().Query(kMonthsCovered, RangeParams(session.Options(), from, month)).rows)
+  for (const auto& row : session.Connection().Query(kMonthsCovered, range).rows)
     covered.insert(row.at(0).AsInteger());
-  std::vector<int32_t> missing;
-  for (int32_t m = from; m <= month; m = m % 100 == 12 ? m + 89 : m + 1)
-    if (!covered.count(m)) missing.push_back(m);
+  std::set<int64_t> missing;
+  for (const auto& row : session.Connection().Query(kMonthsWithEntries, range).rows)
+    if (!covered.count(row.at(0).AsInteger())) missing.insert(row.at(0).AsInteger());
   if (!missing.empty())
     throw std::runtime_error(fmt::format(
         "--monthly reads the movement of {} to {} from the monthly balance tables, which hold "

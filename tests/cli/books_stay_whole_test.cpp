@@ -437,6 +437,116 @@ TEST_P(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
   EXPECT_NE(CarriedForward(books_->url()), first);
 }
 
+// ---- records the posting refuses, and one it takes ---------------------------
+
+// A record of 10.00 on 20 June 2024 from 1.1.1.01 to 3.1.1.01.
+kvc::testing::RegistroCampos GoodRecord() {
+  kvc::testing::RegistroCampos c;
+  c.yymm = "2406";
+  c.dia = "20";
+  c.historico = "VENDA";
+  c.conta1 = "1.1.1.01";
+  c.conta2 = "3.1.1.01";
+  c.centavos = 1000;
+  return c;
+}
+
+TEST_P(BooksStayWholeTest, AccountsOutsideTheChartOrSyntheticAreRefused) {
+  kvc::testing::RegistroCampos unknown = GoodRecord();
+  unknown.conta2 = "3.1.1.99";
+  kvc::testing::RegistroCampos synthetic = GoodRecord();
+  synthetic.conta1 = "1";
+  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(GoodRecord()) + "\n" +
+                                       kvc::testing::Registro(unknown) + "\n" +
+                                       kvc::testing::Registro(synthetic) + "\n");
+  const std::string before = Snapshot();
+  const RunResult r = Run({"post", "entries.txt"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "entries.txt:2: second account field (positions 94-113): account 3.1.1.99 is not in "
+            "the chart of company 1\n"
+            "entries.txt:3: first account field (positions 74-93): account 1 is a synthetic "
+            "account; entries go to the analytic accounts beneath it\n"
+            "entries.txt: nothing of the file was posted\n");
+  EXPECT_TRUE(Snapshot() == before);
+}
+
+TEST_P(BooksStayWholeTest, DatesThatDoNotExistAndUnknownSideMarksAreRefused) {
+  kvc::testing::RegistroCampos february = GoodRecord();
+  february.yymm = "2402";
+  february.dia = "30";
+  kvc::testing::RegistroCampos thirteen = GoodRecord();
+  thirteen.yymm = "2413";
+  kvc::testing::RegistroCampos side = GoodRecord();
+  side.marca = "C";
+  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(february) + "\n" +
+                                       kvc::testing::Registro(thirteen) + "\n" +
+                                       kvc::testing::Registro(side) + "\n");
+  const std::string before = Snapshot();
+  const RunResult r = Run({"post", "entries.txt"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "entries.txt:1: day (positions 37-38) is not a day of 2024-02: '30'\n"
+            "entries.txt:2: year and month (positions 33-36) is not YYMM: '2413'\n"
+            "entries.txt:3: side mark (position 118) is 'C': \"-\" credits the first account "
+            "field, a blank or \"+\" debits it\n"
+            "entries.txt: nothing of the file was posted\n");
+  EXPECT_TRUE(Snapshot() == before);
+}
+
+TEST_P(BooksStayWholeTest, ANameWithAnApostropheIsPostedWithTheTypographicOne) {
+  kvc::testing::RegistroCampos c = GoodRecord();
+  c.historico = "D'AVILA";
+  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(c) + "\n");
+  const RunResult r = Run({"post", "entries.txt"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.err,
+            "kvctb: entries.txt: the apostrophes of the complementary history on line 1 are "
+            "written as \u2019 (U+2019): the module writes that text between quotes, which an "
+            "apostrophe would end\n");
+  std::vector<std::string> histories;
+  for (const auto& row : Db()->Query("select HIS_COMPLEMENTAR from CTB_LANCAMENTO where DIA = 20 "
+                                     "and ANO_MES = 202406",
+                                     {})
+                             .rows) {
+    std::string h = row.at(0).AsString();
+    h.erase(h.find_last_not_of(' ') + 1);
+    histories.push_back(h);
+  }
+  EXPECT_EQ(histories, (std::vector<std::string>{"D\u2019AVILA", "D\u2019AVILA"}));
+}
+
+// The small books have entries in June 2024 only: the months without
+// entries need no monthly rows (a regression: they were all required, so
+// --monthly was refused for good on books with a month of no movement).
+TEST_P(BooksStayWholeTest, MonthlyBalancesAreRefusedUntilBuiltThenMatchTheJournal) {
+  const RunResult refused = Run({"balance", "3.1.1.01", "--month", "202406", "--monthly"});
+  EXPECT_EQ(refused.exit_code, 1);
+  EXPECT_EQ(refused.err,
+            "kvctb: error: --monthly reads the movement of 202301 to 202406 from the monthly "
+            "balance tables, which hold nothing for 202406: fill them from the journal with "
+            "kvctb monthly-build --from 202301 --to 202406\n");
+  ASSERT_EQ(Run({"monthly-build", "--from", "202401", "--to", "202412"}).exit_code, 0);
+  const RunResult journal = Run({"--format", "csv", "balance", "3.1.1.01", "--month", "202406"});
+  const RunResult monthly =
+      Run({"--format", "csv", "balance", "3.1.1.01", "--month", "202406", "--monthly"});
+  EXPECT_EQ(monthly.exit_code, 0) << monthly.err;
+  EXPECT_EQ(monthly.out, journal.out);
+  EXPECT_NE(journal.out.find("-123.45"), std::string::npos) << journal.out;
+}
+
+TEST_P(BooksStayWholeTest, AnotherStructureVersionNamesBoth) {
+  Db()->Execute("update GER_VERSAO_ESTRUTURA set VERSAO = '1.00'", {});
+  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(GoodRecord()) + "\n");
+  const std::string before = Snapshot();
+  const RunResult r = Run({"post", "entries.txt"});
+  EXPECT_EQ(r.exit_code, 1);
+  EXPECT_EQ(r.err,
+            "kvctb: error: the database has structure version 1.00 and this kvctb works with "
+            "version 2.09; nothing was read or written\n");
+  EXPECT_TRUE(Snapshot() == before);
+}
+
 // ---- cost centres, division types and the chart -----------------------------
 
 // A record of 2.00 on day `day` of June 2024, from 1.1.1.01 to 3.1.1.01,
