@@ -21,21 +21,14 @@ constexpr char kInsertDivisionType[] =
     "insert into CTB_DIVISAO_CONTABIL (EMPRESA, REVENDA, NIVEL, TIPO_DIVISAO) values (:EMPRESA, "
     ":REVENDA, :NIVEL, :TIPO_DIVISAO)";
 
-std::string TrimmedText(const db::Value& v) {
-  if (v.IsNull()) return "";
-  std::string s = v.AsString();
-  s.erase(s.find_last_not_of(' ') + 1);
-  return s;
-}
-
 }  // namespace
 
 std::vector<CostCentre> CostCentres(Session& session) {
   std::vector<CostCentre> centres;
   for (const auto& row :
        session.Connection().Query(kSelectCostCentres, CompanyParams(session.Options())).rows)
-    centres.push_back({static_cast<int32_t>(row.at(0).AsInteger()), TrimmedText(row.at(1)),
-                       TrimmedText(row.at(2)) == "S"});
+    centres.push_back({static_cast<int32_t>(row.at(0).AsInteger()), ColumnText(row.at(1)),
+                       ColumnText(row.at(2)) == "S"});
   return centres;
 }
 
@@ -51,7 +44,7 @@ std::map<int32_t, std::string> DivisionTypes(Session& session) {
   std::map<int32_t, std::string> types;
   for (const auto& row :
        session.Connection().Query(kSelectDivisionTypes, CompanyParams(session.Options())).rows)
-    types[static_cast<int32_t>(row.at(0).AsInteger())] = TrimmedText(row.at(1));
+    types[static_cast<int32_t>(row.at(0).AsInteger())] = ColumnText(row.at(1));
   return types;
 }
 

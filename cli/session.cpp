@@ -104,6 +104,8 @@ void GlobalOptions::Check() {
   }
 }
 
+std::string ColumnText(const db::Value& v) { return v.IsNull() ? "" : Trimmed(v.AsString()); }
+
 db::BoundParams CompanyParams(const GlobalOptions& options) {
   return {{"EMPRESA", db::Value(options.empresa)}, {"REVENDA", db::Value(options.revenda)}};
 }
@@ -217,7 +219,7 @@ bool Busy(const std::string& message) {
 std::optional<std::string> StructureVersion(db::Connection& c, const std::string& sqlite_path) {
   try {
     const auto rows = c.Query(kSelectVersion, {}).rows;
-    return rows.empty() || rows.at(0).at(0).IsNull() ? "" : Trimmed(rows.at(0).at(0).AsString());
+    return rows.empty() ? "" : ColumnText(rows.at(0).at(0));
   } catch (const db::DatabaseError& e) {
     if (Busy(e.what())) throw;
     if (sqlite_path.empty()) return std::nullopt;
@@ -367,19 +369,14 @@ std::optional<std::string> Session::AccountLevel(const std::string& conta) {
 
 std::vector<ChartLine> Session::Chart() {
   std::vector<ChartLine> chart;
-  auto text = [](const db::Value& v) { return v.IsNull() ? "" : Trimmed(v.AsString()); };
   for (const auto& row : traced_->Query(kSelectChart, CompanyParams(options_)).rows) {
     ChartLine c;
-    c.conta = text(row.at(0));
-    c.superiora = text(row.at(1));
-    c.nivel = text(row.at(2));
+    c.conta = ColumnText(row.at(0));
+    c.superiora = ColumnText(row.at(1));
+    c.nivel = ColumnText(row.at(2));
     if (!row.at(3).IsNull()) c.nivel_divisao = static_cast<int32_t>(row.at(3).AsInteger());
-    c.dividido = text(row.at(4));
-    // A description keeps its blanks (a CHAR column's padding aside).
-    if (!row.at(5).IsNull()) {
-      c.descricao = row.at(5).AsString();
-      c.descricao.erase(c.descricao.find_last_not_of(' ') + 1);
-    }
+    c.dividido = ColumnText(row.at(4));
+    c.descricao = ColumnText(row.at(5));
     chart.push_back(std::move(c));
   }
   return chart;

@@ -161,6 +161,10 @@ void SetSessionTraceObserver(std::function<void(db::TracingConnection&)> observe
 // The company and dealership parameters of the tool's own reads.
 db::BoundParams CompanyParams(const GlobalOptions& options);
 
+// The text of a column without the blanks a CHAR column pads it with on the
+// right; "" for null.
+std::string ColumnText(const db::Value& v);
+
 }  // namespace kvc::cli
 
 #endif  // KVC_CLI_SESSION_H_
