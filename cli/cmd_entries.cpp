@@ -110,26 +110,27 @@ void AnnounceApostrophes(const std::string& file, const std::vector<size_t>& lin
       file, lines.size() > 1 ? "s" : "", fmt::join(lines, ", "));
 }
 
+// The company's chart, by account code; read once for the checks of a post.
+using Chart = std::map<std::string, ChartLine>;
+
 // Refuses the file when a record names an account that is not in the
 // company's chart, or a synthetic one. The module writes whatever account it
 // is given; such an entry never reaches a balance (balances read the
 // analytic accounts of the chart), and the trial balance would stop adding
 // up to zero. Checked before the transaction begins.
-void CheckAccounts(Session& session, const std::string& file,
-                   const std::vector<NumberedRecord>& records) {
-  std::map<std::string, std::string> levels;
-  for (const ChartLine& a : session.Chart()) levels[a.conta] = a.nivel;
+void CheckAccounts(const Chart& chart, const std::string& file,
+                   const std::vector<NumberedRecord>& records, int32_t empresa) {
   FileProblems problems(file);
   for (const NumberedRecord& r : records) {
     const std::pair<const char*, const std::string*> fields[] = {
         {"first account field (positions 74-93)", &r.first},
         {"second account field (positions 94-113)", &r.second}};
     for (const auto& [field, account] : fields) {
-      const auto level = levels.find(*account);
-      if (level == levels.end())
+      const auto found = chart.find(*account);
+      if (found == chart.end())
         problems.Add(r.line, fmt::format("{}: account {} is not in the chart of company {}", field,
-                                         *account, session.Options().empresa));
-      else if (level->second != "A")
+                                         *account, empresa));
+      else if (found->second.nivel != "A")
         problems.Add(r.line, fmt::format("{}: account {} is a synthetic account; entries go to "
                                          "the analytic accounts beneath it",
                                          field, *account));
@@ -156,11 +157,10 @@ std::string DivisionCodeField(const NumberedRecord& r, const std::string& accoun
 // dropping the code is the split's design (cost centres analyse the result;
 // interface files stamp a department on every record) and goes unremarked.
 // Checked before the transaction begins.
-std::vector<std::string> CheckDivisionCodes(Session& session, const std::string& file,
+std::vector<std::string> CheckDivisionCodes(Session& session, const Chart& chart,
+                                            const std::string& file,
                                             const std::vector<NumberedRecord>& records,
                                             bool code_in_account) {
-  std::map<std::string, ChartLine> chart;
-  for (ChartLine& a : session.Chart()) chart[a.conta] = std::move(a);
   const std::map<int32_t, std::string> types = DivisionTypes(session);
   std::set<int32_t> centres;
   for (const CostCentre& c : CostCentres(session)) centres.insert(c.code);
@@ -299,9 +299,11 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
       ReadRecords(o.file, code_in_account, erp, apostrophes);
 
   Session session(ctx.options, ctx.trace);
-  CheckAccounts(session, o.file, records);
+  Chart chart;
+  for (ChartLine& a : session.Chart()) chart[a.conta] = std::move(a);
+  CheckAccounts(chart, o.file, records, ctx.options.empresa);
   const std::vector<std::string> dropped_codes =
-      CheckDivisionCodes(session, o.file, records, code_in_account);
+      CheckDivisionCodes(session, chart, o.file, records, code_in_account);
   if (!o.allow_duplicates) CheckDuplicates(session, o.file, records, document);
   const ClosedPeriods closed(session);
   const auto reopened = CheckClosedPeriods(closed, o.file, records, o.reopen);
