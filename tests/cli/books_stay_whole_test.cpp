@@ -439,24 +439,12 @@ TEST_P(BooksStayWholeTest, AClosingWithErrorsLeavesThePreviousClosingIntact) {
 
 // ---- records the posting refuses, and one it takes ---------------------------
 
-// A record of 10.00 on 20 June 2024 from 1.1.1.01 to 3.1.1.01.
-kvc::testing::RegistroCampos GoodRecord() {
-  kvc::testing::RegistroCampos c;
-  c.yymm = "2406";
-  c.dia = "20";
-  c.historico = "VENDA";
-  c.conta1 = "1.1.1.01";
-  c.conta2 = "3.1.1.01";
-  c.centavos = 1000;
-  return c;
-}
-
 TEST_P(BooksStayWholeTest, AccountsOutsideTheChartOrSyntheticAreRefused) {
-  kvc::testing::RegistroCampos unknown = GoodRecord();
+  kvc::testing::RegistroCampos unknown = SmallBooksRecord();
   unknown.conta2 = "3.1.1.99";
-  kvc::testing::RegistroCampos synthetic = GoodRecord();
+  kvc::testing::RegistroCampos synthetic = SmallBooksRecord();
   synthetic.conta1 = "1";
-  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(GoodRecord()) + "\n" +
+  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(SmallBooksRecord()) + "\n" +
                                        kvc::testing::Registro(unknown) + "\n" +
                                        kvc::testing::Registro(synthetic) + "\n");
   const std::string before = Snapshot();
@@ -472,12 +460,12 @@ TEST_P(BooksStayWholeTest, AccountsOutsideTheChartOrSyntheticAreRefused) {
 }
 
 TEST_P(BooksStayWholeTest, DatesThatDoNotExistAndUnknownSideMarksAreRefused) {
-  kvc::testing::RegistroCampos february = GoodRecord();
+  kvc::testing::RegistroCampos february = SmallBooksRecord();
   february.yymm = "2402";
   february.dia = "30";
-  kvc::testing::RegistroCampos thirteen = GoodRecord();
+  kvc::testing::RegistroCampos thirteen = SmallBooksRecord();
   thirteen.yymm = "2413";
-  kvc::testing::RegistroCampos side = GoodRecord();
+  kvc::testing::RegistroCampos side = SmallBooksRecord();
   side.marca = "C";
   WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(february) + "\n" +
                                        kvc::testing::Registro(thirteen) + "\n" +
@@ -495,7 +483,7 @@ TEST_P(BooksStayWholeTest, DatesThatDoNotExistAndUnknownSideMarksAreRefused) {
 }
 
 TEST_P(BooksStayWholeTest, ANameWithAnApostropheIsPostedWithTheTypographicOne) {
-  kvc::testing::RegistroCampos c = GoodRecord();
+  kvc::testing::RegistroCampos c = SmallBooksRecord();
   c.historico = "D'AVILA";
   WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(c) + "\n");
   const RunResult r = Run({"post", "entries.txt"});
@@ -537,7 +525,7 @@ TEST_P(BooksStayWholeTest, MonthlyBalancesAreRefusedUntilBuiltThenMatchTheJourna
 
 TEST_P(BooksStayWholeTest, AnotherStructureVersionNamesBoth) {
   Db()->Execute("update GER_VERSAO_ESTRUTURA set VERSAO = '1.00'", {});
-  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(GoodRecord()) + "\n");
+  WriteFile(dir_ + "/entries.txt", kvc::testing::Registro(SmallBooksRecord()) + "\n");
   const std::string before = Snapshot();
   const RunResult r = Run({"post", "entries.txt"});
   EXPECT_EQ(r.exit_code, 1);
@@ -552,12 +540,9 @@ TEST_P(BooksStayWholeTest, AnotherStructureVersionNamesBoth) {
 // A record of 2.00 on day `day` of June 2024, from 1.1.1.01 to 3.1.1.01,
 // with the division code `code`.
 std::string RecordWithCode(const std::string& day, const std::string& code) {
-  kvc::testing::RegistroCampos c;
-  c.yymm = "2406";
+  kvc::testing::RegistroCampos c = SmallBooksRecord();
   c.dia = day;
   c.historico = "COM CENTRO";
-  c.conta1 = "1.1.1.01";
-  c.conta2 = "3.1.1.01";
   c.codigo_divisao = code;
   c.centavos = 200;
   return kvc::testing::Registro(c) + "\n";
@@ -658,9 +643,7 @@ TEST_P(BooksStayWholeTest, ADivisionCodeThatNamesNoCostCentreIsRefused) {
   EXPECT_TRUE(Snapshot() == before);
 
   // With the code in front of each account, the field that holds it is named.
-  kvc::testing::RegistroCampos c;
-  c.yymm = "2406";
-  c.dia = "20";
+  kvc::testing::RegistroCampos c = SmallBooksRecord();
   c.historico = "NO CAMPO";
   c.conta1 = "000071.1.1.01";
   c.conta2 = "     3.1.1.01";

@@ -31,19 +31,6 @@ namespace fs = std::filesystem;
 using kvc::testing::Registro;
 using kvc::testing::RegistroCampos;
 
-// A valid record of June 2024 on the small chart: 10.00 from 1.1.1.01 to
-// 3.1.1.01.
-RegistroCampos Valido() {
-  RegistroCampos c;
-  c.yymm = "2406";
-  c.dia = "20";
-  c.historico = "VENDA";
-  c.conta1 = "1.1.1.01";
-  c.conta2 = "3.1.1.01";
-  c.centavos = 1000;
-  return c;
-}
-
 class HostileInputTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -90,63 +77,63 @@ class HostileInputTest : public ::testing::Test {
 // ---- posting records -----------------------------------------------------------------
 
 TEST_F(HostileInputTest, ShortRecord) {
-  const std::string r = Registro(Valido()).substr(0, 120);
+  const std::string r = Registro(SmallBooksRecord()).substr(0, 120);
   ExpectRefused(Post(r + "\n"), 1,
                 "entries.txt:1: record too short: 120 characters, the amount (positions 119-133) "
                 "needs 133\n");
 }
 
 TEST_F(HostileInputTest, LongRecord) {
-  const std::string r = Registro(Valido()) + std::string(5000, ' ');
+  const std::string r = Registro(SmallBooksRecord()) + std::string(5000, ' ');
   ExpectRefused(Post(r + "\n"), 1, "entries.txt:1: longer than 1000 bytes\n");
 }
 
 TEST_F(HostileInputTest, GarbledRecord) {
-  std::string r = Registro(Valido());
+  std::string r = Registro(SmallBooksRecord());
   r[50] = '\x01';
   r[51] = '\0';
-  ExpectRefused(Post(Registro(Valido()) + "\n" + r + "\n"), 1,
+  ExpectRefused(Post(Registro(SmallBooksRecord()) + "\n" + r + "\n"), 1,
                 "entries.txt:2: '" + r.substr(0, 40) + "...' holds a control character\n");
 }
 
 TEST_F(HostileInputTest, NonNumericAmount) {
-  std::string r = Registro(Valido());
+  std::string r = Registro(SmallBooksRecord());
   r.replace(125, 3, "1x3");
   ExpectRefused(Post(r + "\n"), 1,
                 "entries.txt:1: amount (positions 119-133) is not a number: '00000001x301000'\n");
 }
 
 TEST_F(HostileInputTest, NonUtf8Bytes) {
-  std::string r = Registro(Valido());
+  std::string r = Registro(SmallBooksRecord());
   r[45] = '\xE9';  // Latin-1 e-acute
   ExpectRefused(Post(r + "\n"), 1,
                 "entries.txt:1: '" + r.substr(0, 40) + "...' is not UTF-8 text\n");
 }
 
 TEST_F(HostileInputTest, DayThatDoesNotExist) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.yymm = "2402";
   c.dia = "30";
-  ExpectRefused(Post(Registro(Valido()) + "\n" + Registro(c) + "\n"), 1,
+  ExpectRefused(Post(Registro(SmallBooksRecord()) + "\n" + Registro(c) + "\n"), 1,
                 "entries.txt:2: day (positions 37-38) is not a day of 2024-02: '30'\n");
 }
 
 TEST_F(HostileInputTest, DayZero) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.dia = "00";
   ExpectRefused(Post(Registro(c) + "\n"), 1,
                 "entries.txt:1: day (positions 37-38) is not a day of the month: '00'\n");
 }
 
 TEST_F(HostileInputTest, MonthThirteen) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.yymm = "2413";
   ExpectRefused(Post(Registro(c) + "\n"), 1,
                 "entries.txt:1: year and month (positions 33-36) is not YYMM: '2413'\n");
 }
 
 TEST_F(HostileInputTest, UnknownSideMark) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.marca = "C";
   ExpectRefused(Post(Registro(c) + "\n"), 1,
                 "entries.txt:1: side mark (position 118) is 'C': \"-\" credits the first account "
@@ -154,16 +141,16 @@ TEST_F(HostileInputTest, UnknownSideMark) {
 }
 
 TEST_F(HostileInputTest, UnknownAccount) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.conta2 = "3.1.1.99";
-  ExpectRefused(Post(Registro(Valido()) + "\n" + Registro(c) + "\n"), 1,
+  ExpectRefused(Post(Registro(SmallBooksRecord()) + "\n" + Registro(c) + "\n"), 1,
                 "entries.txt:2: second account field (positions 94-113): account 3.1.1.99 is not "
                 "in the chart of company 1\n"
                 "entries.txt: nothing of the file was posted\n");
 }
 
 TEST_F(HostileInputTest, SyntheticAccount) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.conta1 = "1";
   ExpectRefused(Post(Registro(c) + "\n"), 1,
                 "entries.txt:1: first account field (positions 74-93): account 1 is a synthetic "
@@ -175,7 +162,7 @@ TEST_F(HostileInputTest, EveryBadRecordIsReportedUpToTwenty) {
   std::string text;
   std::string expected;
   for (int i = 1; i <= 25; ++i) {
-    RegistroCampos c = Valido();
+    RegistroCampos c = SmallBooksRecord();
     c.conta2 = "9." + std::to_string(i);
     text += Registro(c) + "\n";
     if (i <= 20)
@@ -192,7 +179,7 @@ TEST_F(HostileInputTest, EveryBadRecordIsReportedUpToTwenty) {
 // Accepted: the apostrophe becomes U+2019, which cannot end the quoted text
 // the module writes, and the comment marker stays inside that text.
 TEST_F(HostileInputTest, QuoteAndCommentMarkerInTheHistory) {
-  RegistroCampos c = Valido();
+  RegistroCampos c = SmallBooksRecord();
   c.historico = "X' or 1=1 --";
   WriteFile(dir_ + "/entries.txt", Registro(c) + "\n");
   const RunResult r = Run({"--trace-sql", "trace.jsonl", "post", "entries.txt"});
@@ -350,7 +337,7 @@ TEST_F(HostileInputTest, DatabaseOfAnotherStructureVersion) {
   // The version an older installation holds.
   db::Connect("sqlite:" + db_)->Execute("update GER_VERSAO_ESTRUTURA set VERSAO = '1.00'", {});
   before_ = ReadFile(db_);
-  ExpectRefused(Post(Registro(Valido()) + "\n"), 1,
+  ExpectRefused(Post(Registro(SmallBooksRecord()) + "\n"), 1,
                 "kvctb: error: the database has structure version 1.00 and this kvctb works with "
                 "version 2.09; nothing was read or written\n");
 }
@@ -358,7 +345,7 @@ TEST_F(HostileInputTest, DatabaseOfAnotherStructureVersion) {
 TEST_F(HostileInputTest, FileThatIsNotADatabase) {
   WriteFile(db_, "CONTA;SALDO\n1.1.1.01;10,00\n");
   before_ = ReadFile(db_);
-  ExpectRefused(Post(Registro(Valido()) + "\n"), 1,
+  ExpectRefused(Post(Registro(SmallBooksRecord()) + "\n"), 1,
                 "kvctb: error: 'books.db' is not an SQLite database file, or it is damaged: check "
                 "the --db path; nothing was read or written\n");
 }
@@ -366,7 +353,7 @@ TEST_F(HostileInputTest, FileThatIsNotADatabase) {
 TEST_F(HostileInputTest, EmptyFileAsDatabase) {
   WriteFile(db_, "");
   before_ = "";
-  const RunResult r = Post(Registro(Valido()) + "\n");
+  const RunResult r = Post(Registro(SmallBooksRecord()) + "\n");
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err,
             "kvctb: error: the database has no accounting schema (create it with: kvctb init)\n");
@@ -375,7 +362,7 @@ TEST_F(HostileInputTest, EmptyFileAsDatabase) {
 
 TEST_F(HostileInputTest, MissingDatabaseIsNotCreated) {
   fs::remove(db_);
-  const RunResult r = Post(Registro(Valido()) + "\n");
+  const RunResult r = Post(Registro(SmallBooksRecord()) + "\n");
   EXPECT_EQ(r.exit_code, 1);
   EXPECT_EQ(r.err,
             "kvctb: error: database 'books.db' does not exist (create it with: kvctb init)\n");
@@ -435,7 +422,7 @@ TEST_F(HostileInputTest, ReadOnlyDatabaseFile) {
   {
     Unwritable guard(db_);
     ASSERT_TRUE(guard.ok()) << "cannot make " << db_ << " read-only";
-    r = Post(Registro(Valido()) + "\n");
+    r = Post(Registro(SmallBooksRecord()) + "\n");
   }
   ExpectRefused(r, 1,
                 "kvctb: error: sqlite3_statement_backend::loadOne: attempt to write a readonly "
@@ -445,7 +432,7 @@ TEST_F(HostileInputTest, ReadOnlyDatabaseFile) {
 }
 
 TEST_F(HostileInputTest, ReadOnlyDirectory) {
-  WriteFile(dir_ + "/entries.txt", Registro(Valido()) + "\n");
+  WriteFile(dir_ + "/entries.txt", Registro(SmallBooksRecord()) + "\n");
   RunResult r;
   {
     Unwritable guard(dir_);
@@ -464,7 +451,7 @@ TEST_F(HostileInputTest, FullDisk) {
   // size plus 8 KiB before its commit.
   std::string text;
   for (int i = 0; i < 2000; ++i) {
-    RegistroCampos c = Valido();
+    RegistroCampos c = SmallBooksRecord();
     c.centavos = 1000 + i;
     text += Registro(c) + "\n";
   }

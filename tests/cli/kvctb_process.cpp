@@ -187,6 +187,17 @@ std::string SmallChart() {
          "5.1.1.01,5,A,1,S,Custos\n";
 }
 
+kvc::testing::RegistroCampos SmallBooksRecord() {
+  kvc::testing::RegistroCampos c;
+  c.yymm = "2406";
+  c.dia = "20";
+  c.historico = "VENDA";
+  c.conta1 = "1.1.1.01";
+  c.conta2 = "3.1.1.01";
+  c.centavos = 1000;
+  return c;
+}
+
 std::string TwoRecords() {
   kvc::testing::RegistroCampos a;
   a.yymm = "2406";

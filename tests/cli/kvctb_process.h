@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/records.h"
+
 namespace kvc::cli::testing {
 
 struct RunResult {
@@ -79,6 +81,11 @@ std::string SmallChart();
 // from 1.1.1.01 to 3.1.1.01 with division code 3, and 5.00 from 1.1.1.01 to
 // 5.1.1.01 (the side mark "-" credits the first account field).
 std::string TwoRecords();
+
+// A valid record of June 2024 on the small chart: 10.00 on day 20 from
+// 1.1.1.01 to 3.1.1.01, history VENDA, no division code. Tests change a
+// field or two.
+kvc::testing::RegistroCampos SmallBooksRecord();
 
 // Reads a whole file ("" when it does not exist).
 std::string ReadFile(const std::string& path);
