@@ -18,6 +18,11 @@
 # Environment:
 #   KVC_FUZZ_JOBS      targets run at once (default: 2, at most the cores)
 #   KVC_FUZZ_TARGETS   the targets to run, by name (default: all of fuzz/)
+#   KVC_FUZZ_KEEP      a directory that keeps each target's corpus between runs
+#                      (DIR/NAME/corpus, first filled from the seeds) and gets
+#                      one line per finished run appended to DIR/NAME.runs:
+#                      "EXECUTIONS CPU_SECONDS WALL_SECONDS EXIT CORPUS_AFTER"
+#                      (scripts/fuzz-long.sh adds these up across sessions)
 #
 # The reproducers of the latest run of a target are kept in
 # build/fuzz/findings/NAME/; replay one with
@@ -72,6 +77,13 @@ if [ -z "${ASAN_SYMBOLIZER_PATH:-}" ] && command -v llvm-symbolizer >/dev/null; 
   export ASAN_SYMBOLIZER_PATH=$(command -v llvm-symbolizer)
 fi
 
+final_stat() { sed -n "s/^stat::$2: *//p" "$work/$1.log" | tail -1; }
+keep=${KVC_FUZZ_KEEP:-}
+if [ -n "$keep" ]; then
+  mkdir -p "$keep"
+  keep=$(cd "$keep" && pwd)
+fi
+
 # Runs one target; its output goes to $work/NAME.log, its exit code to
 # $work/NAME.rc, its wall time to $work/NAME.time and the CPU time of the
 # fuzzer (user and system, from the shell's `times`) to $work/NAME.cpu: on a
@@ -79,9 +91,13 @@ fi
 run_target() {
   local name=$1
   local corpus="$work/$name/corpus"
+  [ -n "$keep" ] && corpus="$keep/$name/corpus"
   rm -rf "${findings:?}/$name"
-  mkdir -p "$corpus" "$findings/$name"
-  if [ -d "fuzz/corpus/$name" ]; then cp -R "fuzz/corpus/$name/." "$corpus/"; fi
+  if [ ! -d "$corpus" ]; then
+    mkdir -p "$corpus"
+    if [ -d "fuzz/corpus/$name" ]; then cp -R "fuzz/corpus/$name/." "$corpus/"; fi
+  fi
+  mkdir -p "$findings/$name"
   find "$corpus" -type f | wc -l >"$work/$name.seeds"
   local start rc=0
   start=$(date +%s)
@@ -116,6 +132,10 @@ run_target() {
          printf "%d\n", total
        }' "$work/$name.times" >"$work/$name.cpu"
   echo "$rc" >"$work/$name.rc"
+  if [ -n "$keep" ]; then
+    echo "$(final_stat "$name" number_of_executed_units) $(cat "$work/$name.cpu")" \
+      "$(cat "$work/$name.time") $rc $(find "$corpus" -type f | wc -l)" >>"$keep/$name.runs"
+  fi
 }
 
 for name in "${targets[@]}"; do
@@ -138,8 +158,6 @@ for name in "${targets[@]}"; do
 done
 wait || true
 
-final_stat() { sed -n "s/^stat::$2: *//p" "$work/$1.log" | tail -1; }
-
 failed=0
 passed=0
 printf '%-14s %14s %8s %8s %10s %18s  %s\n' target executions seconds cpu-s exec/s corpus result
@@ -148,7 +166,7 @@ for name in "${targets[@]}"; do
   execs=$(final_stat "$name" number_of_executed_units)
   rate=$(final_stat "$name" average_exec_per_sec)
   seeds=$(cat "$work/$name.seeds")
-  after=$(find "$work/$name/corpus" -type f | wc -l)
+  after=$(find "${keep:-$work}/$name/corpus" -type f | wc -l)
   result="no finding"
   if [ "$rc" != 0 ]; then
     result="FINDING (exit $rc)"
