@@ -4,9 +4,11 @@
 #include <soci/soci.h>
 
 #include <cctype>
+#include <cstdlib>
 #include <deque>
 #include <memory>
 #include <stdexcept>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
@@ -17,6 +19,7 @@
 #include "accounting/db/error.h"
 #include "accounting/db/placeholders.h"
 #include "accounting/db/sql_format.h"
+#include "accounting/db/statement_shape.h"
 
 namespace kvc::db {
 namespace {
@@ -159,7 +162,60 @@ struct BindSlot {
   std::string text;
   std::tm date{};
   soci::indicator indicator = soci::i_ok;
+
+  // Takes `value`, which must be of the kind the slot was bound with.
+  void Set(const Value& value) {
+    indicator = value.IsNull() ? soci::i_null : soci::i_ok;
+    if (value.IsNull()) return;
+    if (value.IsInteger())
+      integer = value.AsInteger();
+    else if (value.IsFloat())
+      real = value.AsFloat();
+    else if (value.IsDateTime())
+      date = value.AsDateTime().ToTm();
+    else
+      text = value.AsString();
+  }
+
+  // Binds the slot to the next placeholder of `st` with the type of `value`
+  // (a null as text), and takes the value.
+  void BindTo(soci::statement& st, const Value& value) {
+    Set(value);
+    if (value.IsNull())
+      st.exchange(soci::use(text, indicator));
+    else if (value.IsInteger())
+      st.exchange(soci::use(integer, indicator));
+    else if (value.IsFloat())
+      st.exchange(soci::use(real, indicator));
+    else if (value.IsDateTime())
+      st.exchange(soci::use(date, indicator));
+    else
+      st.exchange(soci::use(text, indicator));
+  }
 };
+
+// The kind of a value as one letter, for the key of a prepared statement.
+char KindLetter(const Value& value) {
+  if (value.IsNull()) return 'n';
+  if (value.IsInteger()) return 'i';
+  if (value.IsFloat()) return 'f';
+  if (value.IsDateTime()) return 'd';
+  return 's';
+}
+
+// A statement prepared for one shape and kept for the next text of that
+// shape, with the storage its values are bound to. The statement refers to
+// the row and the slots, so it is declared after them (and destroyed first).
+struct PreparedShape {
+  explicit PreparedShape(soci::session& session) : st(session) {}
+  soci::row row;
+  std::deque<BindSlot> slots;
+  soci::statement st;
+};
+
+// More shapes than this and the cache starts again: the module's operations
+// use a few dozen, and a host's ad hoc queries must not make it grow forever.
+constexpr size_t kMaxPreparedShapes = 256;
 
 class SociConnection final : public Connection {
  public:
@@ -178,6 +234,10 @@ class SociConnection final : public Connection {
       // Foreign keys are not declared; a busy database waits instead of
       // failing at once.
       Run("pragma busy_timeout = 30000", {}, nullptr);
+      // Statements are prepared once per shape (see statement_shape.h); the
+      // variable turns that off, to compare or to rule it out.
+      const char* off = std::getenv("KVC_NO_STATEMENT_CACHE");
+      reuse_shapes_ = !(off && *off && std::string_view(off) != "0");
     }
     if (kind_ == ServerKind::kFirebird) {
       try {
@@ -277,6 +337,15 @@ class SociConnection final : public Connection {
  private:
   void Run(const std::string& sql, const BoundParams& params, ResultSet* rs,
            long long* affected = nullptr) {
+    if (reuse_shapes_) {
+      if (std::optional<StatementShape> shape = ShapeStatement(sql)) {
+        RunShape(*shape, sql, params, rs, affected);
+        return;
+      }
+      // Anything else (a definition, a pragma) may change what the prepared
+      // statements would read: they are prepared again when next needed.
+      prepared_.clear();
+    }
     PositionalText positional = ToPositional(sql);
     std::string text = positional.text;
     if (kind_ != ServerKind::kSqlite) text = DropAmbiguousComments(text);
@@ -291,47 +360,12 @@ class SociConnection final : public Connection {
         for (const BoundParam& p : params)
           if (SameFieldName(p.name, name)) value = &p.value;
         if (!value) throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
-        BindSlot& slot = slots.emplace_back();
-        if (value->IsNull()) {
-          slot.indicator = soci::i_null;
-          st.exchange(soci::use(slot.text, slot.indicator));
-        } else if (value->IsInteger()) {
-          slot.integer = value->AsInteger();
-          st.exchange(soci::use(slot.integer, slot.indicator));
-        } else if (value->IsFloat()) {
-          slot.real = value->AsFloat();
-          st.exchange(soci::use(slot.real, slot.indicator));
-        } else if (value->IsDateTime()) {
-          slot.date = value->AsDateTime().ToTm();
-          st.exchange(soci::use(slot.date, slot.indicator));
-        } else {
-          slot.text = value->AsString();
-          st.exchange(soci::use(slot.text, slot.indicator));
-        }
+        slots.emplace_back().BindTo(st, *value);
       }
       st.alloc();
       st.prepare(text);
       st.define_and_bind();
-      if (rs) {
-        bool got = st.execute(true);
-        ReadColumns(st, row, *rs);
-        while (got) {
-          ReadRow(row, *rs);
-          got = st.fetch();
-        }
-        FinishColumns(*rs);
-      } else {
-        st.execute(true);
-        if (affected) {
-          // Some servers cannot count rows for every kind of statement (DDL on
-          // Firebird); -1 then means "not known".
-          try {
-            *affected = st.get_affected_rows();
-          } catch (const soci::soci_error&) {
-            *affected = -1;
-          }
-        }
-      }
+      ExecuteAndRead(st, row, rs, affected);
       st.clean_up();
       if (!in_transaction_ && kind_ == ServerKind::kFirebird) session_.commit();
     } catch (const soci::soci_error& e) {
@@ -343,6 +377,88 @@ class SociConnection final : public Connection {
     } catch (const std::exception& e) {
       AfterFailure();
       throw DatabaseError(e.what(), sql);
+    }
+  }
+
+  // Runs `sql` through the statement prepared for its shape, preparing it
+  // the first time: the literals taken out and the placeholders' values are
+  // bound, in text order. Errors are reported against `sql`, the text the
+  // module built; a statement that failed is prepared again next time.
+  void RunShape(const StatementShape& shape, const std::string& sql, const BoundParams& params,
+                ResultSet* rs, long long* affected) {
+    std::vector<Value> values;
+    values.reserve(shape.slots.size());
+    std::string key = shape.Key();
+    key += rs ? 'q' : 'x';
+    for (const ShapeSlot& slot : shape.slots) {
+      switch (slot.kind) {
+        case ShapeSlot::Kind::kText:
+          values.emplace_back(slot.text);
+          break;
+        case ShapeSlot::Kind::kInteger:
+          values.emplace_back(slot.integer);
+          break;
+        case ShapeSlot::Kind::kReal:
+          values.emplace_back(slot.real);
+          break;
+        case ShapeSlot::Kind::kPlaceholder: {
+          const Value* value = nullptr;
+          for (const BoundParam& p : params)
+            if (SameFieldName(p.name, slot.text)) value = &p.value;
+          if (!value)
+            throw DatabaseError("no value for parameter :" + slot.text + " in: " + sql, sql);
+          values.push_back(*value);
+          key += KindLetter(*value);
+        }
+      }
+    }
+    auto found = prepared_.find(key);
+    try {
+      if (found == prepared_.end()) {
+        if (prepared_.size() >= kMaxPreparedShapes) prepared_.clear();
+        auto prepared = std::make_unique<PreparedShape>(session_);
+        if (rs) prepared->st.exchange(soci::into(prepared->row));
+        for (const Value& value : values)
+          prepared->slots.emplace_back().BindTo(prepared->st, value);
+        prepared->st.alloc();
+        prepared->st.prepare(shape.text);
+        prepared->st.define_and_bind();
+        found = prepared_.emplace(std::move(key), std::move(prepared)).first;
+      } else {
+        for (size_t i = 0; i < values.size(); ++i) found->second->slots[i].Set(values[i]);
+      }
+      ExecuteAndRead(found->second->st, found->second->row, rs, affected);
+    } catch (const soci::soci_error& e) {
+      if (found != prepared_.end()) prepared_.erase(found);
+      throw DatabaseError(e.get_error_message(), sql);
+    } catch (const std::exception& e) {
+      if (found != prepared_.end()) prepared_.erase(found);
+      throw DatabaseError(e.what(), sql);
+    }
+  }
+
+  // Executes a prepared statement and reads all its rows into `rs` (a query)
+  // or the count of rows it changed into `affected`.
+  void ExecuteAndRead(soci::statement& st, soci::row& row, ResultSet* rs, long long* affected) {
+    if (rs) {
+      bool got = st.execute(true);
+      ReadColumns(st, row, *rs);
+      while (got) {
+        ReadRow(row, *rs);
+        got = st.fetch();
+      }
+      FinishColumns(*rs);
+    } else {
+      st.execute(true);
+      if (affected) {
+        // Some servers cannot count rows for every kind of statement (DDL on
+        // Firebird); -1 then means "not known".
+        try {
+          *affected = st.get_affected_rows();
+        } catch (const soci::soci_error&) {
+          *affected = -1;
+        }
+      }
     }
   }
 
@@ -464,6 +580,10 @@ class SociConnection final : public Connection {
   ServerKind kind_;
   bool in_transaction_ = false;
   std::vector<bool> expression_columns_;
+  // One prepared statement per shape, by the shape's key; declared after the
+  // session, so that the statements are finalised before it closes.
+  bool reuse_shapes_ = false;
+  std::unordered_map<std::string, std::unique_ptr<PreparedShape>> prepared_;
 };
 
 }  // namespace

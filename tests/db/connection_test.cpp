@@ -4,6 +4,8 @@
 
 #include <clocale>
 
+#include <fmt/format.h>
+
 #include "accounting/db/error.h"
 #include "accounting/db/placeholders.h"
 #include "accounting/db/schema.h"
@@ -286,6 +288,61 @@ TEST_P(ConnectionTest, SchemaHoldsEveryTableAndTheStructureVersion) {
   EXPECT_GE(db::SchemaTables().size(), 22u);
   EXPECT_EQ(Scalar(*raw_, "select VERSAO from GER_VERSAO_ESTRUTURA").AsString(), "2.09");
   EXPECT_TRUE(db::SchemaExists(*raw_));
+}
+
+// Statements that differ only in their literals share a prepared statement
+// on the servers that reuse them; every text still reads and writes its own
+// values.
+TEST_P(ConnectionTest, StatementsOfOneShapeEachSeeTheirOwnValues) {
+  for (int i = 1; i <= 50; ++i)
+    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, {}, '{}''x', 2023, {}.25)",
+                              i % 3, i, i),
+                  {});
+  for (int i = 1; i <= 50; ++i) {
+    auto rs = raw_->Query(fmt::format("select SALDO, CONTA from CTB_SALDO_ANTERIOR where "
+                                      "REVENDA = {} and CONTA = '{}''x'",
+                                      i % 3, i),
+                          {});
+    ASSERT_EQ(rs.rows.size(), 1u) << i;
+    EXPECT_DOUBLE_EQ(rs.rows[0][0].AsFloat(), i + 0.25);
+    EXPECT_EQ(rs.rows[0][1].AsString(), std::to_string(i) + "'x");
+  }
+  EXPECT_EQ(
+      raw_->Execute("update CTB_SALDO_ANTERIOR set SALDO = SALDO + 1.50 where REVENDA = 1", {}),
+      17);
+  EXPECT_EQ(
+      raw_->Execute("update CTB_SALDO_ANTERIOR set SALDO = SALDO + 2.50 where REVENDA = 2", {}),
+      17);
+  auto rs = raw_->Query("select sum(SALDO) TOTAL from CTB_SALDO_ANTERIOR where ANO = 2023", {});
+  EXPECT_DOUBLE_EQ(rs.rows[0][0].AsFloat(), 1275 + 12.5 + 17 * 1.5 + 17 * 2.5);
+  rs = raw_->Query("select sum(SALDO) TOTAL from CTB_SALDO_ANTERIOR where ANO = 2024", {});
+  EXPECT_TRUE(rs.rows[0][0].IsNull());
+}
+
+// A prepared statement that failed (here a duplicate key) is prepared again:
+// the next text of its shape runs as if nothing had happened.
+TEST_P(ConnectionTest, AFailedStatementDoesNotSpoilTheNextOfItsShape) {
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, 'A', 2023, 1)", {});
+  EXPECT_THROW(raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, 'A', 2023, 2)", {}),
+               db::DatabaseError);
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, 'B', 2023, 3)", {});
+  EXPECT_EQ(CountRows(*raw_, "CTB_SALDO_ANTERIOR"), 2);
+}
+
+// A table dropped and made again with other columns between two texts of
+// one shape: the second reads the new table.
+TEST_P(ConnectionTest, AStatementAfterATableIsMadeAgainReadsTheNewTable) {
+  raw_->Execute("create table KVC_SHAPE_T (A integer, B varchar(10))", {});
+  raw_->Execute("insert into KVC_SHAPE_T values (1, 'x')", {});
+  auto rs = raw_->Query("select * from KVC_SHAPE_T where A = 1", {});
+  ASSERT_EQ(rs.columns.size(), 2u);
+  raw_->Execute("drop table KVC_SHAPE_T", {});
+  raw_->Execute("create table KVC_SHAPE_T (A integer, C numeric(15,2), D varchar(5))", {});
+  raw_->Execute("insert into KVC_SHAPE_T values (2, 3.5, 'y')", {});
+  rs = raw_->Query("select * from KVC_SHAPE_T where A = 2", {});
+  ASSERT_EQ(rs.columns.size(), 3u);
+  EXPECT_DOUBLE_EQ(rs.rows[0][1].AsFloat(), 3.5);
+  raw_->Execute("drop table KVC_SHAPE_T", {});
 }
 
 KVC_INSTANTIATE_BACKENDS(ConnectionTest);

@@ -1,0 +1,267 @@
+// Taking the bindable literals out of a statement's text: a single scan that
+// copies everything it does not take out, tracking parentheses and the clause
+// each level is in.
+#include "accounting/db/statement_shape.h"
+
+#include <array>
+#include <charconv>
+
+namespace kvc::db {
+namespace {
+
+// Character classes, ASCII only (and every byte of a multibyte character as
+// a letter), whatever the locale.
+enum : unsigned char { kStart = 1, kRest = 2, kDigit = 4, kSpace = 8, kPlain = 16 };
+constexpr std::array<unsigned char, 256> kClasses = [] {
+  std::array<unsigned char, 256> t{};
+  for (int c = 'a'; c <= 'z'; ++c) t[c] = t[c - 'a' + 'A'] = kStart | kRest;
+  for (int c = 0x80; c < 0x100; ++c) t[c] = kStart | kRest;
+  t['_'] = kStart | kRest;
+  t['$'] = kRest;
+  for (int c = '0'; c <= '9'; ++c) t[c] = kRest | kDigit;
+  for (char c : {' ', '\t', '\n', '\r', '\v', '\f'}) t[static_cast<unsigned char>(c)] = kSpace;
+  // Plain: copied as they are, with nothing to look at (blanks, commas,
+  // operators); everything that can start a token the scanner cares about
+  // is not.
+  for (int c = 1; c < 0x80; ++c)
+    if ((t[c] & (kStart | kRest)) == 0 &&
+        std::string_view("'\"-/:;?[`().").find(static_cast<char>(c)) == std::string_view::npos)
+      t[c] |= kPlain;
+  return t;
+}();
+bool Has(char c, unsigned char cls) { return (kClasses[static_cast<unsigned char>(c)] & cls) != 0; }
+bool IsIdentifierStart(char c) { return Has(c, kStart); }
+bool IsIdentifierChar(char c) { return Has(c, kRest); }
+bool IsDigit(char c) { return Has(c, kDigit); }
+bool IsSpace(char c) { return Has(c, kSpace); }
+
+char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool Is(std::string_view word, std::string_view lower) {
+  if (word.size() != lower.size()) return false;
+  for (size_t i = 0; i < word.size(); ++i)
+    if (Lower(word[i]) != lower[i]) return false;
+  return true;
+}
+
+// The clause a level of parentheses is in, as far as literals care.
+enum class Clause { kOther, kSelectList, kOrderOrGroup };
+
+struct Level {
+  Clause clause = Clause::kOther;
+  bool keeps = false;  // the level or one around it keeps its literals
+};
+
+class Shaper {
+ public:
+  explicit Shaper(std::string_view sql) : sql_(sql) { shape_.text.reserve(sql.size()); }
+
+  std::optional<StatementShape> Run() {
+    if (!StartsWithQueryOrChange()) return std::nullopt;
+    levels_.push_back(Level{});
+    while (i_ < sql_.size()) {
+      const char c = sql_[i_];
+      if (c == '\'') {
+        if (!Text()) return std::nullopt;
+      } else if (c == '"') {
+        if (!CopyQuoted('"')) return std::nullopt;
+      } else if (c == '-' && Next() == '-') {
+        size_t end = sql_.find('\n', i_);
+        Copy(end == std::string_view::npos ? sql_.size() - i_ : end - i_);
+      } else if (c == '/' && Next() == '*') {
+        size_t end = sql_.find("*/", i_ + 2);
+        if (end == std::string_view::npos) return std::nullopt;
+        Copy(end + 2 - i_);
+      } else if (c == ':' && Next() == ':') {
+        Copy(2);
+      } else if (c == ':' && IsIdentifierStart(Next())) {
+        size_t end = i_ + 1;
+        while (end < sql_.size() && IsIdentifierChar(sql_[end])) ++end;
+        ShapeSlot& slot = shape_.slots.emplace_back();
+        slot.kind = ShapeSlot::Kind::kPlaceholder;
+        slot.text = std::string(sql_.substr(i_ + 1, end - i_ - 1));
+        PutSlotMark(end);
+        last_word_ = {};
+      } else if (c == ';' || c == '?' || c == '[' || c == '`') {
+        return std::nullopt;
+      } else if (c == '(') {
+        Level inner;
+        inner.keeps = Keeps() || Is(last_word_, "cast");
+        levels_.push_back(inner);
+        Copy(1);
+        last_word_ = {};
+      } else if (c == ')') {
+        if (levels_.size() < 2) return std::nullopt;
+        levels_.pop_back();
+        Copy(1);
+        last_word_ = {};
+      } else if (IsDigit(c) || (c == '.' && IsDigit(Next()))) {
+        if (i_ > 0 && (IsIdentifierChar(sql_[i_ - 1]) || sql_[i_ - 1] == '.')) return std::nullopt;
+        if (!Number()) return std::nullopt;
+      } else if (IsIdentifierStart(c)) {
+        size_t end = i_;
+        while (end < sql_.size() && IsIdentifierChar(sql_[end])) ++end;
+        // A literal with a prefix (X'..', N'..') is not taken apart.
+        if (end < sql_.size() && sql_[end] == '\'') return std::nullopt;
+        Word(sql_.substr(i_, end - i_));
+        Copy(end - i_);
+      } else {
+        // A run of plain characters; anything but blanks ends a word.
+        size_t end = i_ + 1;
+        while (end < sql_.size() && Has(sql_[end], kPlain)) ++end;
+        for (size_t k = i_; k < end; ++k)
+          if (!IsSpace(sql_[k])) last_word_ = {};
+        Copy(end - i_);
+      }
+    }
+    if (levels_.size() != 1) return std::nullopt;
+    shape_.text.append(sql_.substr(copied_));
+    return std::move(shape_);
+  }
+
+ private:
+  char Next() const { return i_ + 1 < sql_.size() ? sql_[i_ + 1] : '\0'; }
+  // Text is copied lazily: Copy only moves on, and the stretch since the
+  // last slot goes into the shape when the next slot (or the end) comes.
+  void Copy(size_t n) { i_ += n; }
+  void PutSlotMark(size_t resume) {
+    shape_.text.append(sql_.substr(copied_, i_ - copied_));
+    shape_.text += '?';
+    i_ = copied_ = resume;
+  }
+  bool Keeps() const {
+    const Level& level = levels_.back();
+    return level.keeps || level.clause != Clause::kOther;
+  }
+
+  bool StartsWithQueryOrChange() const {
+    size_t start = 0;
+    while (start < sql_.size() && (IsSpace(sql_[start]) || sql_[start] == '(')) ++start;
+    size_t end = start;
+    while (end < sql_.size() && IsIdentifierChar(sql_[end])) ++end;
+    std::string_view first = sql_.substr(start, end - start);
+    return Is(first, "select") || Is(first, "insert") || Is(first, "update") ||
+           Is(first, "delete") || Is(first, "with");
+  }
+
+  // A keyword moves its level into or out of the clauses that keep literals.
+  void Word(std::string_view word) {
+    Clause& clause = levels_.back().clause;
+    if (Is(word, "select")) {
+      clause = Clause::kSelectList;
+    } else if (Is(word, "by") && (Is(last_word_, "order") || Is(last_word_, "group"))) {
+      clause = Clause::kOrderOrGroup;
+    } else if (Is(word, "from") || Is(word, "where") || Is(word, "having") || Is(word, "limit") ||
+               Is(word, "offset") || Is(word, "union") || Is(word, "except") ||
+               Is(word, "intersect") || Is(word, "values") || Is(word, "set") || Is(word, "on")) {
+      // "from" ends a select list; the others can only follow one.
+      if (!(Is(word, "from") && clause == Clause::kOrderOrGroup)) clause = Clause::kOther;
+    }
+    last_word_ = word;
+  }
+
+  // '...' with '' standing for a quote.
+  bool Text() {
+    std::string value;
+    size_t j = i_ + 1;
+    for (;;) {
+      if (j >= sql_.size()) return false;
+      if (sql_[j] == '\'') {
+        if (j + 1 < sql_.size() && sql_[j + 1] == '\'') {
+          value += '\'';
+          j += 2;
+          continue;
+        }
+        break;
+      }
+      value += sql_[j++];
+    }
+    ++j;  // the closing quote
+    if (Keeps()) {
+      Copy(j - i_);
+    } else {
+      ShapeSlot& slot = shape_.slots.emplace_back();
+      slot.kind = ShapeSlot::Kind::kText;
+      slot.text = std::move(value);
+      PutSlotMark(j);
+    }
+    last_word_ = {};
+    return true;
+  }
+
+  bool CopyQuoted(char quote) {
+    size_t end = sql_.find(quote, i_ + 1);
+    if (end == std::string_view::npos) return false;
+    Copy(end + 1 - i_);
+    last_word_ = {};
+    return true;
+  }
+
+  // Digits, an optional fraction and an optional exponent; a number run into
+  // a letter (0x1F, 12abc) is not taken apart.
+  bool Number() {
+    size_t j = i_;
+    bool real = false;
+    while (j < sql_.size() && IsDigit(sql_[j])) ++j;
+    if (j < sql_.size() && sql_[j] == '.') {
+      real = true;
+      ++j;
+      while (j < sql_.size() && IsDigit(sql_[j])) ++j;
+    }
+    if (j < sql_.size() && (sql_[j] == 'e' || sql_[j] == 'E')) {
+      size_t k = j + 1;
+      if (k < sql_.size() && (sql_[k] == '+' || sql_[k] == '-')) ++k;
+      if (k >= sql_.size() || !IsDigit(sql_[k])) return false;
+      while (k < sql_.size() && IsDigit(sql_[k])) ++k;
+      j = k;
+      real = true;
+    }
+    if (j < sql_.size() && (IsIdentifierChar(sql_[j]) || sql_[j] == '.')) return false;
+    const std::string_view number = sql_.substr(i_, j - i_);
+    last_word_ = {};
+    if (Keeps()) {
+      Copy(j - i_);
+      return true;
+    }
+    ShapeSlot slot;
+    const char* first = number.data();
+    const char* last = number.data() + number.size();
+    if (real) {
+      slot.kind = ShapeSlot::Kind::kReal;
+      auto [end, error] = std::from_chars(first, last, slot.real);
+      if (error != std::errc() || end != last) return false;
+    } else {
+      slot.kind = ShapeSlot::Kind::kInteger;
+      auto [end, error] = std::from_chars(first, last, slot.integer);
+      // Beyond 64 bits the server reads the number as a double: keep it.
+      if (error != std::errc() || end != last) {
+        Copy(j - i_);
+        return true;
+      }
+    }
+    shape_.slots.push_back(std::move(slot));
+    PutSlotMark(j);
+    return true;
+  }
+
+  std::string_view sql_;
+  size_t i_ = 0;
+  size_t copied_ = 0;  // sql_ up to here is in shape_.text
+  StatementShape shape_;
+  std::vector<Level> levels_;
+  std::string_view last_word_;
+};
+
+}  // namespace
+
+std::string StatementShape::Key() const {
+  std::string key = text;
+  key += '\x1f';
+  for (const ShapeSlot& slot : slots)
+    if (slot.kind != ShapeSlot::Kind::kPlaceholder) key += static_cast<char>(slot.kind);
+  return key;
+}
+
+std::optional<StatementShape> ShapeStatement(std::string_view sql) { return Shaper(sql).Run(); }
+
+}  // namespace kvc::db
