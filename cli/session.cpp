@@ -276,6 +276,10 @@ Session::Session(const GlobalOptions& options, std::ostream* trace, bool require
                   {});
   signal_safe_ = std::make_unique<SignalSafeConnection>(*raw_);
   traced_ = std::make_unique<db::TracingConnection>(*signal_safe_);
+  // The trace is only written through the sink (--trace-sql) and used for
+  // its fault injection in tests; kept in memory it would grow with every
+  // statement of a long posting.
+  traced_->KeepTrace(false);
   if (trace) {
     traced_->SetSink([trace](const db::TracedStatement& s) {
       nlohmann::json params = nlohmann::json::object();

@@ -59,7 +59,7 @@ void TracingConnection::Record(TracedStatement traced) {
   if (sink_ && (traced.kind == TracedStatement::Kind::kExecute ||
                 traced.kind == TracedStatement::Kind::kQuery))
     sink_(traced);
-  trace_.push_back(std::move(traced));
+  if (keep_) trace_.push_back(std::move(traced));
 }
 
 // Runs `op` on the inner connection and records `traced`, marked failed

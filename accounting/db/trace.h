@@ -43,6 +43,13 @@ class TracingConnection : public Connection {
   // Only the texts of executed statements and queries, in order.
   std::vector<std::string> Statements() const;
   void Clear() { trace_.clear(); }
+  // Whether Trace keeps what is sent (the default). A long-running client
+  // that only needs the sink turns it off: the trace of a posting of a
+  // million records would hold every statement in memory.
+  void KeepTrace(bool on) {
+    keep_ = on;
+    if (!on) trace_.clear();
+  }
   // Called for each statement and query as it is sent (after it ran or
   // failed); the command-line tool's --trace-sql writes through it.
   void SetSink(std::function<void(const TracedStatement&)> sink) { sink_ = std::move(sink); }
@@ -70,6 +77,7 @@ class TracingConnection : public Connection {
 
   Connection& inner_;
   std::vector<TracedStatement> trace_;
+  bool keep_ = true;
   std::function<void(const TracedStatement&)> sink_;
   size_t sent_ = 0;
   size_t fail_nth_ = 0;

@@ -290,6 +290,25 @@ TEST_P(ConnectionTest, SchemaHoldsEveryTableAndTheStructureVersion) {
   EXPECT_TRUE(db::SchemaExists(*raw_));
 }
 
+// kvctb keeps no trace in memory (a posting of a million records held every
+// statement text until it ended): with KeepTrace off the trace stays empty
+// while the sink still sees every statement and faults are still injected.
+TEST_P(ConnectionTest, TraceNotKeptStillFeedsTheSinkAndInjectsFaults) {
+  db::TracingConnection traced(*raw_);
+  traced.KeepTrace(false);
+  std::vector<std::string> seen;
+  traced.SetSink([&seen](const db::TracedStatement& s) { seen.push_back(s.sql); });
+  traced.Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA) values (1, 1, 'X')", {});
+  traced.Query("select CONTA from CTB_CONTA", {});
+  traced.FailNth(1);
+  EXPECT_THROW(traced.Query("select CONTA from CTB_CONTA", {}), db::DatabaseError);
+  EXPECT_TRUE(traced.Trace().empty());
+  EXPECT_EQ(seen.size(), 3u);
+  traced.KeepTrace(true);
+  traced.Query("select CONTA from CTB_CONTA", {});
+  EXPECT_EQ(traced.Trace().size(), 1u);
+}
+
 // Statements that differ only in their literals share a prepared statement
 // on the servers that reuse them; every text still reads and writes its own
 // values.
