@@ -3,7 +3,10 @@
 // (BuscaSaldoContaPeriodo), opening (CalculaSaldoAnteriorContaAnalitica) and
 // trial-balance (the general form of BuscaSaldoConta over the whole chart),
 // with the division filters they share.
+#include <functional>
 #include <set>
+#include <stdexcept>
+#include <unordered_map>
 #include <vector>
 
 #include <fmt/format.h>
@@ -36,6 +39,39 @@ struct Filters {
   std::string tipo_item, modalidade, centros_custo, revendas_desconsiderar, filtro, nivel;
   bool mensal = false, geral = false, por_divisao = false;
 };
+
+// The balance of every account of `chart`, in its order: each analytic
+// account (level "A") once, through `analytic`, and every other account as
+// the sum of the accounts directly beneath it, analytic ones with their own
+// balance and the others with their sums. That is what BuscaSaldoConta gives
+// a synthetic account, which walks the chart again for each one (and so
+// computes an analytic balance once per level above it). Throws
+// std::runtime_error naming an account whose parents lead back to it.
+std::vector<double> ChartBalances(const std::vector<ChartLine>& chart,
+                                  const std::function<double(const std::string&)>& analytic) {
+  std::unordered_map<std::string, std::vector<size_t>> children;
+  for (size_t i = 0; i < chart.size(); ++i)
+    if (!chart[i].superiora.empty()) children[chart[i].superiora].push_back(i);
+  enum class State { kNew, kSumming, kDone };
+  std::vector<State> state(chart.size(), State::kNew);
+  std::vector<double> balances(chart.size(), 0.0);
+  std::function<double(size_t)> balance = [&](size_t i) -> double {
+    if (state[i] == State::kDone) return balances[i];
+    if (state[i] == State::kSumming)
+      throw std::runtime_error("the chart of accounts leads from account " + chart[i].conta +
+                               " back to itself through its parents (CONTA_SUPERIORA)");
+    state[i] = State::kSumming;
+    if (chart[i].nivel == "A") {
+      balances[i] = analytic(chart[i].conta);
+    } else if (auto found = children.find(chart[i].conta); found != children.end()) {
+      for (size_t child : found->second) balances[i] += balance(child);
+    }
+    state[i] = State::kDone;
+    return balances[i];
+  };
+  for (size_t i = 0; i < chart.size(); ++i) balance(i);
+  return balances;
+}
 
 int32_t Optional(const std::string& option, const std::string& text) {
   return text.empty() ? -1 : ParseInt(option, text, 0, 999999999);
@@ -389,18 +425,22 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          const int32_t month = ParseMonth("--month", t->month, true);
          const Filters f = CheckFilters(t->filters);
          Session session(ctx.options, ctx.trace);
+         const std::vector<ChartLine> chart = session.Chart();
+         const std::vector<double> balances = ChartBalances(chart, [&](const std::string& conta) {
+           double saldo = 0;
+           return session.Module().BuscaSaldoConta(
+               ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo, f.fonte,
+               f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade, conta,
+               "A", f.centros_custo, saldo, true, f.mensal, f.filtro, f.revendas_desconsiderar);
+         });
          Output out;
          out.columns = {"account", "parent", "level", "balance"};
          double roots = 0;
-         for (const ChartLine& a : session.Chart()) {
-           double saldo = 0;
-           session.Module().BuscaSaldoConta(
-               ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo, f.fonte,
-               f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade, a.conta,
-               a.nivel, f.centros_custo, saldo, true, f.mensal, f.filtro, f.revendas_desconsiderar);
+         for (size_t i = 0; i < chart.size(); ++i) {
+           const ChartLine& a = chart[i];
            out.rows.push_back({a.conta, a.superiora.empty() ? Cell{Null{}} : Cell{a.superiora},
-                               a.nivel, Amount{saldo}});
-           if (a.superiora.empty()) roots += saldo;
+                               a.nivel, Amount{balances[i]}});
+           if (a.superiora.empty()) roots += balances[i];
          }
          // A table for people ends with the total of the top-level accounts,
          // zero when the books balance; CSV and JSON stay one row per account.
