@@ -94,7 +94,7 @@ if [ ! -f "$data/done" ]; then
 fi
 
 # ---- measuring ----
-run_dir="$workdir/run"
+run_dir="$workdir/run-a$accounts-r$records-s$seed"
 rm -rf "$run_dir"
 mkdir -p "$run_dir"
 results="$run_dir/results.tsv"
@@ -171,7 +171,7 @@ done
 # ---- the report ----
 median() { sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 stat() { awk -F'\t' -v op="$1" -v tool="$2" -v c="$3" '$1 == op && $2 == tool { print $c }' "$results"; }
-report="$workdir/report.txt"
+report="$run_dir/report.txt"
 {
   echo "command:  $command_line"
   echo "books:    $records records, $accounts accounts, seed $seed ($data)"
