@@ -22,16 +22,21 @@
 #   close-year     kvctb close-year 2024 (the annual closing), then the trial
 #                  balance of 202512 again, which now starts from the
 #                  carried-forward balances.
-# Before the table, the balances of every account of the first run's kvctb
-# trial balances are compared with ledger's and hledger's.
+# After the table, the report says whether every account's balance in the
+# first run's two kvctb trial balances is the one ledger and hledger give.
 #
 # ledger, hledger and GNU time are installed with apt-get when missing (root or
 # sudo); they are this benchmark's own and no build or test needs them.
-# Everything the script writes goes under the work directory.
+# Everything the script writes goes under the work directory: the books in
+# data-aACCOUNTS-rRECORDS-sSEED/, each run's outputs, every timing and the
+# report in run-aACCOUNTS-rRECORDS-sSEED/.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 command_line="bench/peers.sh${*:+ $*}"
+for v in PEERS_RECORDS PEERS_ACCOUNTS PEERS_RUNS PEERS_SEED PEERS_WORKDIR; do
+  if [ -n "${!v:-}" ]; then command_line="$v=${!v} $command_line"; fi
+done
 
 records=${PEERS_RECORDS:-20000}
 accounts=${PEERS_ACCOUNTS:-172}
@@ -143,9 +148,13 @@ done
 # lines: kvctb's from its CSV, the peers' from a flat report whose account
 # names end with the code (the journal's names are the codes of the path).
 kv_balances() { awk -F, 'NR > 1 { printf "%s %.2f\n", $1, $4 }' "$1" | sort; }
-ledger -f "$journal" bal --empty --no-total \
-  --balance-format '%(partial_account(true)) %(quantity(scrub(display_total)))\n' \
-  >"$run_dir/ledger-flat.txt"
+# ledger folds a parent with one child into the child's line, so each level of
+# the tree (four: group, two synthetic levels, analytic) is read on its own.
+for depth in 1 2 3 4; do
+  ledger -f "$journal" bal --depth "$depth" --empty --no-total \
+    --balance-format '%(partial_account(true)) %(quantity(scrub(display_total)))\n' |
+    awk -v d="$depth" 'split($1, p, ":") == d'
+done >"$run_dir/ledger-flat.txt"
 hledger -f "$journal" bal --tree --no-elide --no-total -O csv >"$run_dir/hledger-flat.csv"
 awk '{ n = split($1, p, ":"); printf "%s %.2f\n", p[n], $2 }' "$run_dir/ledger-flat.txt" |
   sort >"$run_dir/ledger.balances"
