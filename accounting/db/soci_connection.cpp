@@ -194,6 +194,17 @@ struct BindSlot {
   }
 };
 
+// The value given for the placeholder `name` (the last one of that name, in
+// any case); a missing one is a DatabaseError naming it and the statement.
+const Value& ParamValue(const BoundParams& params, const std::string& name,
+                        const std::string& sql) {
+  const Value* value = nullptr;
+  for (const BoundParam& p : params)
+    if (SameFieldName(p.name, name)) value = &p.value;
+  if (!value) throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
+  return *value;
+}
+
 // The kind of a value as one letter, for the key of a prepared statement.
 char KindLetter(const Value& value) {
   if (value.IsNull()) return 'n';
@@ -356,11 +367,7 @@ class SociConnection final : public Connection {
       soci::row row;
       if (rs) st.exchange(soci::into(row));
       for (const std::string& name : positional.names) {
-        const Value* value = nullptr;
-        for (const BoundParam& p : params)
-          if (SameFieldName(p.name, name)) value = &p.value;
-        if (!value) throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
-        slots.emplace_back().BindTo(st, *value);
+        slots.emplace_back().BindTo(st, ParamValue(params, name, sql));
       }
       st.alloc();
       st.prepare(text);
@@ -402,13 +409,9 @@ class SociConnection final : public Connection {
           values.emplace_back(slot.real);
           break;
         case ShapeSlot::Kind::kPlaceholder: {
-          const Value* value = nullptr;
-          for (const BoundParam& p : params)
-            if (SameFieldName(p.name, slot.text)) value = &p.value;
-          if (!value)
-            throw DatabaseError("no value for parameter :" + slot.text + " in: " + sql, sql);
-          values.push_back(*value);
-          key += KindLetter(*value);
+          const Value& value = ParamValue(params, slot.text, sql);
+          values.push_back(value);
+          key += KindLetter(value);
         }
       }
     }
