@@ -6,6 +6,8 @@
 #include <array>
 #include <charconv>
 
+#include "accounting/db/result_set.h"
+
 namespace kvc::db {
 namespace {
 
@@ -34,15 +36,6 @@ bool IsIdentifierStart(char c) { return Has(c, kStart); }
 bool IsIdentifierChar(char c) { return Has(c, kRest); }
 bool IsDigit(char c) { return Has(c, kDigit); }
 bool IsSpace(char c) { return Has(c, kSpace); }
-
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool Is(std::string_view word, std::string_view lower) {
-  if (word.size() != lower.size()) return false;
-  for (size_t i = 0; i < word.size(); ++i)
-    if (Lower(word[i]) != lower[i]) return false;
-  return true;
-}
 
 // The clause a level of parentheses is in, as far as literals care.
 enum class Clause { kOther, kSelectList, kOrderOrGroup };
@@ -86,7 +79,7 @@ class Shaper {
         return std::nullopt;
       } else if (c == '(') {
         Level inner;
-        inner.keeps = Keeps() || Is(last_word_, "cast");
+        inner.keeps = Keeps() || SameFieldName(last_word_, "cast");
         levels_.push_back(inner);
         Copy(1);
         last_word_ = {};
@@ -140,22 +133,28 @@ class Shaper {
     size_t end = start;
     while (end < sql_.size() && IsIdentifierChar(sql_[end])) ++end;
     std::string_view first = sql_.substr(start, end - start);
-    return Is(first, "select") || Is(first, "insert") || Is(first, "update") ||
-           Is(first, "delete") || Is(first, "with");
+    return SameFieldName(first, "select") || SameFieldName(first, "insert") ||
+           SameFieldName(first, "update") || SameFieldName(first, "delete") ||
+           SameFieldName(first, "with");
   }
 
   // A keyword moves its level into or out of the clauses that keep literals.
   void Word(std::string_view word) {
     Clause& clause = levels_.back().clause;
-    if (Is(word, "select")) {
+    if (SameFieldName(word, "select")) {
       clause = Clause::kSelectList;
-    } else if (Is(word, "by") && (Is(last_word_, "order") || Is(last_word_, "group"))) {
+    } else if (SameFieldName(word, "by") &&
+               (SameFieldName(last_word_, "order") || SameFieldName(last_word_, "group"))) {
       clause = Clause::kOrderOrGroup;
-    } else if (Is(word, "from") || Is(word, "where") || Is(word, "having") || Is(word, "limit") ||
-               Is(word, "offset") || Is(word, "union") || Is(word, "except") ||
-               Is(word, "intersect") || Is(word, "values") || Is(word, "set") || Is(word, "on")) {
+    } else if (SameFieldName(word, "from") || SameFieldName(word, "where") ||
+               SameFieldName(word, "having") || SameFieldName(word, "limit") ||
+               SameFieldName(word, "offset") || SameFieldName(word, "union") ||
+               SameFieldName(word, "except") || SameFieldName(word, "intersect") ||
+               SameFieldName(word, "values") || SameFieldName(word, "set") ||
+               SameFieldName(word, "on")) {
       // "from" ends a select list; the others can only follow one.
-      if (!(Is(word, "from") && clause == Clause::kOrderOrGroup)) clause = Clause::kOther;
+      if (!(SameFieldName(word, "from") && clause == Clause::kOrderOrGroup))
+        clause = Clause::kOther;
     }
     last_word_ = word;
   }
