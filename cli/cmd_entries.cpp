@@ -1,12 +1,12 @@
 // The entry commands: post and post-erp (fixed-width records through
 // GravaLancamento and GravaLancamentoSAP, a whole file in one transaction),
 // delete-entry, and the lookup invoice-text.
-#include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <set>
-#include <sstream>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -27,6 +27,7 @@ struct PostOptions {
   std::string division_dealership;
   bool code_in_account = false;
   bool dry_run = false;
+  bool list = false;
   bool allow_duplicates = false;
   bool reopen = false;
 };
@@ -70,74 +71,142 @@ NumberedRecord ReadRecord(size_t line, const std::string& text, bool code_in_acc
   return r;
 }
 
-// The records of a file: every non-empty line (a trailing carriage return
-// removed, apostrophes of the history made typographic), each checked; every
-// bad one is reported together (FileError). The lines whose apostrophes were
-// replaced go to `apostrophes`.
-std::vector<NumberedRecord> ReadRecords(const std::string& file, bool code_in_account, bool erp,
-                                        std::vector<size_t>& apostrophes) {
-  std::vector<NumberedRecord> records;
-  std::istringstream in(ReadInput(file));
-  std::string line;
-  size_t n = 0;
-  FileProblems problems(file);
-  while (std::getline(in, line)) {
-    ++n;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.empty()) continue;
-    size_t replaced = 0;
-    line = WithTypographicApostrophes(line, replaced);
-    if (replaced) apostrophes.push_back(n);
-    const std::string problem = CheckRecord(line, code_in_account);
-    if (!problem.empty())
-      problems.Add(n, problem);
-    else
-      records.push_back(ReadRecord(n, line, code_in_account, erp));
+// The records of a file, one at a time, in as many passes as the posting
+// needs (the checks, then the posting), so that the posting holds one record
+// whatever the file's size: every non-empty line, a trailing carriage return
+// removed and the apostrophes of the history made typographic.
+class RecordFile {
+ public:
+  // Opens `file` and reads it once: every bad record is reported together
+  // (FileError), as is a file with none. The lines whose apostrophes were
+  // replaced are counted, the first of them kept for the announcement.
+  RecordFile(std::string file, bool code_in_account, bool erp)
+      : file_(std::move(file)), input_(file_), code_in_account_(code_in_account), erp_(erp) {
+    FileProblems problems(file_);
+    size_t lines = 0;
+    Read([&](size_t n, const std::string& line, size_t replaced) {
+      lines = n;
+      if (replaced && apostrophes_.size() < kApostrophesShown) apostrophes_.push_back(n);
+      if (replaced) ++apostrophe_lines_;
+      const std::string problem = CheckRecord(line, code_in_account_);
+      if (!problem.empty())
+        problems.Add(n, problem);
+      else
+        ++records_;
+    });
+    problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
+    if (records_ == 0) throw FileError(file_, lines ? lines : 1, "no records");
   }
-  problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
-  if (records.empty()) throw FileError(file, n ? n : 1, "no records");
-  return records;
-}
 
-// Announces, --quiet or not, the lines whose apostrophes were written as
-// U+2019: the journal does not hold the bytes of the file.
-void AnnounceApostrophes(const std::string& file, const std::vector<size_t>& lines) {
-  if (lines.empty()) return;
-  std::cerr << fmt::format(
-      "kvctb: {}: the apostrophes of the complementary history on line{} {} are written as "
-      "\u2019 (U+2019): the module writes that text between quotes, which an apostrophe would "
-      "end\n",
-      file, lines.size() > 1 ? "s" : "", fmt::join(lines, ", "));
-}
+  const std::string& Name() const { return file_; }
+  size_t Records() const { return records_; }
+
+  // Calls `visit` with each record, read again. The file was checked when it
+  // was opened; should it read differently now (written to meanwhile), this
+  // throws std::runtime_error, whatever `visit` did with the records before.
+  void ForEach(const std::function<void(const NumberedRecord&)>& visit) {
+    size_t seen = 0;
+    Read([&](size_t n, const std::string& line, size_t) {
+      if (!CheckRecord(line, code_in_account_).empty() || ++seen > records_) Changed();
+      visit(ReadRecord(n, line, code_in_account_, erp_));
+    });
+    if (seen != records_) Changed();
+  }
+
+  // Announces, --quiet or not, the lines whose apostrophes were written as
+  // U+2019: the journal does not hold the bytes of the file.
+  void AnnounceApostrophes() const {
+    if (apostrophes_.empty()) return;
+    std::string lines = fmt::format("{}", fmt::join(apostrophes_, ", "));
+    if (apostrophe_lines_ > apostrophes_.size())
+      lines += fmt::format(" and {} more", apostrophe_lines_ - apostrophes_.size());
+    std::cerr << fmt::format(
+        "kvctb: {}: the apostrophes of the complementary history on line{} {} are written as "
+        "\u2019 (U+2019): the module writes that text between quotes, which an apostrophe would "
+        "end\n",
+        file_, apostrophe_lines_ > 1 ? "s" : "", lines);
+  }
+
+ private:
+  static constexpr size_t kApostrophesShown = 20;
+
+  // Calls `visit(line number, record text, apostrophes replaced)` for each
+  // non-empty line.
+  template <typename Visit>
+  void Read(Visit&& visit) {
+    std::istream& in = input_.Rewound();
+    std::string line;
+    size_t n = 0;
+    while (std::getline(in, line)) {
+      ++n;
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      if (line.empty()) continue;
+      size_t replaced = 0;
+      line = WithTypographicApostrophes(line, replaced);
+      visit(n, line, replaced);
+    }
+    input_.CheckRead();
+  }
+
+  [[noreturn]] void Changed() const {
+    throw std::runtime_error(fmt::format(
+        "'{}' changed while it was being posted; nothing of the file was posted", file_));
+  }
+
+  std::string file_;
+  InputFile input_;
+  bool code_in_account_, erp_;
+  size_t records_ = 0;
+  std::vector<size_t> apostrophes_;
+  size_t apostrophe_lines_ = 0;
+};
 
 // The company's chart, by account code; read once for the checks of a post.
 using Chart = std::map<std::string, ChartLine>;
+
+// The checks of a post that read the database, made in one pass over the
+// file before the transaction begins. Each gathers its own problems; they
+// are raised in this order, so that the user sees the first kind of problem
+// of the file, every line of it at once.
 
 // Refuses the file when a record names an account that is not in the
 // company's chart, or a synthetic one. The module writes whatever account it
 // is given; such an entry never reaches a balance (balances read the
 // analytic accounts of the chart), and the trial balance would stop adding
-// up to zero. Checked before the transaction begins.
-void CheckAccounts(const Chart& chart, const std::string& file,
-                   const std::vector<NumberedRecord>& records, int32_t empresa) {
-  FileProblems problems(file);
-  for (const NumberedRecord& r : records) {
+// up to zero.
+class AccountCheck {
+ public:
+  AccountCheck(const Chart& chart, const std::string& file, int32_t empresa)
+      : chart_(chart), problems_(file), empresa_(empresa) {}
+
+  // Whether both accounts of `r` are analytic accounts of the chart.
+  bool Check(const NumberedRecord& r) {
+    bool good = true;
     const std::pair<const char*, const std::string*> fields[] = {
         {"first account field (positions 74-93)", &r.first},
         {"second account field (positions 94-113)", &r.second}};
     for (const auto& [field, account] : fields) {
-      const auto found = chart.find(*account);
-      if (found == chart.end())
-        problems.Add(r.line, fmt::format("{}: account {} is not in the chart of company {}", field,
-                                         *account, empresa));
-      else if (found->second.nivel != "A")
-        problems.Add(r.line, fmt::format("{}: account {} is a synthetic account; entries go to "
-                                         "the analytic accounts beneath it",
-                                         field, *account));
+      const auto found = chart_.find(*account);
+      if (found == chart_.end()) {
+        problems_.Add(r.line, fmt::format("{}: account {} is not in the chart of company {}", field,
+                                          *account, empresa_));
+        good = false;
+      } else if (found->second.nivel != "A") {
+        problems_.Add(r.line, fmt::format("{}: account {} is a synthetic account; entries go to "
+                                          "the analytic accounts beneath it",
+                                          field, *account));
+        good = false;
+      }
     }
+    return good;
   }
-  problems.RaiseIfAny("nothing of the file was posted");
-}
+  void RaiseIfAny() const { problems_.RaiseIfAny("nothing of the file was posted"); }
+
+ private:
+  const Chart& chart_;
+  FileProblems problems_;
+  int32_t empresa_;
+};
 
 // Where a side's division code stands in the record.
 std::string DivisionCodeField(const NumberedRecord& r, const std::string& account,
@@ -149,63 +218,93 @@ std::string DivisionCodeField(const NumberedRecord& r, const std::string& accoun
 
 // A record's division code is a cost centre. Refuses the file when a code
 // that the division split keeps names no cost centre of the company (the
-// entry would be analysed under a cost centre nobody defined). Returns the
-// warnings for the codes the split drops where nobody would expect it: on an
-// account whose division levels have no cost-centre level, the chart asking
-// for a division the company has not set up (a fresh database defines
-// none). The module drops them without a word. A balance-sheet account
-// dropping the code is the split's design (cost centres analyse the result;
-// interface files stamp a department on every record) and goes unremarked.
-// Checked before the transaction begins.
-std::vector<std::string> CheckDivisionCodes(Session& session, const Chart& chart,
-                                            const std::string& file,
-                                            const std::vector<NumberedRecord>& records,
-                                            bool code_in_account) {
-  const std::map<int32_t, std::string> types = DivisionTypes(session);
-  std::set<int32_t> centres;
-  for (const CostCentre& c : CostCentres(session)) centres.insert(c.code);
-  // The lines of each dropped account, by account and reason.
-  std::map<std::pair<std::string, std::string>, std::vector<size_t>> dropped;
-  FileProblems problems(file);
-  for (const NumberedRecord& r : records) {
+// entry would be analysed under a cost centre nobody defined). Warns of the
+// codes the split drops where nobody would expect it: on an account whose
+// division levels have no cost-centre level, the chart asking for a division
+// the company has not set up (a fresh database defines none). The module
+// drops them without a word. A balance-sheet account dropping the code is
+// the split's design (cost centres analyse the result; interface files stamp
+// a department on every record) and goes unremarked.
+class DivisionCodeCheck {
+ public:
+  DivisionCodeCheck(Session& session, const Chart& chart, const std::string& file,
+                    bool code_in_account)
+      : session_(session),
+        chart_(chart),
+        file_(file),
+        code_in_account_(code_in_account),
+        types_(DivisionTypes(session)),
+        problems_(file) {
+    for (const CostCentre& c : CostCentres(session)) centres_.insert(c.code);
+  }
+
+  // `r` has passed the account check.
+  void Check(const NumberedRecord& r) {
     struct Side {
       const std::string& account;
       const std::string& code;
       CostCentreFate fate;
     };
-    const Side sides[] = {{r.debit, r.debit_code, FateOfCostCentre(chart.at(r.debit), types)},
-                          {r.credit, r.credit_code, FateOfCostCentre(chart.at(r.credit), types)}};
+    const Side sides[] = {{r.debit, r.debit_code, FateOfCostCentre(chart_.at(r.debit), types_)},
+                          {r.credit, r.credit_code, FateOfCostCentre(chart_.at(r.credit), types_)}};
     std::set<std::string> reported;  // a record's code, once
     for (const Side& side : sides) {
       if (side.code.empty()) continue;
       if (!side.fate.Kept()) {
         if (side.fate.no_cost_centre_level.empty()) continue;
-        auto& lines = dropped[{side.account, side.fate.Why()}];
-        if (lines.empty() || lines.back() != r.line) lines.push_back(r.line);
-      } else if (!centres.count(std::stoi(side.code)) && reported.insert(side.code).second) {
-        problems.Add(r.line,
-                     fmt::format("{}: {} is not a cost centre of company {}; define it with kvctb "
-                                 "cost-centre-add {} DESCRIPTION",
-                                 DivisionCodeField(r, side.account, code_in_account), side.code,
-                                 session.Options().empresa, std::stoi(side.code)));
+        Lines& lines = dropped_[{side.account, side.fate.Why()}];
+        if (lines.last == r.line) continue;
+        lines.last = r.line;
+        if (++lines.count <= kLinesShown) lines.shown.push_back(r.line);
+      } else if (!centres_.count(std::stoi(side.code)) && reported.insert(side.code).second) {
+        problems_.Add(r.line,
+                      fmt::format("{}: {} is not a cost centre of company {}; define it "
+                                  "with kvctb cost-centre-add {} DESCRIPTION",
+                                  DivisionCodeField(r, side.account, code_in_account_), side.code,
+                                  session_.Options().empresa, std::stoi(side.code)));
       }
     }
   }
-  problems.RaiseIfAny("nothing of the file was posted");
-  std::vector<std::string> warnings;
-  constexpr size_t kLinesShown = 10;
-  for (const auto& [key, lines] : dropped) {
-    std::vector<size_t> shown(
-        lines.begin(), lines.begin() + static_cast<long>(std::min(lines.size(), kLinesShown)));
-    std::string where =
-        fmt::format("line{} {}", lines.size() > 1 ? "s" : "", fmt::join(shown, ", "));
-    if (lines.size() > kLinesShown)
-      where += fmt::format(" and {} more", lines.size() - kLinesShown);
-    warnings.push_back(fmt::format(
-        "{}: {}: the division code is not kept on account {} (its entries get no cost centre): {}",
-        file, where, key.first, key.second));
+  void RaiseIfAny() const { problems_.RaiseIfAny("nothing of the file was posted"); }
+
+  // The warnings of the dropped codes, one per account and reason.
+  std::vector<std::string> Warnings() const {
+    std::vector<std::string> warnings;
+    for (const auto& [key, lines] : dropped_) {
+      std::string where =
+          fmt::format("line{} {}", lines.count > 1 ? "s" : "", fmt::join(lines.shown, ", "));
+      if (lines.count > kLinesShown)
+        where += fmt::format(" and {} more", lines.count - kLinesShown);
+      warnings.push_back(
+          fmt::format("{}: {}: the division code is not kept on account {} (its "
+                      "entries get no cost centre): {}",
+                      file_, where, key.first, key.second));
+    }
+    return warnings;
   }
-  return warnings;
+
+ private:
+  static constexpr size_t kLinesShown = 10;
+  // The lines of a dropped account: the first kLinesShown, and how many.
+  struct Lines {
+    std::vector<size_t> shown;
+    size_t count = 0, last = 0;
+  };
+
+  Session& session_;
+  const Chart& chart_;
+  std::string file_;
+  bool code_in_account_;
+  std::map<int32_t, std::string> types_;
+  std::set<int32_t> centres_;
+  FileProblems problems_;
+  std::map<std::pair<std::string, std::string>, Lines> dropped_;  // by account and reason
+};
+
+// The reminders of what to run again after changes in closed periods.
+void PrintRunAgain(const ClosedPeriods& closed,
+                   const std::set<std::chrono::year_month_day>& reopened) {
+  for (const std::string& line : closed.RunAgain(reopened)) std::cerr << "kvctb: " << line << "\n";
 }
 
 void PrintWarnings(const std::vector<std::string>& warnings) {
@@ -217,73 +316,89 @@ void PrintWarnings(const std::vector<std::string>& warnings) {
 // document. Posting a file twice is the commonest way to double a month's
 // figures, and nothing in the journal would tell the copies apart later.
 // A journal entry answers for one record only, so a file that holds a
-// record twice, posted once before, has one duplicate.
-void CheckDuplicates(Session& session, const std::string& file,
-                     const std::vector<NumberedRecord>& records, const std::string& document) {
-  // "day|account|nature|cents" of the journal's entries, counted.
-  std::map<int32_t, std::map<std::string, int>> posted;
-  auto key = [](const std::string& dia, const std::string& conta, char natureza, double valor) {
-    return fmt::format("{}|{}|{}|{}", std::stoi(dia), conta, natureza, std::llround(valor * 100));
-  };
-  FileProblems problems(file);
-  for (const NumberedRecord& r : records) {
+// record twice, posted once before, has one duplicate. Holds the journal's
+// entries of the file's months with the document, never the file's.
+class DuplicateCheck {
+ public:
+  DuplicateCheck(Session& session, const std::string& file, std::string document)
+      : session_(session), problems_(file), document_(std::move(document)) {}
+
+  void Check(const NumberedRecord& r) {
     const RegistroInterface& reg = r.fields;
     const int32_t ano_mes = std::stoi(reg.ano_mes);
-    if (!posted.count(ano_mes)) {
-      db::BoundParams params = CompanyParams(session.Options());
-      params.push_back({"ANO_MES", db::Value(ano_mes)});
-      if (!document.empty()) params.push_back({"DOCUMENTO", db::Value(std::stoi(document))});
-      auto& month = posted[ano_mes];
-      for (const auto& row :
-           session.Connection()
-               .Query(document.empty() ? kSelectPostedWithoutDocument : kSelectPosted, params)
-               .rows)
-        ++month[key(std::to_string(row.at(0).AsInteger()), Apara(row.at(1).AsString()),
-                    Apara(row.at(2).AsString()).c_str()[0], row.at(3).AsFloat())];
-    }
-    auto& month = posted[ano_mes];
-    const std::string d = key(reg.dia, r.debit, 'D', reg.valor);
-    const std::string c = key(reg.dia, r.credit, 'C', reg.valor);
-    if (month[d] > 0 && month[c] > 0) {
-      --month[d];
-      --month[c];
-      problems.Add(r.line, fmt::format("already in the journal: {} on day {} of {}, debit {}, "
-                                       "credit {}, document {}",
-                                       FormatAmount(reg.valor, false), reg.dia, ano_mes, r.debit,
-                                       r.credit, document.empty() ? "(none)" : document));
-    }
+    auto month = posted_.find(ano_mes);
+    if (month == posted_.end()) month = posted_.emplace(ano_mes, Posted(ano_mes)).first;
+    const auto debit = month->second.find(Key(std::stoi(reg.dia), r.debit, 'D', reg.valor));
+    const auto credit = month->second.find(Key(std::stoi(reg.dia), r.credit, 'C', reg.valor));
+    if (debit == month->second.end() || credit == month->second.end() || debit->second == 0 ||
+        credit->second == 0)
+      return;
+    --debit->second;
+    --credit->second;
+    problems_.Add(r.line, fmt::format("already in the journal: {} on day {} of {}, debit {}, "
+                                      "credit {}, document {}",
+                                      FormatAmount(reg.valor, false), reg.dia, ano_mes, r.debit,
+                                      r.credit, document_.empty() ? "(none)" : document_));
   }
-  problems.RaiseIfAny(
-      "nothing of the file was posted; to post these records again, give --allow-duplicates");
-}
+  void RaiseIfAny() const {
+    problems_.RaiseIfAny(
+        "nothing of the file was posted; to post these records again, give --allow-duplicates");
+  }
+
+ private:
+  // "day|account|nature|cents" of an entry.
+  static std::string Key(int dia, const std::string& conta, char natureza, double valor) {
+    return fmt::format("{}|{}|{}|{}", dia, conta, natureza, std::llround(valor * 100));
+  }
+
+  // The journal's entries of a month with the document (or none), counted.
+  std::map<std::string, int> Posted(int32_t ano_mes) {
+    db::BoundParams params = CompanyParams(session_.Options());
+    params.push_back({"ANO_MES", db::Value(ano_mes)});
+    if (!document_.empty()) params.push_back({"DOCUMENTO", db::Value(std::stoi(document_))});
+    std::map<std::string, int> month;
+    for (const auto& row :
+         session_.Connection()
+             .Query(document_.empty() ? kSelectPostedWithoutDocument : kSelectPosted, params)
+             .rows)
+      ++month[Key(static_cast<int>(row.at(0).AsInteger()), Apara(row.at(1).AsString()),
+                  Apara(row.at(2).AsString()).c_str()[0], row.at(3).AsFloat())];
+    return month;
+  }
+
+  Session& session_;
+  FileProblems problems_;
+  std::string document_;
+  std::map<int32_t, std::map<std::string, int>> posted_;
+};
 
 // Refuses the file when a record is dated in a closed period, unless
-// `reopen`; returns the closed dates it will post on (for the reminder of
+// `reopen`; keeps the closed dates it will post on (for the reminder of
 // what to run again).
-std::set<std::chrono::year_month_day> CheckClosedPeriods(const ClosedPeriods& closed,
-                                                         const std::string& file,
-                                                         const std::vector<NumberedRecord>& records,
-                                                         bool reopen) {
-  std::set<std::chrono::year_month_day> reopened;
-  FileProblems problems(file);
-  for (const NumberedRecord& r : records) {
-    const auto date = EntryDate(std::stoi(r.fields.ano_mes), std::stoi(r.fields.dia));
-    const std::string why = closed.Why(date);
-    if (why.empty()) continue;
-    if (reopen)
-      reopened.insert(date);
-    else
-      problems.Add(r.line, why + "; give --reopen to post there all the same");
-  }
-  problems.RaiseIfAny("nothing of the file was posted");
-  return reopened;
-}
+class ClosedPeriodCheck {
+ public:
+  ClosedPeriodCheck(Session& session, const std::string& file, bool reopen)
+      : closed_(session), problems_(file), reopen_(reopen) {}
 
-// The reminders of what to run again after changes in closed periods.
-void PrintRunAgain(const ClosedPeriods& closed,
-                   const std::set<std::chrono::year_month_day>& reopened) {
-  for (const std::string& line : closed.RunAgain(reopened)) std::cerr << "kvctb: " << line << "\n";
-}
+  void Check(const NumberedRecord& r) {
+    const auto date = EntryDate(std::stoi(r.fields.ano_mes), std::stoi(r.fields.dia));
+    const std::string why = closed_.Why(date);
+    if (why.empty()) return;
+    if (reopen_)
+      reopened_.insert(date);
+    else
+      problems_.Add(r.line, why + "; give --reopen to post there all the same");
+  }
+  void RaiseIfAny() const { problems_.RaiseIfAny("nothing of the file was posted"); }
+
+  void PrintRunAgain() const { cli::PrintRunAgain(closed_, reopened_); }
+
+ private:
+  ClosedPeriods closed_;
+  FileProblems problems_;
+  bool reopen_;
+  std::set<std::chrono::year_month_day> reopened_;
+};
 
 int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   CheckedText("FILE", o.file, 4096);
@@ -294,61 +409,75 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
           ? std::to_string(ctx.options.revenda)
           : std::to_string(ParseInt("--division-dealership", o.division_dealership, 0, 999999999));
   const bool code_in_account = !erp && o.code_in_account;
-  std::vector<size_t> apostrophes;
-  const std::vector<NumberedRecord> records =
-      ReadRecords(o.file, code_in_account, erp, apostrophes);
+  RecordFile records(o.file, code_in_account, erp);
 
   Session session(ctx.options, ctx.trace);
   Chart chart;
   for (ChartLine& a : session.Chart()) chart[a.conta] = std::move(a);
-  CheckAccounts(chart, o.file, records, ctx.options.empresa);
-  const std::vector<std::string> dropped_codes =
-      CheckDivisionCodes(session, chart, o.file, records, code_in_account);
-  if (!o.allow_duplicates) CheckDuplicates(session, o.file, records, document);
-  const ClosedPeriods closed(session);
-  const auto reopened = CheckClosedPeriods(closed, o.file, records, o.reopen);
+  AccountCheck accounts(chart, o.file, ctx.options.empresa);
+  DivisionCodeCheck division_codes(session, chart, o.file, code_in_account);
+  DuplicateCheck duplicates(session, o.file, document);
+  ClosedPeriodCheck closed(session, o.file, o.reopen);
+  records.ForEach([&](const NumberedRecord& r) {
+    if (!accounts.Check(r)) return;
+    division_codes.Check(r);
+    if (!o.allow_duplicates) duplicates.Check(r);
+    closed.Check(r);
+  });
+  accounts.RaiseIfAny();
+  division_codes.RaiseIfAny();
+  duplicates.RaiseIfAny();
+  closed.RaiseIfAny();
+
   TddmContabilidadeBD& dm = session.Module();
   const std::string empresa = std::to_string(ctx.options.empresa);
   const std::string revenda = std::to_string(ctx.options.revenda);
-  BeginTransaction(dm);
-  for (const NumberedRecord& r : records) {
-    try {
-      if (erp) {
-        int32_t origem = 0;
-        dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "C", false,
-                              origem);
-        dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "D", false,
-                              origem);
-      } else {
-        dm.GravaLancamento(r.text, empresa, revenda, document, division_dealership,
-                           code_in_account);
-      }
-    } catch (const std::exception& e) {
-      (void)dm.RollbackTransacao();
-      RethrowForLine(o.file, r.line, e, " (nothing of the file was posted)");
-    }
-  }
   Output out;
+  BeginTransaction(dm);
+  try {
+    records.ForEach([&](const NumberedRecord& r) {
+      try {
+        if (erp) {
+          int32_t origem = 0;
+          dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "C", false,
+                                origem);
+          dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "D", false,
+                                origem);
+        } else {
+          dm.GravaLancamento(r.text, empresa, revenda, document, division_dealership,
+                             code_in_account);
+        }
+      } catch (const std::exception& e) {
+        RethrowForLine(o.file, r.line, e, " (nothing of the file was posted)");
+      }
+      if (o.dry_run && o.list)
+        out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
+                            r.credit, Amount{r.fields.valor}});
+    });
+  } catch (...) {
+    (void)dm.RollbackTransacao();
+    throw;
+  }
+  const auto count = static_cast<int64_t>(records.Records());
   if (o.dry_run) {
     if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
-    AnnounceApostrophes(o.file, apostrophes);
-    PrintWarnings(dropped_codes);
-    out.columns = {"line", "month", "day", "debit", "credit", "amount"};
-    for (const NumberedRecord& r : records)
-      out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
-                          r.credit, Amount{r.fields.valor}});
-    session.Progress().Status(
-        fmt::format("dry run: {} records would be posted; nothing was written", records.size()));
   } else {
     CommitTransaction(session, "the entries");
-    AnnounceApostrophes(o.file, apostrophes);
-    PrintWarnings(dropped_codes);
-    PrintRunAgain(closed, reopened);
+  }
+  records.AnnounceApostrophes();
+  PrintWarnings(division_codes.Warnings());
+  if (o.dry_run && o.list) {
+    out.columns = {"line", "month", "day", "debit", "credit", "amount"};
+  } else {
     out.single = true;
     out.columns = {"file", "records", "entries"};
-    out.rows.push_back(
-        {o.file, static_cast<int64_t>(records.size()), static_cast<int64_t>(records.size() * 2)});
+    out.rows.push_back({o.file, count, count * 2});
   }
+  if (o.dry_run)
+    session.Progress().Status(
+        fmt::format("dry run: {} records would be posted; nothing was written", count));
+  else
+    closed.PrintRunAgain();
   PrintOutput(ctx.options, out);
   return kExitOk;
 }
@@ -377,7 +506,11 @@ void AddPost(CLI::App& app, Commands& commands, bool erp) {
     sub->add_flag("--code-in-account", o->code_in_account,
                   "The account fields carry a 5-character division code in front.");
   sub->add_flag("--dry-run", o->dry_run,
-                "Post, report what would have been posted, and roll back.");
+                "Post, say how many records would have been posted, and roll back.");
+  sub->add_flag("--list", o->list,
+                "With --dry-run, list every record that would have been posted\n"
+                "(line, month, day, debit, credit, amount) instead of the count.")
+      ->needs("--dry-run");
   sub->add_flag("--reopen", o->reopen,
                 "Post records dated in a closed period (on or before the last result\n"
                 "calculation, or in a year already closed); kvctb then says which closing\n"

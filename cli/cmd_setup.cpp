@@ -1,6 +1,8 @@
 // The set-up commands: init (the schema, optionally the demo company),
 // chart-import (a chart of accounts from a CSV file, all or nothing) and
 // chart-export (the chart in the file format chart-import reads).
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -149,6 +151,44 @@ std::string ReadInput(const std::string& path) {
   if (in.bad())
     throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
   return text.str();
+}
+
+InputFile::InputFile(const std::string& path) : path_(path) {
+  if (path == "-") {
+    // An unnamed temporary file: created, opened, then unlinked, so that
+    // nothing is left behind however the process ends.
+    std::string name = (std::filesystem::temp_directory_path() / "kvctb-input-XXXXXX").string();
+    const int fd = mkstemp(name.data());
+    if (fd < 0)
+      throw std::runtime_error(
+          fmt::format("cannot keep standard input in a temporary file: {}", std::strerror(errno)));
+    close(fd);
+    in_ = std::make_unique<std::fstream>(
+        name, std::ios::in | std::ios::out | std::ios::binary | std::ios::trunc);
+    std::filesystem::remove(name);
+    if (!*in_ || !(*in_ << std::cin.rdbuf()) || !in_->flush())
+      throw std::runtime_error(
+          fmt::format("cannot keep standard input in a temporary file: {}", std::strerror(errno)));
+    return;
+  }
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec))
+    throw std::runtime_error(fmt::format("cannot read '{}': it is a directory", path));
+  in_ = std::make_unique<std::fstream>(path, std::ios::in | std::ios::binary);
+  if (!*in_)
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+}
+
+std::istream& InputFile::Rewound() {
+  in_->clear();
+  in_->seekg(0);
+  if (!*in_) throw std::runtime_error(fmt::format("cannot read '{}' again", path_));
+  return *in_;
+}
+
+void InputFile::CheckRead() const {
+  if (in_->bad())
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path_, std::strerror(errno)));
 }
 
 void RethrowForLine(const std::string& file, size_t line, const std::exception& e,

@@ -5,7 +5,9 @@
 #ifndef KVC_CLI_COMMANDS_H_
 #define KVC_CLI_COMMANDS_H_
 
+#include <fstream>
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -91,6 +93,23 @@ void PrintOutput(const GlobalOptions& options, const Output& output);
 
 // Reads a whole file, or standard input for "-". Throws std::runtime_error.
 std::string ReadInput(const std::string& path);
+
+// A file read in several passes without holding it in memory: a path opened
+// once (a file renamed over it meanwhile does not change what is read), or
+// standard input for "-", copied first into an unnamed temporary file since it
+// can be read only once. Throws std::runtime_error naming the path.
+class InputFile {
+ public:
+  explicit InputFile(const std::string& path);
+  // The stream at the start of the file, for one more pass.
+  std::istream& Rewound();
+  // Throws std::runtime_error when the last pass stopped on a read error.
+  void CheckRead() const;
+
+ private:
+  std::string path_;
+  std::unique_ptr<std::fstream> in_;
+};
 
 }  // namespace kvc::cli
 

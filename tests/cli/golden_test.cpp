@@ -254,7 +254,21 @@ TEST_F(GoldenTest, PostDryRunReportsAndWritesNothing) {
   const long long before = Count("select count(*) from CTB_LANCAMENTO");
   const RunResult r = Expect("post_dry_run", {"post", "entries.txt", "--dry-run"});
   EXPECT_EQ(r.exit_code, 0);
-  EXPECT_NE(r.out.find("5.1.1.01"), std::string::npos);
+  EXPECT_NE(r.out.find("entries.txt        2        4"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("5.1.1.01"), std::string::npos) << r.out;
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+
+  // --list shows every record that would have been posted.
+  const RunResult list =
+      Expect("post_dry_run_list", {"post", "entries.txt", "--dry-run", "--list"});
+  EXPECT_EQ(list.exit_code, 0);
+  EXPECT_NE(list.out.find("5.1.1.01"), std::string::npos);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+
+  // --list means nothing without --dry-run.
+  const RunResult alone = Run({"post", "entries.txt", "--list"});
+  EXPECT_EQ(alone.exit_code, 2) << alone.err;
+  EXPECT_NE(alone.err.find("--dry-run"), std::string::npos) << alone.err;
   EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
 }
 
