@@ -16,6 +16,7 @@
 #include "cli/commands.h"
 #include "cli/divisions.h"
 #include "cli/record.h"
+#include "cli/record_file.h"
 #include "cli/validate.h"
 
 namespace kvc::cli {
@@ -40,126 +41,6 @@ constexpr char kSelectPosted[] =
 constexpr char kSelectPostedWithoutDocument[] =
     "select DIA, CONTA, NATUREZA, VAL_LANCAMENTO from CTB_LANCAMENTO where EMPRESA = :EMPRESA "
     "and REVENDA = :REVENDA and ANO_MES = :ANO_MES and DOCUMENTO is null";
-
-// A record of the file that passed the boundary check, read once: its
-// fields, its two account fields as the posting method reads them, and its
-// debit and credit accounts.
-struct NumberedRecord {
-  size_t line;
-  std::string text;
-  RegistroInterface fields;
-  std::string first, second;  // the account fields' accounts
-  std::string debit, credit;
-  std::string debit_code, credit_code;  // the division code of each side's entry
-};
-
-// `text` read as the posting method reads it. GravaLancamentoSAP takes plain
-// accounts and reports the first field as the debit; GravaLancamento's side
-// mark "-" credits the first account field.
-NumberedRecord ReadRecord(size_t line, const std::string& text, bool code_in_account, bool erp) {
-  NumberedRecord r{line, text, LeRegistro(text), "", "", "", "", "", ""};
-  const std::string& code = r.fields.codigo_divisao;
-  const ContaDivisao first = LeContaDivisao(r.fields.primeiro_campo_conta, code_in_account, code);
-  const ContaDivisao second = LeContaDivisao(r.fields.segundo_campo_conta, code_in_account, code);
-  r.first = first.conta;
-  r.second = second.conta;
-  const bool first_credited = !erp && r.fields.marca_lado == "-";
-  r.debit = first_credited ? r.second : r.first;
-  r.credit = first_credited ? r.first : r.second;
-  r.debit_code = (first_credited ? second : first).codigo_divisao;
-  r.credit_code = (first_credited ? first : second).codigo_divisao;
-  return r;
-}
-
-// The records of a file, one at a time, in as many passes as the posting
-// needs (the checks, then the posting), so that the posting holds one record
-// whatever the file's size: every non-empty line, a trailing carriage return
-// removed and the apostrophes of the history made typographic.
-class RecordFile {
- public:
-  // Opens `file` and reads it once: every bad record is reported together
-  // (FileError), as is a file with none. The lines whose apostrophes were
-  // replaced are counted, the first of them kept for the announcement.
-  RecordFile(std::string file, bool code_in_account, bool erp)
-      : file_(std::move(file)), input_(file_), code_in_account_(code_in_account), erp_(erp) {
-    FileProblems problems(file_);
-    size_t lines = 0;
-    Read([&](size_t n, const std::string& line, size_t replaced) {
-      lines = n;
-      if (replaced && apostrophes_.size() < kApostrophesShown) apostrophes_.push_back(n);
-      if (replaced) ++apostrophe_lines_;
-      const std::string problem = CheckRecord(line, code_in_account_);
-      if (!problem.empty())
-        problems.Add(n, problem);
-      else
-        ++records_;
-    });
-    problems.RaiseIfAny(problems.size() > 1 ? "nothing of the file was posted" : "");
-    if (records_ == 0) throw FileError(file_, lines ? lines : 1, "no records");
-  }
-
-  const std::string& Name() const { return file_; }
-  size_t Records() const { return records_; }
-
-  // Calls `visit` with each record, read again. The file was checked when it
-  // was opened; should it read differently now (written to meanwhile), this
-  // throws std::runtime_error, whatever `visit` did with the records before.
-  void ForEach(const std::function<void(const NumberedRecord&)>& visit) {
-    size_t seen = 0;
-    Read([&](size_t n, const std::string& line, size_t) {
-      if (!CheckRecord(line, code_in_account_).empty() || ++seen > records_) Changed();
-      visit(ReadRecord(n, line, code_in_account_, erp_));
-    });
-    if (seen != records_) Changed();
-  }
-
-  // Announces, --quiet or not, the lines whose apostrophes were written as
-  // U+2019: the journal does not hold the bytes of the file.
-  void AnnounceApostrophes() const {
-    if (apostrophes_.empty()) return;
-    std::string lines = fmt::format("{}", fmt::join(apostrophes_, ", "));
-    if (apostrophe_lines_ > apostrophes_.size())
-      lines += fmt::format(" and {} more", apostrophe_lines_ - apostrophes_.size());
-    std::cerr << fmt::format(
-        "kvctb: {}: the apostrophes of the complementary history on line{} {} are written as "
-        "\u2019 (U+2019): the module writes that text between quotes, which an apostrophe would "
-        "end\n",
-        file_, apostrophe_lines_ > 1 ? "s" : "", lines);
-  }
-
- private:
-  static constexpr size_t kApostrophesShown = 20;
-
-  // Calls `visit(line number, record text, apostrophes replaced)` for each
-  // non-empty line.
-  template <typename Visit>
-  void Read(Visit&& visit) {
-    std::istream& in = input_.Rewound();
-    std::string line;
-    size_t n = 0;
-    while (std::getline(in, line)) {
-      ++n;
-      if (!line.empty() && line.back() == '\r') line.pop_back();
-      if (line.empty()) continue;
-      size_t replaced = 0;
-      line = WithTypographicApostrophes(line, replaced);
-      visit(n, line, replaced);
-    }
-    input_.CheckRead();
-  }
-
-  [[noreturn]] void Changed() const {
-    throw std::runtime_error(fmt::format(
-        "'{}' changed while it was being posted; nothing of the file was posted", file_));
-  }
-
-  std::string file_;
-  InputFile input_;
-  bool code_in_account_, erp_;
-  size_t records_ = 0;
-  std::vector<size_t> apostrophes_;
-  size_t apostrophe_lines_ = 0;
-};
 
 // The company's chart, by account code; read once for the checks of a post.
 using Chart = std::map<std::string, ChartLine>;
@@ -509,7 +390,8 @@ void AddPost(CLI::App& app, Commands& commands, bool erp) {
                 "Post, say how many records would have been posted, and roll back.");
   sub->add_flag("--list", o->list,
                 "With --dry-run, list every record that would have been posted\n"
-                "(line, month, day, debit, credit, amount) instead of the count.")
+                "(line, month, day, debit, credit, amount) instead of the count; the list\n"
+                "is held in memory until the end.")
       ->needs("--dry-run");
   sub->add_flag("--reopen", o->reopen,
                 "Post records dated in a closed period (on or before the last result\n"

@@ -154,29 +154,48 @@ std::string ReadInput(const std::string& path) {
 }
 
 InputFile::InputFile(const std::string& path) : path_(path) {
-  if (path == "-") {
-    // An unnamed temporary file: created, opened, then unlinked, so that
-    // nothing is left behind however the process ends.
-    std::string name = (std::filesystem::temp_directory_path() / "kvctb-input-XXXXXX").string();
-    const int fd = mkstemp(name.data());
-    if (fd < 0)
-      throw std::runtime_error(
-          fmt::format("cannot keep standard input in a temporary file: {}", std::strerror(errno)));
-    close(fd);
-    in_ = std::make_unique<std::fstream>(
-        name, std::ios::in | std::ios::out | std::ios::binary | std::ios::trunc);
-    std::filesystem::remove(name);
-    if (!*in_ || !(*in_ << std::cin.rdbuf()) || !in_->flush())
-      throw std::runtime_error(
-          fmt::format("cannot keep standard input in a temporary file: {}", std::strerror(errno)));
-    return;
-  }
   std::error_code ec;
-  if (std::filesystem::is_directory(path, ec))
+  if (path != "-" && std::filesystem::is_directory(path, ec))
     throw std::runtime_error(fmt::format("cannot read '{}': it is a directory", path));
-  in_ = std::make_unique<std::fstream>(path, std::ios::in | std::ios::binary);
-  if (!*in_)
-    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+  std::ifstream named;
+  if (path != "-") {
+    named.open(path, std::ios::binary);
+    if (!named)
+      throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+    // A regular file is read again from its start; anything else (a pipe,
+    // a terminal, a process substitution) can be read only once.
+    if (std::filesystem::is_regular_file(path, ec)) {
+      in_ = std::make_unique<std::fstream>(path, std::ios::in | std::ios::binary);
+      if (!*in_)
+        throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+      return;
+    }
+  }
+  std::istream& source = path == "-" ? std::cin : named;
+  const std::string what = path == "-" ? "standard input" : "'" + path + "'";
+  auto fail = [&what](const std::string& why) {
+    throw std::runtime_error(fmt::format("cannot keep {} in a temporary file: {}", what, why));
+  };
+  // The copy goes to a temporary file that loses its name at once, so that
+  // nothing is left behind however the process ends.
+  std::string name;
+  try {
+    name = (std::filesystem::temp_directory_path() / "kvctb-input-XXXXXX").string();
+  } catch (const std::filesystem::filesystem_error& e) {
+    fail(e.code().message());
+  }
+  const int fd = mkstemp(name.data());
+  if (fd < 0) fail(std::strerror(errno));
+  in_ = std::make_unique<std::fstream>(name, std::ios::in | std::ios::out | std::ios::binary);
+  unlink(name.c_str());
+  close(fd);
+  if (!*in_) fail(std::strerror(errno));
+  char buffer[1 << 16];
+  while (source.read(buffer, sizeof buffer) || source.gcount() > 0)
+    if (!in_->write(buffer, source.gcount())) fail(std::strerror(errno));
+  if (source.bad())
+    throw std::runtime_error(fmt::format("cannot read {}: {}", what, std::strerror(errno)));
+  if (!in_->flush()) fail(std::strerror(errno));
 }
 
 std::istream& InputFile::Rewound() {
