@@ -34,7 +34,7 @@ std::string Conta(int i) { return fmt::format("3.{:04}", i); }
 // The database, built once per machine in the temporary directory.
 std::string Database() {
   const std::string path =
-      (std::filesystem::temp_directory_path() / "kvc_balance_bench_v1.db").string();
+      (std::filesystem::temp_directory_path() / "kvc_balance_bench_v2.db").string();
   if (std::filesystem::exists(path)) return path;
   const std::string building = path + ".building";
   std::filesystem::remove(building);

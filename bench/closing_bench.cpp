@@ -32,7 +32,7 @@ std::string Analitica(int i) {
 // and two division dealerships, so at most ten combinations per account.
 std::string Database(int64_t entries) {
   const std::string path =
-      (std::filesystem::temp_directory_path() / fmt::format("kvc_closing_bench_v2_{}.db", entries))
+      (std::filesystem::temp_directory_path() / fmt::format("kvc_closing_bench_v3_{}.db", entries))
           .string();
   if (std::filesystem::exists(path)) return path;
   const std::string building = path + ".building";

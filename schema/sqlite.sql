@@ -37,7 +37,7 @@ create table CTB_LANCAMENTO (
     REVENDA_OPERACAO       INTEGER,
     CONSTRAINT PK_CTB_LANCAMENTO PRIMARY KEY (EMPRESA, REVENDA, ANO_MES, LANCAMENTO)
 );
-create index IX_CTB_LANCAMENTO_1 on CTB_LANCAMENTO (EMPRESA, REVENDA, CONTA, ANO_MES);
+create index IX_CTB_LANCAMENTO_1 on CTB_LANCAMENTO (EMPRESA, REVENDA, CONTA, NATUREZA, ANO_MES, VAL_LANCAMENTO);
 create index IX_CTB_LANCAMENTO_2 on CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LCO_ORIGEM);
 
 -- Division rows of journal entries, no primary key because SEQUENCIA restarts per session
@@ -81,7 +81,7 @@ create table CTB_LANCAMENTO_CV (
     REVENDA_OPERACAO       INTEGER,
     CONSTRAINT PK_CTB_LANCAMENTO_CV PRIMARY KEY (EMPRESA, REVENDA, ANO_MES, LANCAMENTO)
 );
-create index IX_CTB_LANCAMENTO_CV_1 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, CONTA, ANO_MES);
+create index IX_CTB_LANCAMENTO_CV_1 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, CONTA, NATUREZA, ANO_MES, VAL_LANCAMENTO);
 create index IX_CTB_LANCAMENTO_CV_2 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, ANO_MES, LCO_ORIGEM);
 
 -- Division rows, CV copy with the same layout as CTB_LANCAMENTO_DIVIDIDO
@@ -313,13 +313,18 @@ insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09');
 -- dealerships, while one account or one month selects few of them. Without statistics the
 -- planner may start a join from the division rows of a whole company. These fixed figures
 -- describe that shape (they are not measured) and every connection loads them when it opens
+-- IX_CTB_LANCAMENTO_1 and IX_CTB_LANCAMENTO_CV_1 hold the account, nature, month and amount, so
+-- the reads that group a period by account and nature are answered from them alone, in their
+-- order. Their company and dealership figure is set low on purpose - the planner, which cannot
+-- tell a range of one month from a range of years, then reads them instead of a month range
+-- of IX_CTB_LANCAMENTO_2 followed by a lookup of every row and a sort.
 analyze sqlite_schema;
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'sqlite_autoindex_CTB_LANCAMENTO_1', '1000000 1000000 200000 10000 1');
-insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_1', '1000000 1000000 200000 500 30');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_1', '1000000 1000000 50000 500 250 15 2');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_2', '1000000 1000000 200000 10000 2');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO', 'IX_CTB_LANCAMENTO_DIVIDIDO_1', '1000000 1000000 200000 10000 2');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'sqlite_autoindex_CTB_LANCAMENTO_CV_1', '1000000 1000000 200000 10000 1');
-insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_1', '1000000 1000000 200000 500 30');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_1', '1000000 1000000 50000 500 250 15 2');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_2', '1000000 1000000 200000 10000 2');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO_CV', 'IX_CTB_LANC_DIVIDIDO_CV_1', '1000000 1000000 200000 10000 2');
 analyze sqlite_schema;

@@ -162,6 +162,33 @@ TEST_P(SaldoGeralTest, ChartWalkThroughGeneralBalanceReadsEachSetOnce) {
     EXPECT_EQ(s.find("and conta = '1.0'"), std::string::npos) << s;
 }
 
+// The grouped movement read of a whole chart used to start from a month
+// range of IX_CTB_LANCAMENTO_2, look up every entry in the table and sort
+// them: ten times slower at 2,000,000 entries than reading the account
+// index, which holds the account, nature, month and amount in the grouping's
+// order. The planner statistics of the schema steer it there.
+TEST_P(SaldoGeralTest, OnSqliteTheGroupedMovementIsReadFromTheAccountIndexAlone) {
+  if (GetParam() != "sqlite") GTEST_SKIP() << "a plan of the embedded database";
+  Popula(4);
+  Bind();
+  double saldo = 0;
+  dm_->BuscaSaldoConta(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1", "S", "", saldo, true,
+                       false, "", "");
+  std::vector<std::string> grouped;
+  for (const auto& s : trace_->Statements())
+    if (s.find("group by l.natureza, l.conta") != std::string::npos) grouped.push_back(s);
+  ASSERT_EQ(grouped.size(), 1u);
+  const db::BoundParams params = {{"EMPRESA", db::Value(1)},
+                                  {"REVENDA", db::Value(1)},
+                                  {"PERINI", db::Value(202301)},
+                                  {"PERFIN", db::Value(202406)}};
+  std::string plan;
+  for (const auto& row : raw_->Query("explain query plan " + grouped[0], params).rows)
+    plan += row.back().AsString() + "\n";
+  EXPECT_NE(plan.find("COVERING INDEX IX_CTB_LANCAMENTO_1"), std::string::npos) << plan;
+  EXPECT_EQ(plan.find("TEMP B-TREE"), std::string::npos) << plan;
+}
+
 TEST_P(SaldoGeralTest, ListVariantWithOneElementEqualsSingleValue) {
   Popula(5);
   Bind();
