@@ -146,7 +146,14 @@ int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std:
   }
   if (session.Progress().ErrorReceived())
     throw std::runtime_error(fmt::format("the annual closing of {} was refused", year));
-  PrintOutput(ctx.options, out);
+  // A table for people says that there were no error rows rather than show
+  // an empty table; CSV and JSON keep their (empty) list for scripts.
+  if (out.rows.empty() && ctx.options.output_format == Format::kTable) {
+    std::cout << "no error rows\n";
+    std::cout.flush();
+  } else {
+    PrintOutput(ctx.options, out);
+  }
   if (!out.rows.empty() && !keep_partial)
     throw std::runtime_error(fmt::format(
         "the annual closing of {} met {} error row{} and was rolled back: the carried-forward "

@@ -475,6 +475,8 @@ TEST_F(GoldenTest, CloseResultPreviewChangesNothingAndConfirmClosesTheResultAcco
 TEST_F(GoldenTest, CloseYearWritesTheCarriedForwardBalances) {
   const RunResult r = Expect("close_year", {"close-year", "2023", "--errors", "errors.json"});
   EXPECT_EQ(r.exit_code, 0);
+  // No empty table: the user is told that there were no error rows.
+  EXPECT_EQ(r.out, "no error rows\n");
   EXPECT_EQ(nlohmann::json::parse(ReadFile(dir_ + "/errors.json")), nlohmann::json::array());
   EXPECT_EQ(Count("select count(*) from CTB_SALDO_ANTERIOR where ANO = 2023"),
             Count("select count(*) from CTB_CONTA"));
@@ -489,6 +491,10 @@ TEST_F(GoldenTest, CloseYearWritesTheCarriedForwardBalances) {
   const RunResult q = Run({"--quiet", "close-year", "2023"});
   EXPECT_EQ(q.exit_code, 0);
   EXPECT_EQ(q.err, "");
+  // Scripts keep an empty list.
+  const RunResult j = Run({"--quiet", "--format", "json", "close-year", "2023"});
+  EXPECT_EQ(j.exit_code, 0);
+  EXPECT_EQ(nlohmann::json::parse(j.out), nlohmann::json::array());
 }
 
 // By default the closing is rolled back; --keep-partial commits what it
