@@ -2,6 +2,8 @@
 // (EncerramentoAnual with its error table), rollup (AtualizaSaldoAnterior and
 // its division form, with the module's error log) and rebuild
 // (RecompoeSaldoAnterior and its division form).
+#include <algorithm>
+#include <charconv>
 #include <fstream>
 #include <iostream>
 
@@ -67,6 +69,27 @@ void CheckResultClosingDate(Session& session, const std::chrono::year_month_day&
     throw std::runtime_error(why + "; give --reopen to calculate the result all the same");
 }
 
+// A total of the result calculation as the module writes it with the
+// separators the session sets ("52,500.75 C"): its amount and its side.
+struct ResultTotal {
+  double amount;
+  std::string side;
+};
+
+ResultTotal ReadResultTotal(const std::string& text) {
+  const size_t blank = text.rfind(' ');
+  std::string digits = text.substr(0, blank == std::string::npos ? text.size() : blank);
+  std::erase(digits, ',');
+  ResultTotal total{0, blank == std::string::npos ? "" : text.substr(blank + 1)};
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), total.amount);
+  if (error != std::errc() || end != digits.data() + digits.size() ||
+      (total.side != "C" && total.side != "D"))
+    throw std::runtime_error(
+        fmt::format("the result calculation gave a total that is not an amount: '{}'", text));
+  return total;
+}
+
 struct CloseResultOptions {
   std::string month, day, year, history, result_account, exclude;
   bool current_year = false, include_carried_forward = false, movement_only = false,
@@ -102,8 +125,18 @@ int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
   }
   Output out;
   out.single = true;
-  out.columns = {"credit", "debit", "difference", "confirmed"};
-  out.rows.push_back({credito, debito, diferenca, o.confirm});
+  if (ctx.options.output_format == Format::kTable) {
+    out.columns = {"credit", "debit", "difference", "confirmed"};
+    out.rows.push_back({credito, debito, diferenca, o.confirm});
+  } else {
+    // Machine formats get plain numbers, and the side of the difference in
+    // a field of its own.
+    const ResultTotal difference = ReadResultTotal(diferenca);
+    out.columns = {"credit", "debit", "difference", "difference_side", "confirmed"};
+    out.rows.push_back({Amount{ReadResultTotal(credito).amount},
+                        Amount{ReadResultTotal(debito).amount}, Amount{difference.amount},
+                        difference.side, o.confirm});
+  }
   PrintOutput(ctx.options, out);
   return kExitOk;
 }

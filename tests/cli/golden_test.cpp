@@ -461,6 +461,17 @@ TEST_F(GoldenTest, CloseResultPreviewChangesNothingAndConfirmClosesTheResultAcco
   const RunResult preview = Expect("close_result_preview", args);
   EXPECT_EQ(preview.exit_code, 0);
   EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+  // Scripts get numbers, the difference's side apart: the same totals as the
+  // table's "9,718,509.66 C", "3,888,701.01 D" and "5,829,808.65 C".
+  auto json_args = args;
+  json_args.insert(json_args.begin(), {"--format", "json"});
+  const auto totals = Json(Run(json_args));
+  EXPECT_NEAR(totals["credit"].get<double>(), 9718509.66, 0.001) << totals;
+  EXPECT_NEAR(totals["debit"].get<double>(), 3888701.01, 0.001) << totals;
+  EXPECT_NEAR(totals["difference"].get<double>(), 5829808.65, 0.001) << totals;
+  EXPECT_EQ(totals["difference_side"], "C") << totals;
+  EXPECT_EQ(totals["confirmed"], false) << totals;
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
   auto confirm_args = args;
   confirm_args.push_back("--confirm");
   const RunResult confirm = Expect("close_result_confirm", confirm_args);
