@@ -314,6 +314,12 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   const std::string empresa = std::to_string(ctx.options.empresa);
   const std::string revenda = std::to_string(ctx.options.revenda);
   Output out;
+  // A file of a thousand records or more shows its progress; a smaller one
+  // posts before anybody would look at a bar.
+  constexpr size_t kProgressFrom = 1000;
+  const size_t total = records.Records();
+  size_t posted = 0;
+  if (total >= kProgressFrom) session.Progress().Counted(0, total, "records");
   BeginTransaction(dm);
   try {
     records.ForEach([&](const NumberedRecord& r) {
@@ -331,6 +337,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
       } catch (const std::exception& e) {
         RethrowForLine(o.file, r.line, e, " (nothing of the file was posted)");
       }
+      if (total >= kProgressFrom) session.Progress().Counted(++posted, total, "records");
       if (o.dry_run && o.list)
         out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
                             r.credit, Amount{r.fields.valor}});

@@ -125,6 +125,33 @@ void ProgressRenderer::EndBar() {
   bar_open_ = false;
 }
 
+void ProgressRenderer::Counted(size_t done, size_t total, const std::string& unit) {
+  if (quiet_ || total == 0) return;
+  if (done == 0) {
+    phase_start_ = std::chrono::steady_clock::now();
+    last_counted_ = -1;
+  }
+  const int percent = static_cast<int>(std::min(done, total) * 100 / total);
+  if (percent == last_counted_) return;
+  if (terminal_) {
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - phase_start_).count();
+    const auto whole = static_cast<long long>(seconds);
+    const int filled = percent * 30 / 100;
+    err_ << fmt::format(
+                "\r[{}{}] {:3d}%  {:02d}:{:02d}  {} {}/s", std::string(filled, '#'),
+                std::string(30 - filled, '.'), percent, whole / 60, whole % 60,
+                seconds > 0 ? static_cast<long long>(static_cast<double>(done) / seconds) : 0, unit)
+         << std::flush;
+    bar_open_ = true;
+    if (percent == 100) EndBar();
+  } else if (last_counted_ < 0 || percent / 10 != last_counted_ / 10) {
+    err_ << fmt::format("progress: {}% ({} of {} {})", percent - percent % 10, done, total, unit)
+         << "\n";
+  }
+  last_counted_ = percent;
+}
+
 void ProgressRenderer::Status(const std::string& text) {
   if (quiet_) return;
   EndBar();

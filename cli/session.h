@@ -60,6 +60,11 @@ class ProgressRenderer : public IProgressCallback {
   void Execute(const std::string& json_command) override;
   // A status line of the tool's own.
   void Status(const std::string& text);
+  // The progress of a count the tool keeps itself (`done` of `total`
+  // `unit`, e.g. records): on a terminal a bar with the rate per second,
+  // otherwise a plain line at every ten percent. Drawn when the percentage
+  // moves; nothing with --quiet.
+  void Counted(size_t done, size_t total, const std::string& unit);
   // Ends a bar drawn on the terminal.
   void EndBar();
   // Whether an error command was received.
@@ -71,6 +76,7 @@ class ProgressRenderer : public IProgressCallback {
   bool terminal_;
   bool bar_open_ = false;
   int last_plain_ = -1;
+  int last_counted_ = -1;
   std::chrono::steady_clock::time_point phase_start_;
   bool error_received_ = false;
 };

@@ -9,6 +9,7 @@
 #include <map>
 #include <regex>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "accounting/db/connection.h"
@@ -270,6 +271,29 @@ TEST_F(GoldenTest, PostDryRunReportsAndWritesNothing) {
   EXPECT_EQ(alone.exit_code, 2) << alone.err;
   EXPECT_NE(alone.err.find("--dry-run"), std::string::npos) << alone.err;
   EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO"), before);
+}
+
+// A large file showed nothing until it was posted. From a thousand records
+// on, the posting shows its progress: plain lines at every ten percent when
+// standard error is not a terminal (a bar with the rate when it is).
+TEST_F(GoldenTest, PostOfAThousandRecordsShowsItsProgress) {
+  std::string many;
+  for (int i = 0; i < 500; ++i) many += TwoRecords();
+  WriteFile(dir_ + "/many.txt", many);
+  const RunResult r = Run({"post", "many.txt", "--dry-run"});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  std::string expected;
+  for (int percent = 0; percent <= 100; percent += 10)
+    expected += fmt::format("progress: {}% ({} of 1000 records)\n", percent, percent * 10);
+  expected += "dry run: 1000 records would be posted; nothing was written\n";
+  EXPECT_EQ(r.err, expected);
+  EXPECT_EQ(Run({"--quiet", "post", "many.txt", "--dry-run"}).err, "");
+
+  // One record fewer: no progress.
+  WriteFile(dir_ + "/fewer.txt", many.substr(many.find('\n') + 1));
+  const RunResult fewer = Run({"post", "fewer.txt", "--dry-run"});
+  EXPECT_EQ(fewer.exit_code, 0) << fewer.err;
+  EXPECT_EQ(fewer.err, "dry run: 999 records would be posted; nothing was written\n");
 }
 
 TEST_F(GoldenTest, PostBadRecordNamesFileLineAndFieldAndPostsNothing) {
