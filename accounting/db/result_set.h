@@ -14,8 +14,18 @@
 namespace kvc::db {
 
 // Compares two field names without regard to ASCII case: servers return
-// column names in upper, lower or written case.
-bool SameFieldName(std::string_view a, std::string_view b);
+// column names in upper, lower or written case. Inline: the statement-shape
+// scanner compares every word of every statement with its keywords.
+inline bool SameFieldName(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 'a' + 'A');
+    if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 'a' + 'A');
+    if (x != y) return false;
+  }
+  return true;
+}
 
 struct ResultSet {
   std::vector<std::string> columns;  // as the server named them
