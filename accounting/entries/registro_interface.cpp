@@ -1,6 +1,9 @@
 // The reader of the fixed-width interface record.
 #include "accounting/entries/registro_interface.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include "accounting/db/sql_format.h"
 
 namespace kvc {
@@ -10,6 +13,17 @@ namespace {
 // text's size when it is shorter).
 size_t ByteOffset(std::string_view text, size_t chars) {
   size_t pos = 0;
+  // Records are mostly ASCII, where a byte is a character: eight at a time
+  // up to the first stretch holding another byte. Every field of every
+  // record is found from the record's start, twice per posting.
+  constexpr uint64_t kHighBits = 0x8080808080808080ull;
+  while (chars >= 8 && pos + 8 <= text.size()) {
+    uint64_t stretch;
+    std::memcpy(&stretch, text.data() + pos, sizeof stretch);
+    if (stretch & kHighBits) break;
+    pos += 8;
+    chars -= 8;
+  }
   while (chars > 0 && pos < text.size()) {
     ++pos;
     while (pos < text.size() && (static_cast<unsigned char>(text[pos]) & 0xC0) == 0x80) ++pos;
