@@ -2,8 +2,8 @@
 // (EncerramentoAnual with its error table), rollup (AtualizaSaldoAnterior and
 // its division form, with the module's error log) and rebuild
 // (RecompoeSaldoAnterior and its division form).
-#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <fstream>
 #include <iostream>
 
@@ -77,14 +77,25 @@ struct ResultTotal {
 };
 
 ResultTotal ReadResultTotal(const std::string& text) {
+  const SeparadoresNumericos separators = DisplaySeparators();
   const size_t blank = text.rfind(' ');
-  std::string digits = text.substr(0, blank == std::string::npos ? text.size() : blank);
-  std::erase(digits, ',');
+  const std::string shown = text.substr(0, blank == std::string::npos ? text.size() : blank);
+  std::string digits;  // without the thousands separators, with a point
+  for (size_t i = 0; i < shown.size();) {
+    if (shown.compare(i, separators.milhar.size(), separators.milhar) == 0) {
+      i += separators.milhar.size();
+    } else if (shown.compare(i, separators.decimal.size(), separators.decimal) == 0) {
+      digits += '.';
+      i += separators.decimal.size();
+    } else {
+      digits += shown[i++];
+    }
+  }
   ResultTotal total{0, blank == std::string::npos ? "" : text.substr(blank + 1)};
   const auto [end, error] =
       std::from_chars(digits.data(), digits.data() + digits.size(), total.amount);
   if (error != std::errc() || end != digits.data() + digits.size() ||
-      (total.side != "C" && total.side != "D"))
+      !std::isfinite(total.amount) || (total.side != "C" && total.side != "D"))
     throw std::runtime_error(
         fmt::format("the result calculation gave a total that is not an amount: '{}'", text));
   return total;

@@ -378,8 +378,10 @@ void Session::Bind() {
   module_->SetaSQLConnection();
   // The totals of the result calculation are printed with fixed separators,
   // whatever the locale.
-  module_->DefineSeparadoresNumericos(SeparadoresNumericos{".", ","});
+  module_->DefineSeparadoresNumericos(DisplaySeparators());
 }
+
+SeparadoresNumericos DisplaySeparators() { return SeparadoresNumericos{".", ","}; }
 
 Session::~Session() {
   progress_.EndBar();

@@ -16,6 +16,7 @@
 
 #include "accounting/db/connection.h"
 #include "accounting/db/trace.h"
+#include "accounting/module/formato_numerico.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "cli/chart.h"
 #include "cli/output.h"
@@ -80,6 +81,10 @@ class ProgressRenderer : public IProgressCallback {
   std::chrono::steady_clock::time_point phase_start_;
   bool error_received_ = false;
 };
+
+// The separators of the amounts the module formats for the tool (the totals
+// of the result calculation), whatever the locale.
+SeparadoresNumericos DisplaySeparators();
 
 class Session {
  public:

@@ -312,7 +312,8 @@ insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09');
 -- Planner statistics. The journal tables grow to millions of rows under a few companies and
 -- dealerships, while one account or one month selects few of them. Without statistics the
 -- planner may start a join from the division rows of a whole company. These fixed figures
--- describe that shape (they are not measured) and every connection loads them when it opens
+-- describe that shape (they are not measured) and every connection loads them when it opens.
+--
 -- IX_CTB_LANCAMENTO_1 and IX_CTB_LANCAMENTO_CV_1 hold the account, nature, month and amount, so
 -- the reads that group a period by account and nature are answered from them alone, in their
 -- order. Their company and dealership figure is set low on purpose - the planner, which cannot

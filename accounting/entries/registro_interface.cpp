@@ -24,6 +24,9 @@ size_t ByteOffset(std::string_view text, size_t chars) {
     pos += 8;
     chars -= 8;
   }
+  // As below, bytes that continue a character belong to the one before.
+  if (pos > 0)
+    while (pos < text.size() && (static_cast<unsigned char>(text[pos]) & 0xC0) == 0x80) ++pos;
   while (chars > 0 && pos < text.size()) {
     ++pos;
     while (pos < text.size() && (static_cast<unsigned char>(text[pos]) & 0xC0) == 0x80) ++pos;

@@ -150,6 +150,18 @@ TEST(RegistroInterface, MultiByteCharacterCountsAsOnePosition) {
   EXPECT_DOUBLE_EQ(r.valor, 9.87);
 }
 
+// Positions skip ASCII eight bytes at a time; a byte that continues a
+// character (even a stray one, in text that is not UTF-8) still belongs to
+// the character before it, as it did when every character was counted.
+TEST(RegistroInterface, PositionsCountCharactersAcrossAsciiStretches) {
+  EXPECT_EQ(Posicoes("ABCDEFGH\xBAIJ", 9, 1), "I");
+  EXPECT_EQ(Posicoes("ABCDEFGHIJ", 9, 2), "IJ");
+  EXPECT_EQ(Posicoes("ABCDEFGçHIJKLMNOP", 9, 2), "HI");
+  EXPECT_EQ(Posicoes("ABCDEFGHçIJKLMNOP", 9, 3), "çIJ");
+  EXPECT_EQ(Posicoes("ABC", 2, 5), "BC");
+  EXPECT_EQ(Posicoes("ABCDEFGHIJKLMNOPQRSTUVWXçZ", 25, 2), "çZ");
+}
+
 TEST(RegistroInterface, RecordOf133BytesButFewerCharactersIsShort) {
   std::string registro = RegistroEscrito();
   // Two 2-byte characters in place of four 1-byte ones: 133 bytes, 131
