@@ -346,7 +346,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
     (void)dm.RollbackTransacao();
     throw;
   }
-  const auto count = static_cast<int64_t>(records.Records());
+  const auto count = static_cast<int64_t>(total);
   if (o.dry_run) {
     if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
   } else {

@@ -127,6 +127,23 @@ int RunChartExport(const RunContext& ctx) {
   return kExitOk;
 }
 
+// Opens `path` for reading. A directory opens as a file on Linux and then
+// reads as nothing: it is refused.
+std::unique_ptr<std::ifstream> OpenInput(const std::string& path) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec))
+    throw std::runtime_error(fmt::format("cannot read '{}': it is a directory", path));
+  auto in = std::make_unique<std::ifstream>(path, std::ios::binary);
+  if (!*in)
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+  return in;
+}
+
+void CheckNotBad(const std::istream& in, const std::string& path) {
+  if (in.bad())
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+}
+
 }  // namespace
 
 void PrintOutput(const GlobalOptions& options, const Output& output) {
@@ -140,39 +157,26 @@ std::string ReadInput(const std::string& path) {
     text << std::cin.rdbuf();
     return text.str();
   }
-  // A directory opens as a file on Linux and then reads as nothing.
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec))
-    throw std::runtime_error(fmt::format("cannot read '{}': it is a directory", path));
-  std::ifstream in(path, std::ios::binary);
-  if (!in)
-    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
-  text << in.rdbuf();
-  if (in.bad())
-    throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+  const std::unique_ptr<std::ifstream> in = OpenInput(path);
+  text << in->rdbuf();
+  CheckNotBad(*in, path);
   return text.str();
 }
 
 InputFile::InputFile(const std::string& path) : path_(path) {
-  std::error_code ec;
-  if (path != "-" && std::filesystem::is_directory(path, ec))
-    throw std::runtime_error(fmt::format("cannot read '{}': it is a directory", path));
-  std::ifstream named;
+  std::unique_ptr<std::ifstream> named;
   if (path != "-") {
-    named.open(path, std::ios::binary);
-    if (!named)
-      throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+    named = OpenInput(path);
     // A regular file is read again from its start; anything else (a pipe,
     // a terminal, a process substitution) can be read only once.
+    std::error_code ec;
     if (std::filesystem::is_regular_file(path, ec)) {
-      in_ = std::make_unique<std::fstream>(path, std::ios::in | std::ios::binary);
-      if (!*in_)
-        throw std::runtime_error(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
+      in_ = std::move(named);
       return;
     }
   }
-  std::istream& source = path == "-" ? std::cin : named;
-  const std::string what = path == "-" ? "standard input" : "'" + path + "'";
+  std::istream& source = named ? *named : std::cin;
+  const std::string what = named ? "'" + path + "'" : "standard input";
   auto fail = [&what](const std::string& why) {
     throw std::runtime_error(fmt::format("cannot keep {} in a temporary file: {}", what, why));
   };
@@ -186,16 +190,17 @@ InputFile::InputFile(const std::string& path) : path_(path) {
   }
   const int fd = mkstemp(name.data());
   if (fd < 0) fail(std::strerror(errno));
-  in_ = std::make_unique<std::fstream>(name, std::ios::in | std::ios::out | std::ios::binary);
+  auto copy = std::make_unique<std::fstream>(name, std::ios::in | std::ios::out | std::ios::binary);
   unlink(name.c_str());
   close(fd);
-  if (!*in_) fail(std::strerror(errno));
+  if (!*copy) fail(std::strerror(errno));
   char buffer[1 << 16];
   while (source.read(buffer, sizeof buffer) || source.gcount() > 0)
-    if (!in_->write(buffer, source.gcount())) fail(std::strerror(errno));
+    if (!copy->write(buffer, source.gcount())) fail(std::strerror(errno));
   if (source.bad())
     throw std::runtime_error(fmt::format("cannot read {}: {}", what, std::strerror(errno)));
-  if (!in_->flush()) fail(std::strerror(errno));
+  if (!copy->flush()) fail(std::strerror(errno));
+  in_ = std::move(copy);
 }
 
 std::istream& InputFile::Rewound() {
@@ -205,10 +210,7 @@ std::istream& InputFile::Rewound() {
   return *in_;
 }
 
-void InputFile::CheckRead() const {
-  if (in_->bad())
-    throw std::runtime_error(fmt::format("cannot read '{}': {}", path_, std::strerror(errno)));
-}
+void InputFile::CheckRead() const { CheckNotBad(*in_, path_); }
 
 void RethrowForLine(const std::string& file, size_t line, const std::exception& e,
                     const std::string& note) {

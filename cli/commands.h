@@ -5,8 +5,8 @@
 #ifndef KVC_CLI_COMMANDS_H_
 #define KVC_CLI_COMMANDS_H_
 
-#include <fstream>
 #include <functional>
+#include <istream>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
@@ -108,7 +108,7 @@ class InputFile {
 
  private:
   std::string path_;
-  std::unique_ptr<std::fstream> in_;
+  std::unique_ptr<std::istream> in_;  // the file itself, or its copy
 };
 
 }  // namespace kvc::cli

@@ -42,7 +42,6 @@ class RecordFile {
   // replaced are counted, the first of them kept for the announcement.
   RecordFile(std::string file, bool code_in_account, bool erp);
 
-  const std::string& Name() const { return file_; }
   size_t Records() const { return records_; }
 
   // Calls `visit` with each record, read again. The file was checked when it

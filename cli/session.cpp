@@ -129,27 +129,37 @@ void ProgressRenderer::Counted(size_t done, size_t total, const std::string& uni
   if (quiet_ || total == 0) return;
   if (done == 0) {
     phase_start_ = std::chrono::steady_clock::now();
+    last_plain_ = -1;
     last_counted_ = -1;
   }
   const int percent = static_cast<int>(std::min(done, total) * 100 / total);
   if (percent == last_counted_) return;
+  last_counted_ = percent;
+  Draw(percent, done, total, unit);
+}
+
+void ProgressRenderer::Draw(int percent, size_t done, size_t total, const std::string& unit) {
   if (terminal_) {
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - phase_start_).count();
     const auto whole = static_cast<long long>(seconds);
     const int filled = percent * 30 / 100;
-    err_ << fmt::format(
-                "\r[{}{}] {:3d}%  {:02d}:{:02d}  {} {}/s", std::string(filled, '#'),
-                std::string(30 - filled, '.'), percent, whole / 60, whole % 60,
-                seconds > 0 ? static_cast<long long>(static_cast<double>(done) / seconds) : 0, unit)
+    std::string rate;
+    if (!unit.empty())
+      rate = fmt::format(
+          "  {} {}/s",
+          seconds > 0 ? static_cast<long long>(static_cast<double>(done) / seconds) : 0, unit);
+    err_ << fmt::format("\r[{}{}] {:3d}%  {:02d}:{:02d}{}", std::string(filled, '#'),
+                        std::string(30 - filled, '.'), percent, whole / 60, whole % 60, rate)
          << std::flush;
     bar_open_ = true;
     if (percent == 100) EndBar();
-  } else if (last_counted_ < 0 || percent / 10 != last_counted_ / 10) {
-    err_ << fmt::format("progress: {}% ({} of {} {})", percent - percent % 10, done, total, unit)
-         << "\n";
+  } else if (percent / 10 != last_plain_ / 10 || last_plain_ < 0) {
+    std::string count;
+    if (!unit.empty()) count = fmt::format(" ({} of {} {})", done, total, unit);
+    err_ << fmt::format("progress: {}%{}", percent - percent % 10, count) << "\n";
+    last_plain_ = percent;
   }
-  last_counted_ = percent;
 }
 
 void ProgressRenderer::Status(const std::string& text) {
@@ -183,20 +193,7 @@ void ProgressRenderer::Execute(const std::string& json_command) {
       phase_start_ = std::chrono::steady_clock::now();
       last_plain_ = -1;
     }
-    if (terminal_) {
-      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
-                               std::chrono::steady_clock::now() - phase_start_)
-                               .count();
-      const int filled = percent * 30 / 100;
-      err_ << fmt::format("\r[{}{}] {:3d}%  {:02d}:{:02d}", std::string(filled, '#'),
-                          std::string(30 - filled, '.'), percent, seconds / 60, seconds % 60)
-           << std::flush;
-      bar_open_ = true;
-      if (percent == 100) EndBar();
-    } else if (percent / 10 != last_plain_ / 10 || last_plain_ < 0) {
-      err_ << fmt::format("progress: {}%", percent - percent % 10) << "\n";
-      last_plain_ = percent;
-    }
+    Draw(percent, 0, 0, "");
   } else if (command.rfind(error, 0) == 0) {
     error_received_ = true;
     EndBar();

@@ -72,6 +72,12 @@ class ProgressRenderer : public IProgressCallback {
   bool ErrorReceived() const { return error_received_; }
 
  private:
+  // Draws `percent` of the current phase: the bar and its elapsed time on a
+  // terminal, otherwise a plain line when the tens of the percentage move.
+  // With a `unit`, the rate of `done` per second follows the bar and
+  // "(done of total unit)" the plain line.
+  void Draw(int percent, size_t done, size_t total, const std::string& unit);
+
   std::ostream& err_;
   bool quiet_;
   bool terminal_;
