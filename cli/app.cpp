@@ -84,6 +84,7 @@ int RunKvctb(int argc, char** argv) {
   AddDivisionCommands(app, commands);
   AddEntryCommands(app, commands);
   AddBalanceCommands(app, commands);
+  AddReportCommands(app, commands);
   AddClosingCommands(app, commands);
 
   try {

@@ -3,15 +3,14 @@
 // (BuscaSaldoContaPeriodo), opening (CalculaSaldoAnteriorContaAnalitica) and
 // trial-balance (the general form of BuscaSaldoConta over the whole chart),
 // with the division filters they share.
-#include <functional>
 #include <set>
 #include <stdexcept>
-#include <unordered_map>
 #include <vector>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "accounting/reports/trial_balance.h"
 #include "cli/commands.h"
 #include "cli/validate.h"
 
@@ -39,39 +38,6 @@ struct Filters {
   std::string tipo_item, modalidade, centros_custo, revendas_desconsiderar, filtro, nivel;
   bool mensal = false, geral = false, por_divisao = false;
 };
-
-// The balance of every account of `chart`, in its order: each analytic
-// account (level "A") once, through `analytic`, and every other account as
-// the sum of the accounts directly beneath it, analytic ones with their own
-// balance and the others with their sums. That is what BuscaSaldoConta gives
-// a synthetic account, which walks the chart again for each one (and so
-// computes an analytic balance once per level above it). Throws
-// std::runtime_error naming an account whose parents lead back to it.
-std::vector<double> ChartBalances(const std::vector<ChartLine>& chart,
-                                  const std::function<double(const std::string&)>& analytic) {
-  std::unordered_map<std::string, std::vector<size_t>> children;
-  for (size_t i = 0; i < chart.size(); ++i)
-    if (!chart[i].superiora.empty()) children[chart[i].superiora].push_back(i);
-  enum class State { kNew, kSumming, kDone };
-  std::vector<State> state(chart.size(), State::kNew);
-  std::vector<double> balances(chart.size(), 0.0);
-  std::function<double(size_t)> balance = [&](size_t i) -> double {
-    if (state[i] == State::kDone) return balances[i];
-    if (state[i] == State::kSumming)
-      throw std::runtime_error("the chart of accounts leads from account " + chart[i].conta +
-                               " back to itself through its parents (CONTA_SUPERIORA)");
-    state[i] = State::kSumming;
-    if (chart[i].nivel == "A") {
-      balances[i] = analytic(chart[i].conta);
-    } else if (auto found = children.find(chart[i].conta); found != children.end()) {
-      for (size_t child : found->second) balances[i] += balance(child);
-    }
-    state[i] = State::kDone;
-    return balances[i];
-  };
-  for (size_t i = 0; i < chart.size(); ++i) balance(i);
-  return balances;
-}
 
 int32_t Optional(const std::string& option, const std::string& text) {
   return text.empty() ? -1 : ParseInt(option, text, 0, 999999999);
@@ -410,37 +376,96 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
                       }});
 
   // ---- trial-balance ----
-  auto t = std::make_shared<AccountOptions>();
+  struct TrialOptions {
+    std::string month, depth;
+    TrialBalanceLayout layout;
+    FilterOptions filters;
+  };
+  auto t = std::make_shared<TrialOptions>();
   CLI::App* trial = app.add_subcommand(
       "trial-balance",
-      "Every account of the chart in code order with its parent, level and balance at the\n"
-      "end of the month, synthetic accounts as the sums beneath them, answered through the\n"
-      "general (cached) variant of BuscaSaldoConta. As a table it ends with the total of the\n"
-      "top-level accounts, zero when the books balance.\n"
-      "Example: kvctb --format csv trial-balance --month 202412");
-  trial->add_option("--month", t->month, "Month, YYYYMM. Example: --month 202412")->required();
+      "With --month: every account of the chart in code order with its parent, level and\n"
+      "balance at the end of the month, synthetic accounts as the sums beneath them, answered\n"
+      "through the general (cached) variant of BuscaSaldoConta. As a table it ends with the\n"
+      "total of the top-level accounts, zero when the books balance.\n"
+      "With --from and --to (months of one year): the verification trial balance, each\n"
+      "account with its level, opening balance, debits, credits and closing balance, a totals\n"
+      "line, and whether debits equal credits and the closing balances sum to zero.\n"
+      "Example: kvctb --format csv trial-balance --month 202412\n"
+      "Example: kvctb trial-balance --from 202401 --to 202412 --depth 3 --hide-zero");
+  trial->add_option("--month", t->month, "Month, YYYYMM. Example: --month 202412");
+  trial->add_option("--from", t->layout.from,
+                    "First month of the four-column form, YYYYMM. Example: --from 202401");
+  trial->add_option("--to", t->layout.to,
+                    "Last month of the four-column form, YYYYMM, in the year of --from.\n"
+                    "Example: --to 202412");
+  trial->add_flag("--hide-zero", t->layout.hide_zero,
+                  "Four-column form: leave out accounts whose four figures are all zero.");
+  trial->add_option("--depth", t->depth,
+                    "Four-column form: show the chart down to this level (1 for the top-level\n"
+                    "accounts). Example: --depth 2");
   AddFilterOptions(trial, t->filters, kSingles | kCostCentreList | kBalanceOnly);
   commands.push_back(
       {trial, [t](const RunContext& ctx) {
+         const bool four_columns = !t->layout.from.empty() || !t->layout.to.empty();
+         if (four_columns) {
+           if (!t->month.empty())
+             throw UsageError("--month", "goes without --from and --to (two forms of the report)");
+           if (t->layout.from.empty()) throw UsageError("--from", "is needed with --to");
+           if (t->layout.to.empty()) throw UsageError("--to", "is needed with --from");
+           if (t->filters.monthly)
+             throw UsageError("--monthly",
+                              "has no debits and credits to give the four-column form (the "
+                              "monthly tables hold net movement)");
+           if (t->filters.general)
+             throw UsageError("--general", "is how the four-column form always reads");
+           TrialBalanceLayout layout = t->layout;
+           if (!t->depth.empty()) layout.depth = ParseInt("--depth", t->depth, 1, 99);
+           const Filters f = CheckFilters(t->filters);
+           reports::BalanceFilters filters;
+           filters.centro_custo = f.centro_custo;
+           filters.fonte = f.fonte;
+           filters.categoria = f.categoria;
+           filters.secao_oficina = f.secao_oficina;
+           filters.revenda_divisao = f.revenda_divisao;
+           filters.tipo_item = f.tipo_item;
+           filters.modalidade = f.modalidade;
+           filters.centros_custo = f.centros_custo;
+           filters.revendas_desconsiderar = f.revendas_desconsiderar;
+           filters.filtro = f.filtro;
+           Session session(ctx.options, ctx.trace);
+           return PrintFourColumnTrialBalance(ctx, session, layout, filters);
+         }
+         if (t->month.empty()) throw UsageError("--month", "is needed (or --from and --to)");
+         if (t->layout.hide_zero || !t->depth.empty())
+           throw UsageError(t->layout.hide_zero ? "--hide-zero" : "--depth",
+                            "belongs to the four-column form (--from and --to)");
          const int32_t month = ParseMonth("--month", t->month, true);
          const Filters f = CheckFilters(t->filters);
          Session session(ctx.options, ctx.trace);
-         const std::vector<ChartLine> chart = session.Chart();
-         const std::vector<double> balances = ChartBalances(chart, [&](const std::string& conta) {
+         // Each analytic balance once; the synthetic accounts as the sums
+         // beneath them (BuscaSaldoConta would walk the chart again for each).
+         const std::vector<reports::ChartAccount> chart =
+             reports::ReadChart(session.Connection(), ctx.options.empresa, ctx.options.revenda);
+         std::vector<double> balances(chart.size(), 0.0);
+         for (size_t i = 0; i < chart.size(); ++i) {
+           if (!chart[i].Analytic()) continue;
            double saldo = 0;
-           return session.Module().BuscaSaldoConta(
+           balances[i] = session.Module().BuscaSaldoConta(
                ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo, f.fonte,
-               f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade, conta,
-               "A", f.centros_custo, saldo, true, f.mensal, f.filtro, f.revendas_desconsiderar);
-         });
+               f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade,
+               chart[i].conta, "A", f.centros_custo, saldo, true, f.mensal, f.filtro,
+               f.revendas_desconsiderar);
+         }
+         reports::RollUp(chart, balances);
          Output out;
          out.columns = {"account", "parent", "level", "balance"};
          double roots = 0;
          for (size_t i = 0; i < chart.size(); ++i) {
-           const ChartLine& a = chart[i];
+           const reports::ChartAccount& a = chart[i];
            out.rows.push_back({a.conta, a.superiora.empty() ? Cell{Null{}} : Cell{a.superiora},
                                a.nivel, Amount{balances[i]}});
-           if (a.superiora.empty()) roots += balances[i];
+           if (a.Root()) roots += balances[i];
          }
          // A table for people ends with the total of the top-level accounts,
          // zero when the books balance; CSV and JSON stay one row per account.

@@ -17,6 +17,10 @@
 
 #include "cli/session.h"
 
+namespace kvc::reports {
+struct BalanceFilters;
+}  // namespace kvc::reports
+
 namespace kvc::cli {
 
 // Exit codes.
@@ -50,6 +54,20 @@ void AddBalanceCommands(CLI::App& app, Commands& commands);   // balance, moveme
                                                               // trial-balance
 void AddClosingCommands(CLI::App& app, Commands& commands);   // close-result, close-year,
                                                               // rollup, rebuild
+void AddReportCommands(CLI::App& app, Commands& commands);    // ledger
+
+// The four-column trial balance (trial-balance --from --to): the months as
+// given on the command line, and how much of the chart to show.
+struct TrialBalanceLayout {
+  std::string from, to;
+  bool hide_zero = false;  // leave out accounts whose four figures are all zero
+  int depth = 0;           // the deepest level shown; 0 shows every level
+};
+// Checks the months (UsageError), prints the report in the session's format
+// with its totals and whether the books balance. Returns the exit code.
+int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
+                                const TrialBalanceLayout& layout,
+                                const reports::BalanceFilters& filters);
 
 // A problem with one line of an input file; printed as "FILE:LINE: message"
 // and answered with exit code 1.

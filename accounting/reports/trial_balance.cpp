@@ -1,0 +1,116 @@
+// The verification trial balance, from the module's balances.
+#include "accounting/reports/trial_balance.h"
+
+#include <cmath>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+namespace kvc::reports {
+namespace {
+
+// Half a cent: two figures closer than this print the same.
+constexpr double kHalfCent = 0.005;
+
+bool Month(int32_t ano_mes) {
+  return ano_mes >= 100001 && ano_mes <= 999912 && ano_mes % 100 >= 1 && ano_mes % 100 <= 12;
+}
+
+// The extra condition that keeps the entries of one nature, joined to the
+// user's own when there is one.
+std::string NatureCondition(const std::string& filtro, char natureza) {
+  const std::string nature = fmt::format("{{$ALIAS$}}.NATUREZA = '{}'", natureza);
+  return filtro.empty() ? nature : "(" + filtro + ") and " + nature;
+}
+
+}  // namespace
+
+void CheckPeriod(const Period& period) {
+  if (!Month(period.from))
+    throw std::invalid_argument(
+        fmt::format("the first month {} is not a month YYYYMM", period.from));
+  if (!Month(period.to))
+    throw std::invalid_argument(fmt::format("the last month {} is not a month YYYYMM", period.to));
+  if (period.to < period.from)
+    throw std::invalid_argument(
+        fmt::format("the last month {} is before the first {}", period.to, period.from));
+  if (period.to / 100 != period.from / 100)
+    throw std::invalid_argument(fmt::format(
+        "the months {} and {} are in different years; a report covers months of one year",
+        period.from, period.to));
+}
+
+// January's month before is month 00 of its year, which the module reads as
+// the opening of the year.
+int32_t MonthBefore(int32_t from) { return from - 1; }
+
+bool BalanceFilters::Narrowing() const {
+  return centro_custo > -1 || fonte > -1 || categoria > -1 || secao_oficina > -1 ||
+         revenda_divisao > -1 || !tipo_item.empty() ||
+         (!modalidade.empty() && modalidade != "SPED") || !centros_custo.empty() ||
+         !revendas_desconsiderar.empty() || !filtro.empty();
+}
+
+Figures& Figures::operator+=(const Figures& other) {
+  opening += other.opening;
+  debits += other.debits;
+  credits += other.credits;
+  closing += other.closing;
+  return *this;
+}
+
+bool TrialBalance::DebitsEqualCredits() const {
+  return std::fabs(totals.debits - totals.credits) < kHalfCent;
+}
+
+bool TrialBalance::ClosingSumsToZero() const { return std::fabs(totals.closing) < kHalfCent; }
+
+TrialBalance FourColumnTrialBalance(TddmContabilidadeBD& module, db::Connection& connection,
+                                    int32_t empresa, int32_t revenda, const Period& period,
+                                    const BalanceFilters& filters) {
+  CheckPeriod(period);
+  TrialBalance report;
+  report.chart = ReadChart(connection, empresa, revenda);
+  report.figures.resize(report.chart.size());
+  const int32_t before = MonthBefore(period.from);
+
+  // One pass over the analytic accounts: the module's general variant loads
+  // its caches once per pass (their key holds the month and the extra
+  // condition), so the passes run one after the other, never interleaved.
+  auto pass = [&](int32_t ano_mes, const std::string& filtro, double Figures::*field, double sign) {
+    for (size_t i = 0; i < report.chart.size(); ++i) {
+      const ChartAccount& a = report.chart[i];
+      if (!a.Analytic()) continue;
+      double saldo = 0;
+      module.BuscaSaldoConta(empresa, revenda, ano_mes, 0, 0, filters.centro_custo, filters.fonte,
+                             filters.categoria, filters.secao_oficina, filters.revenda_divisao,
+                             filters.tipo_item, filters.modalidade, a.conta, "A",
+                             filters.centros_custo, saldo, true, false, filtro,
+                             filters.revendas_desconsiderar);
+      report.figures[i].*field += sign * saldo;
+    }
+  };
+  pass(before, filters.filtro, &Figures::opening, 1);
+  pass(period.to, filters.filtro, &Figures::closing, 1);
+  const std::string debits = NatureCondition(filters.filtro, 'D');
+  pass(period.to, debits, &Figures::debits, 1);
+  pass(before, debits, &Figures::debits, -1);
+  // Credits lower a balance: the difference of the credit-only balances is
+  // the credits with their sign turned.
+  const std::string credits = NatureCondition(filters.filtro, 'C');
+  pass(period.to, credits, &Figures::credits, -1);
+  pass(before, credits, &Figures::credits, 1);
+
+  for (size_t i = 0; i < report.chart.size(); ++i) {
+    const Figures& f = report.figures[i];
+    if (report.chart[i].Analytic() &&
+        std::fabs(f.opening + f.debits - f.credits - f.closing) >= kHalfCent)
+      report.inconsistent.push_back(report.chart[i].conta);
+  }
+  RollUp(report.chart, report.figures);
+  for (size_t i = 0; i < report.chart.size(); ++i)
+    if (report.chart[i].Root()) report.totals += report.figures[i];
+  return report;
+}
+
+}  // namespace kvc::reports

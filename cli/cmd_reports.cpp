@@ -1,0 +1,210 @@
+// The reports an accountant reads: the verification trial balance (the
+// four-column form of trial-balance, with --from and --to) and the general
+// ledger of an account (ledger). Both are built by the reporting layer of the
+// library (accounting/reports/); this file checks options and lays the
+// figures out.
+#include <cmath>
+#include <iostream>
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "accounting/reports/general_ledger.h"
+#include "accounting/reports/trial_balance.h"
+#include "cli/commands.h"
+#include "cli/validate.h"
+
+namespace kvc::cli {
+namespace {
+
+Cell OptionalCell(const std::optional<int64_t>& v) { return v ? Cell{*v} : Cell{Null{}}; }
+
+reports::Period CheckedPeriod(const std::string& from_text, const std::string& to_text) {
+  const reports::Period period{ParseMonth("--from", from_text), ParseMonth("--to", to_text)};
+  if (period.to < period.from) throw UsageError("--to", "before --from");
+  if (period.to / 100 != period.from / 100)
+    throw UsageError("--to",
+                     fmt::format("{} is not in the year of --from {}: a report covers months of "
+                                 "one year (balances are carried forward year by year)",
+                                 period.to, period.from));
+  return period;
+}
+
+std::vector<Cell> FigureCells(const reports::Figures& f) {
+  return {Amount{f.opening}, Amount{f.debits}, Amount{f.credits}, Amount{f.closing}};
+}
+
+// What the trial balance says about its totals, in one sentence.
+std::string Verdict(const reports::TrialBalance& report, bool narrowed) {
+  const reports::Figures& t = report.totals;
+  if (narrowed)
+    return fmt::format("a filtered view of the books: debits {} and credits {} need not be equal",
+                       FormatAmount(t.debits, true), FormatAmount(t.credits, true));
+  if (report.DebitsEqualCredits() && report.ClosingSumsToZero())
+    return "the books balance: debits equal credits and the closing balances sum to zero";
+  return fmt::format(
+      "THE BOOKS DO NOT BALANCE: debits {} against credits {} (difference {}); the closing "
+      "balances sum to {}",
+      FormatAmount(t.debits, true), FormatAmount(t.credits, true),
+      FormatAmount(t.debits - t.credits, true), FormatAmount(t.closing, true));
+}
+
+bool Zero(const reports::Figures& f) {
+  return std::llround(f.opening * 100) == 0 && std::llround(f.debits * 100) == 0 &&
+         std::llround(f.credits * 100) == 0 && std::llround(f.closing * 100) == 0;
+}
+
+}  // namespace
+
+int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
+                                const TrialBalanceLayout& layout,
+                                const reports::BalanceFilters& filters) {
+  const reports::Period period = CheckedPeriod(layout.from, layout.to);
+  const reports::TrialBalance report =
+      reports::FourColumnTrialBalance(session.Module(), session.Connection(), ctx.options.empresa,
+                                      ctx.options.revenda, period, filters);
+  const bool table = ctx.options.output_format == Format::kTable;
+  Output out;
+  out.columns = {"account", "description", "level",   "type",
+                 "opening", "debits",      "credits", "closing"};
+  for (size_t i = 0; i < report.chart.size(); ++i) {
+    const reports::ChartAccount& a = report.chart[i];
+    if (layout.depth > 0 && a.depth > layout.depth) continue;
+    if (layout.hide_zero && Zero(report.figures[i])) continue;
+    // A table shows the tree by indenting the codes.
+    std::vector<Cell> row = {table ? std::string(2 * (a.depth - 1), ' ') + a.conta : a.conta,
+                             a.descricao, int64_t{a.depth}, a.nivel};
+    for (Cell& c : FigureCells(report.figures[i])) row.push_back(std::move(c));
+    out.rows.push_back(std::move(row));
+  }
+  const bool narrowed = filters.Narrowing();
+  const bool balanced = report.DebitsEqualCredits() && report.ClosingSumsToZero();
+  const std::string verdict = Verdict(report, narrowed);
+  if (ctx.options.output_format == Format::kJson) {
+    nlohmann::ordered_json j;
+    j["from"] = period.from;
+    j["to"] = period.to;
+    j["accounts"] = ToJson(out);
+    j["totals"] = ToJson(
+        Output{{"opening", "debits", "credits", "closing"}, {FigureCells(report.totals)}, true});
+    j["balanced"] = balanced;
+    j["filtered"] = narrowed;
+    std::cout << j.dump(2) << "\n";
+  } else {
+    if (table) {
+      std::vector<Cell> total = {std::string("total"), Null{}, Null{}, Null{}};
+      for (Cell& c : FigureCells(report.totals)) total.push_back(std::move(c));
+      out.rows.push_back(std::move(total));
+    }
+    PrintOutput(ctx.options, out);
+    if (table) std::cout << "\n" << verdict << "\n";
+  }
+  std::cout.flush();
+  // Machine formats carry the verdict in their data (JSON) or not at all
+  // (CSV): a user reading them is told on standard error when it matters.
+  if (!narrowed && !balanced && !table) std::cerr << "kvctb: warning: " << verdict << "\n";
+  if (!report.inconsistent.empty())
+    std::cerr << fmt::format(
+        "kvctb: warning: the opening balance plus debits minus credits is not the closing "
+        "balance of {} account(s), first {}: the journal and the carried-forward balances "
+        "disagree (kvctb rebuild recomputes them)\n",
+        report.inconsistent.size(), report.inconsistent.front());
+  return kExitOk;
+}
+
+void AddReportCommands(CLI::App& app, Commands& commands) {
+  // ---- ledger ----
+  struct LedgerOptions {
+    std::string account, from, to;
+  };
+  auto l = std::make_shared<LedgerOptions>();
+  CLI::App* ledger = app.add_subcommand(
+      "ledger",
+      "The general ledger of an account over months of one year: its opening balance, each\n"
+      "entry (date, entry number, document, standard history, complementary history, debit,\n"
+      "credit, running balance) and its closing balance. A synthetic account lists the entries\n"
+      "of the analytic accounts beneath it.\n"
+      "Example: kvctb ledger 1.1.1.01 --from 202401 --to 202403");
+  ledger->add_option("ACCOUNT", l->account, "Account code. Example: 1.1.1.01")->required();
+  ledger->add_option("--from", l->from, "First month, YYYYMM. Example: --from 202401")->required();
+  ledger
+      ->add_option("--to", l->to, "Last month, YYYYMM, in the year of --from. Example: --to 202403")
+      ->required();
+  commands.push_back(
+      {ledger, [l](const RunContext& ctx) {
+         const std::string conta = ParseAccount("ACCOUNT", l->account);
+         const reports::Period period = CheckedPeriod(l->from, l->to);
+         Session session(ctx.options, ctx.trace);
+         if (!session.AccountLevel(conta))
+           throw std::runtime_error(fmt::format("account {} is not in the chart", conta));
+         const reports::GeneralLedger g =
+             reports::ReadGeneralLedger(session.Module(), session.Connection(), ctx.options.empresa,
+                                        ctx.options.revenda, period, conta);
+         const bool synthetic = g.account.nivel != "A";
+         const bool table = ctx.options.output_format == Format::kTable;
+         Output out;
+         out.columns = {"date", "entry", "pair", "document", "history", "complement"};
+         if (synthetic) out.columns.push_back("account");
+         for (const char* c : {"debit", "credit", "balance"}) out.columns.push_back(c);
+         auto row = [&](Cell date, Cell complement, Cell debit, Cell credit, double balance) {
+           std::vector<Cell> r = {std::move(date), Null{}, Null{},
+                                  Null{},          Null{}, std::move(complement)};
+           if (synthetic) r.push_back(Null{});
+           r.push_back(std::move(debit));
+           r.push_back(std::move(credit));
+           r.push_back(Amount{balance});
+           return r;
+         };
+         if (table)
+           out.rows.push_back(
+               row(Null{}, std::string("opening balance"), Null{}, Null{}, g.opening));
+         for (const reports::LedgerEntry& e : g.entries) {
+           std::vector<Cell> r = {
+               fmt::format("{:04}-{:02}-{:02}", e.ano_mes / 100, e.ano_mes % 100, e.dia),
+               int64_t{e.lancamento},
+               e.lco_origem ? Cell{int64_t{*e.lco_origem}} : Cell{Null{}},
+               OptionalCell(e.documento),
+               e.historico_padrao ? Cell{int64_t{*e.historico_padrao}} : Cell{Null{}},
+               e.his_complementar};
+           if (synthetic) r.push_back(e.conta);
+           // A table leaves the other side of an entry blank.
+           r.push_back(table && e.debit == 0 ? Cell{Null{}} : Cell{Amount{e.debit}});
+           r.push_back(table && e.credit == 0 ? Cell{Null{}} : Cell{Amount{e.credit}});
+           r.push_back(Amount{e.balance});
+           out.rows.push_back(std::move(r));
+         }
+         if (ctx.options.output_format == Format::kJson) {
+           nlohmann::ordered_json j;
+           j["account"] = g.account.conta;
+           j["description"] = g.account.descricao;
+           j["from"] = period.from;
+           j["to"] = period.to;
+           j["opening"] = RoundCents(g.opening);
+           j["entries"] = ToJson(out);
+           j["debits"] = RoundCents(g.debits);
+           j["credits"] = RoundCents(g.credits);
+           j["closing"] = RoundCents(g.closing);
+           std::cout << j.dump(2) << "\n";
+           std::cout.flush();
+         } else {
+           if (table)
+             out.rows.push_back(row(Null{}, std::string("closing balance"), Amount{g.debits},
+                                    Amount{g.credits}, g.closing));
+           if (table)
+             std::cout << fmt::format("{}{}{}, {} to {}\n\n", g.account.conta,
+                                      g.account.descricao.empty() ? "" : " ", g.account.descricao,
+                                      period.from, period.to);
+           PrintOutput(ctx.options, out);
+         }
+         if (!g.Consistent())
+           std::cerr << fmt::format(
+               "kvctb: warning: the ledger closes at {} but the balance of {} at the end of {} "
+               "is {}: the journal and the carried-forward balances disagree (kvctb rebuild "
+               "recomputes them)\n",
+               FormatAmount(g.closing, true), g.account.conta, period.to,
+               FormatAmount(g.balance_at_end, true));
+         return kExitOk;
+       }});
+}
+
+}  // namespace kvc::cli
