@@ -143,7 +143,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
          const bool synthetic = g.account.nivel != "A";
          const bool table = ctx.options.output_format == Format::kTable;
          Output out;
-         out.columns = {"date", "entry", "pair", "document", "history", "complement"};
+         out.columns = {"date", "entry", "origin", "document", "history", "complement"};
          if (synthetic) out.columns.push_back("account");
          for (const char* c : {"debit", "credit", "balance"}) out.columns.push_back(c);
          auto row = [&](Cell date, Cell complement, Cell debit, Cell credit, double balance) {

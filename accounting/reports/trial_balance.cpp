@@ -9,6 +9,15 @@
 namespace kvc::reports {
 namespace {
 
+// The debits and credits of every account over a range of months, when no
+// filter narrows the books: one grouped read, answered from the journal's
+// account index alone where the server has it.
+constexpr char kDebitsAndCredits[] =
+    "select CONTA, NATUREZA, sum(VAL_LANCAMENTO)"
+    " from CTB_LANCAMENTO"
+    " where EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES between :DE and :ATE"
+    " group by CONTA, NATUREZA";
+
 // Half a cent: two figures closer than this print the same.
 constexpr double kHalfCent = 0.005;
 
@@ -92,14 +101,36 @@ TrialBalance FourColumnTrialBalance(TddmContabilidadeBD& module, db::Connection&
   };
   pass(before, filters.filtro, &Figures::opening, 1);
   pass(period.to, filters.filtro, &Figures::closing, 1);
-  const std::string debits = NatureCondition(filters.filtro, 'D');
-  pass(period.to, debits, &Figures::debits, 1);
-  pass(before, debits, &Figures::debits, -1);
-  // Credits lower a balance: the difference of the credit-only balances is
-  // the credits with their sign turned.
-  const std::string credits = NatureCondition(filters.filtro, 'C');
-  pass(period.to, credits, &Figures::credits, -1);
-  pass(before, credits, &Figures::credits, 1);
+  if (!filters.Narrowing() && filters.modalidade.empty()) {
+    // The whole books: the journal's own sums, in one statement instead of
+    // four passes. They equal what the passes would give (the tests compare
+    // both with the module's balances).
+    const auto index = IndexByCode(report.chart);
+    const db::BoundParams params = {{"EMPRESA", db::Value(empresa)},
+                                    {"REVENDA", db::Value(revenda)},
+                                    {"DE", db::Value(period.from)},
+                                    {"ATE", db::Value(period.to)}};
+    for (const auto& row : connection.Query(kDebitsAndCredits, params).rows) {
+      std::string conta = row.at(0).IsNull() ? std::string() : row.at(0).AsString();
+      while (!conta.empty() && conta.back() == ' ') conta.pop_back();
+      const auto found = index.find(conta);
+      // An entry on an account the chart does not hold stays out of the
+      // report, as it stays out of every balance; the totals then show it.
+      if (found == index.end() || !report.chart[found->second].Analytic()) continue;
+      const std::string natureza = row.at(1).IsNull() ? std::string() : row.at(1).AsString();
+      Figures& f = report.figures[found->second];
+      (natureza == "D" ? f.debits : f.credits) += row.at(2).AsFloat();
+    }
+  } else {
+    const std::string debits = NatureCondition(filters.filtro, 'D');
+    pass(period.to, debits, &Figures::debits, 1);
+    pass(before, debits, &Figures::debits, -1);
+    // Credits lower a balance: the difference of the credit-only balances
+    // is the credits with their sign turned.
+    const std::string credits = NatureCondition(filters.filtro, 'C');
+    pass(period.to, credits, &Figures::credits, -1);
+    pass(before, credits, &Figures::credits, 1);
+  }
 
   for (size_t i = 0; i < report.chart.size(); ++i) {
     const Figures& f = report.figures[i];

@@ -76,11 +76,13 @@ struct TrialBalance {
 
 // The trial balance of `empresa`, `revenda` over `period`. Each analytic
 // account's opening and closing balances are BuscaSaldoConta at the month
-// before `period.from` and at `period.to`; its debits (credits) are the
-// difference between the same two balances read with the extra condition
-// that the entry is a debit (credit), so that every filter applies to them
-// as it does to the balance. Six passes over the chart through the general
-// variant, each answered from one grouped read. Throws std::invalid_argument
+// before `period.from` and at `period.to`. Its debits and credits are the
+// journal's sums over the period; when a filter narrows the books (or the
+// second book is asked for), they are instead the difference between the
+// same two balances read with the extra condition that the entry is a debit
+// (credit), so that every filter applies to them as it does to the balance.
+// Each pass over the chart goes through the general variant and is answered
+// from one grouped read. Throws std::invalid_argument
 // for a bad period, ChartError for a cyclic chart; database errors
 // propagate.
 TrialBalance FourColumnTrialBalance(TddmContabilidadeBD& module, db::Connection& connection,

@@ -99,10 +99,11 @@ nlohmann::json Json(const RunResult& r) { return nlohmann::json::parse(r.out); }
 TEST_F(GoldenTest, HelpListsEveryCommandWithAnExample) {
   const RunResult r = Expect("help", {"--help"});
   EXPECT_EQ(r.exit_code, 0);
-  for (const char* c : {"init",         "chart-import", "post",     "post-erp",      "balance",
-                        "movement",     "day-movement", "opening",  "trial-balance", "close-result",
-                        "close-year",   "rollup",       "rebuild",  "delete-entry",  "cost-centre",
-                        "invoice-text", "--trace-sql",  "--format", "--server-type", "Example"})
+  for (const char* c :
+       {"init",          "chart-import", "post",          "post-erp",     "balance",     "movement",
+        "day-movement",  "opening",      "trial-balance", "close-result", "close-year",  "rollup",
+        "rebuild",       "delete-entry", "cost-centre",   "invoice-text", "--trace-sql", "--format",
+        "--server-type", "Example",      "ledger"})
     EXPECT_NE(r.out.find(c), std::string::npos) << c;
 }
 
@@ -425,6 +426,100 @@ TEST_F(GoldenTest, TrialBalanceSumsSyntheticAccountsAndBalancesToZero) {
   const RunResult table = Run({"trial-balance", "--month", "202412"});
   static const std::regex kTotal(R"(\ntotal +0\.00\n$)");
   EXPECT_TRUE(std::regex_search(table.out, kTotal)) << table.out.substr(table.out.size() - 200);
+}
+
+// ---- reports ----------------------------------------------------------------------------
+
+TEST_F(GoldenTest, FourColumnTrialBalanceOpensDebitsCreditsAndClosesEveryAccount) {
+  Expect("trial_balance_four_columns",
+         {"trial-balance", "--from", "202401", "--to", "202412", "--depth", "2"});
+  Expect("trial_balance_four_columns_csv", {"--format", "csv", "trial-balance", "--from", "202407",
+                                            "--to", "202409", "--depth", "3", "--hide-zero"});
+  const RunResult j =
+      Run({"--format", "json", "trial-balance", "--from", "202404", "--to", "202406"});
+  ASSERT_EQ(j.exit_code, 0) << j.err;
+  const auto report = Json(j);
+  EXPECT_TRUE(report["balanced"].get<bool>());
+  EXPECT_FALSE(report["filtered"].get<bool>());
+  EXPECT_NEAR(report["totals"]["debits"].get<double>(), report["totals"]["credits"].get<double>(),
+              0.005);
+  EXPECT_NEAR(report["totals"]["closing"].get<double>(), 0.0, 0.005);
+  size_t analytic = 0;
+  for (const auto& row : report["accounts"]) {
+    if (row["type"] != "A") continue;
+    ++analytic;
+    const std::string account = row["account"];
+    EXPECT_NEAR(row["opening"].get<double>(), SqlBalance(account, 202403), 0.005) << account;
+    EXPECT_NEAR(row["closing"].get<double>(), SqlBalance(account, 202406), 0.005) << account;
+    EXPECT_NEAR(
+        row["opening"].get<double>() + row["debits"].get<double>() - row["credits"].get<double>(),
+        row["closing"].get<double>(), 0.005)
+        << account;
+  }
+  EXPECT_GT(analytic, 200u);
+  // A cost centre's view need not balance, and the report says it is one.
+  const RunResult filtered = Run({"trial-balance", "--from", "202401", "--to", "202412", "--depth",
+                                  "1", "--cost-centre", "2"});
+  ASSERT_EQ(filtered.exit_code, 0) << filtered.err;
+  EXPECT_NE(filtered.out.find("a filtered view of the books"), std::string::npos) << filtered.out;
+}
+
+TEST_F(GoldenTest, FourColumnTrialBalanceRefusesMixedFormsAndYears) {
+  EXPECT_EQ(
+      Expect("trial_balance_two_years", {"trial-balance", "--from", "202407", "--to", "202503"})
+          .exit_code,
+      2);
+  EXPECT_EQ(Expect("trial_balance_month_and_range",
+                   {"trial-balance", "--month", "202412", "--from", "202401", "--to", "202412"})
+                .exit_code,
+            2);
+  EXPECT_EQ(Run({"trial-balance", "--from", "202401"}).exit_code, 2);
+  EXPECT_EQ(Run({"trial-balance", "--month", "202401", "--depth", "2"}).exit_code, 2);
+  EXPECT_EQ(Run({"trial-balance", "--from", "202401", "--to", "202402", "--monthly"}).exit_code, 2);
+  EXPECT_EQ(Run({"trial-balance", "--from", "202401", "--to", "202402", "--depth", "0"}).exit_code,
+            2);
+}
+
+// An unbalanced journal (a debit without its credit) is said loudly: in the
+// table, and on standard error in the machine formats.
+TEST_F(GoldenTest, FourColumnTrialBalanceSaysLoudlyWhenTheBooksDoNotBalance) {
+  Db()->Execute(
+      "insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, NATUREZA, "
+      "VAL_LANCAMENTO, DIA) values (1, 1, 202405, 99999, '1.1.1.01', 'D', 100.5, 3)",
+      {});
+  Expect("trial_balance_unbalanced",
+         {"trial-balance", "--from", "202405", "--to", "202405", "--depth", "1"});
+  const RunResult csv =
+      Run({"--format", "csv", "trial-balance", "--from", "202405", "--to", "202405"});
+  EXPECT_EQ(csv.exit_code, 0);
+  EXPECT_NE(csv.err.find("THE BOOKS DO NOT BALANCE"), std::string::npos) << csv.err;
+  const RunResult json =
+      Run({"--format", "json", "trial-balance", "--from", "202405", "--to", "202405"});
+  EXPECT_FALSE(Json(json)["balanced"].get<bool>());
+}
+
+TEST_F(GoldenTest, LedgerListsTheEntriesOfAnAccountWithItsRunningBalance) {
+  Expect("ledger", {"ledger", "1.1.1.01", "--from", "202403", "--to", "202404"});
+  Expect("ledger_synthetic_csv",
+         {"--format", "csv", "ledger", "1.1.1", "--from", "202403", "--to", "202403"});
+  const RunResult j =
+      Run({"--format", "json", "ledger", "3.1.1.01", "--from", "202401", "--to", "202406"});
+  ASSERT_EQ(j.exit_code, 0) << j.err;
+  const auto ledger = Json(j);
+  EXPECT_NEAR(ledger["opening"].get<double>(), SqlBalance("3.1.1.01", 202312), 0.005);
+  EXPECT_NEAR(ledger["closing"].get<double>(), SqlBalance("3.1.1.01", 202406), 0.005);
+  double running = ledger["opening"];
+  for (const auto& e : ledger["entries"]) {
+    running += e["debit"].get<double>() - e["credit"].get<double>();
+    EXPECT_NEAR(e["balance"].get<double>(), running, 0.005);
+  }
+  EXPECT_EQ(static_cast<long long>(ledger["entries"].size()),
+            Count("select count(*) from CTB_LANCAMENTO where CONTA = '3.1.1.01' and ANO_MES "
+                  "between 202401 and 202406"));
+  EXPECT_EQ(
+      Expect("ledger_unknown_account", {"ledger", "9.9", "--from", "202401", "--to", "202401"})
+          .exit_code,
+      1);
 }
 
 // --monthly reads the monthly balance tables, which the demo does not fill:

@@ -168,6 +168,21 @@ TEST_P(ReportTest, FourColumnFiguresAreTheModulesBalancesAndTheJournalsDebitsAnd
         EXPECT_NEAR(f.credits, Soma(a.conta, "C", p), 0.005) << a.conta;
       }
       ExpectSyntheticSums(t);
+      // A condition every entry meets sends the debits and credits through
+      // the module's balances instead of the journal's sums: the same
+      // figures.
+      reports::BalanceFilters todas;
+      todas.filtro = "{$ALIAS$}.LANCAMENTO > 0";
+      const reports::TrialBalance m =
+          reports::FourColumnTrialBalance(*dm_, *trace_, 1, 1, p, todas);
+      ASSERT_EQ(m.figures.size(), t.figures.size());
+      for (size_t i = 0; i < t.chart.size(); ++i) {
+        EXPECT_NEAR(m.figures[i].opening, t.figures[i].opening, 0.005) << t.chart[i].conta;
+        EXPECT_NEAR(m.figures[i].debits, t.figures[i].debits, 0.005) << t.chart[i].conta;
+        EXPECT_NEAR(m.figures[i].credits, t.figures[i].credits, 0.005) << t.chart[i].conta;
+        EXPECT_NEAR(m.figures[i].closing, t.figures[i].closing, 0.005) << t.chart[i].conta;
+      }
+      EXPECT_TRUE(m.inconsistent.empty()) << m.inconsistent.front();
       EXPECT_TRUE(t.inconsistent.empty()) << t.inconsistent.front();
       EXPECT_TRUE(t.DebitsEqualCredits()) << t.totals.debits << " " << t.totals.credits;
       EXPECT_TRUE(t.ClosingSumsToZero()) << t.totals.closing;
