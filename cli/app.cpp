@@ -68,7 +68,8 @@ int RunKvctb(int argc, char** argv) {
                  "The module's server-type name (SQLITE, FIREBIRD, POSTGRESQL, SQLSERVER,\n"
                  "ORACLE); derived from the URL by default. Example: --server-type FIREBIRD");
   app.add_option("--format", globals.format,
-                 "Output format: table, csv or json. Example: --format csv")
+                 "Output format: table, csv or json (export: ledger or csv).\n"
+                 "Example: --format csv")
       ->capture_default_str();
   app.add_option("--trace-sql", globals.trace_sql,
                  "Write every statement sent to the server to FILE, one JSON object a line\n"
@@ -111,8 +112,13 @@ int RunKvctb(int argc, char** argv) {
   }
   try {
     globals.Check();
-    for (const Command& c : commands)
-      if (c.app->parsed()) return c.run(RunContext{globals, trace.get()});
+    for (const Command& c : commands) {
+      if (!c.app->parsed()) continue;
+      if (globals.output_format == Format::kLedger && c.app->get_name() != "export")
+        throw UsageError("--format", "'ledger' is the format of export alone; " +
+                                         c.app->get_name() + " gives table, csv or json");
+      return c.run(RunContext{globals, trace.get()});
+    }
     return kExitUsage;
   } catch (const UsageError& e) {
     std::cerr << "kvctb: " << e.what() << "\n";

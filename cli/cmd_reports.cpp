@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "accounting/reports/general_ledger.h"
+#include "accounting/reports/journal.h"
 #include "accounting/reports/trial_balance.h"
 #include "cli/commands.h"
 #include "cli/validate.h"
@@ -113,6 +114,95 @@ int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
 }
 
 void AddReportCommands(CLI::App& app, Commands& commands) {
+  struct RangeOptions {
+    std::string from, to;
+  };
+
+  // ---- journal ----
+  auto jo = std::make_shared<RangeOptions>();
+  CLI::App* journal = app.add_subcommand(
+      "journal",
+      "The entries of months of one year in date order, each pair together (the entry it was\n"
+      "generated from first): date, entry, origin, account, description, debit, credit,\n"
+      "document, standard history and complementary history.\n"
+      "Example: kvctb journal --from 202403 --to 202403");
+  journal->add_option("--from", jo->from, "First month, YYYYMM. Example: --from 202401")
+      ->required();
+  journal
+      ->add_option("--to", jo->to,
+                   "Last month, YYYYMM, in the year of --from. Example: --to 202403")
+      ->required();
+  commands.push_back(
+      {journal, [jo](const RunContext& ctx) {
+         const reports::Period period = CheckedPeriod(jo->from, jo->to);
+         Session session(ctx.options, ctx.trace);
+         const std::vector<reports::ChartAccount> chart =
+             reports::ReadChart(session.Connection(), ctx.options.empresa, ctx.options.revenda);
+         const auto index = reports::IndexByCode(chart);
+         const bool table = ctx.options.output_format == Format::kTable;
+         Output out;
+         out.columns = {"date",  "entry",  "origin",   "account", "description",
+                        "debit", "credit", "document", "history", "complement"};
+         reports::ForEachJournalMonth(
+             session.Connection(), ctx.options.empresa, ctx.options.revenda, period,
+             [&](const std::vector<reports::JournalEntry>& month) {
+               for (const reports::JournalEntry& e : month) {
+                 const auto found = index.find(e.conta);
+                 out.rows.push_back(
+                     {fmt::format("{:04}-{:02}-{:02}", e.ano_mes / 100, e.ano_mes % 100, e.dia),
+                      int64_t{e.lancamento},
+                      e.lco_origem ? Cell{int64_t{*e.lco_origem}} : Cell{Null{}}, e.conta,
+                      found == index.end() ? std::string() : chart[found->second].descricao,
+                      table && !e.debit ? Cell{Null{}} : Cell{Amount{e.debit ? e.valor : 0}},
+                      table && e.debit ? Cell{Null{}} : Cell{Amount{e.debit ? 0 : e.valor}},
+                      OptionalCell(e.documento),
+                      e.historico_padrao ? Cell{int64_t{*e.historico_padrao}} : Cell{Null{}},
+                      e.his_complementar});
+               }
+             });
+         PrintOutput(ctx.options, out);
+         return kExitOk;
+       }});
+
+  // ---- export ----
+  auto ex = std::make_shared<RangeOptions>();
+  CLI::App* exporting = app.add_subcommand(
+      "export",
+      "The journal of months of one year for other tools, on standard output: with --format\n"
+      "ledger (the default) in the plain-text accounting journal format, an opening-balances\n"
+      "transaction and then one balanced transaction per pair of entries, accounts named by\n"
+      "their path in the chart; with --format csv one row per entry.\n"
+      "Example: kvctb export --from 202401 --to 202412 > books.journal");
+  exporting->add_option("--from", ex->from, "First month, YYYYMM. Example: --from 202401")
+      ->required();
+  exporting
+      ->add_option("--to", ex->to,
+                   "Last month, YYYYMM, in the year of --from. Example: --to 202412")
+      ->required();
+  commands.push_back(
+      {exporting, [ex](const RunContext& ctx) {
+         const reports::Period period = CheckedPeriod(ex->from, ex->to);
+         if (ctx.options.output_format == Format::kJson)
+           throw UsageError("--format", "export writes ledger or csv");
+         Session session(ctx.options, ctx.trace);
+         const reports::ExportSummary summary =
+             ctx.options.output_format == Format::kCsv
+                 ? reports::ExportJournalCsv(session.Connection(), ctx.options.empresa,
+                                             ctx.options.revenda, period, std::cout)
+                 : reports::ExportLedgerJournal(session.Module(), session.Connection(),
+                                                ctx.options.empresa, ctx.options.revenda, period,
+                                                std::cout);
+         std::cout.flush();
+         if (!summary.unbalanced.empty())
+           std::cerr << fmt::format(
+               "kvctb: warning: {} transaction(s) do not balance, first {}: written as unbalanced "
+               "(virtual) postings, so that every account's balance stays exact\n",
+               summary.unbalanced.size(), summary.unbalanced.front());
+         if (!ctx.options.quiet)
+           std::cerr << fmt::format("kvctb: exported {} entries\n", summary.entries);
+         return kExitOk;
+       }});
+
   // ---- ledger ----
   struct LedgerOptions {
     std::string account, from, to;

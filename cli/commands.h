@@ -54,7 +54,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands);   // balance, moveme
                                                               // trial-balance
 void AddClosingCommands(CLI::App& app, Commands& commands);   // close-result, close-year,
                                                               // rollup, rebuild
-void AddReportCommands(CLI::App& app, Commands& commands);    // ledger
+void AddReportCommands(CLI::App& app, Commands& commands);    // journal, export, ledger
 
 // The four-column trial balance (trial-balance --from --to): the months as
 // given on the command line, and how much of the chart to show.

@@ -15,7 +15,8 @@
 
 namespace kvc::cli {
 
-enum class Format { kTable, kCsv, kJson };
+// kLedger, the plain-text accounting journal, is the export's alone.
+enum class Format { kTable, kCsv, kJson, kLedger };
 
 // An amount in currency units, printed with two decimals.
 struct Amount {

@@ -91,8 +91,11 @@ void GlobalOptions::Check() {
     output_format = Format::kCsv;
   else if (format == "json")
     output_format = Format::kJson;
+  else if (format == "ledger")
+    output_format = Format::kLedger;
   else
-    throw UsageError("--format", fmt::format("'{}' is not one of table, csv, json",
+    throw UsageError("--format", fmt::format("'{}' is not one of table, csv, json (or ledger, "
+                                             "for export)",
                                              CheckedText("--format", format)));
   if (!server_type.empty()) {
     const db::Dialect* d = db::DialectByTipoBanco(CheckedText("--server-type", server_type));

@@ -522,6 +522,87 @@ TEST_F(GoldenTest, LedgerListsTheEntriesOfAnAccountWithItsRunningBalance) {
       1);
 }
 
+TEST_F(GoldenTest, JournalAndExportListEveryEntryOfTheMonthsPairByPair) {
+  Expect("journal", {"journal", "--from", "202403", "--to", "202403"});
+  Expect("export_csv", {"--format", "csv", "export", "--from", "202403", "--to", "202403"});
+  const RunResult ledger =
+      Expect("export_ledger", {"export", "--from", "202412", "--to", "202412"});
+  EXPECT_EQ(ledger.exit_code, 0);
+  // One posting line per entry of the month, beside the opening balances.
+  long long postings = 0;
+  std::istringstream in(ledger.out);
+  bool opening = false;
+  for (std::string line; std::getline(in, line);) {
+    if (line.find("opening balances") != std::string::npos) opening = true;
+    if (line.empty()) opening = false;
+    if (!opening && line.rfind("    ", 0) == 0 && line.rfind("    ;", 0) != 0) ++postings;
+  }
+  EXPECT_EQ(postings, Count("select count(*) from CTB_LANCAMENTO where ANO_MES = 202412"));
+  EXPECT_EQ(Run({"--format", "json", "export", "--from", "202401", "--to", "202401"}).exit_code, 2);
+  EXPECT_EQ(Expect("usage_ledger_format_elsewhere",
+                   {"--format", "ledger", "balance", "1", "--month", "202401"})
+                .exit_code,
+            2);
+}
+
+// The books exported in the plain-text accounting format give hledger, the
+// independent tool, every account's balance of kvctb's trial balance to the
+// cent.
+TEST_F(GoldenTest, ExportedJournalGivesHledgerTheTrialBalanceToTheCent) {
+  if (std::system("hledger --version > /dev/null 2>&1") != 0) {
+    const char* require = std::getenv("KVC_REQUIRE_SERVERS");
+    if (require && std::string(require) == "1")
+      FAIL() << "hledger is required (scripts/install-deps.sh installs it)";
+    GTEST_SKIP() << "hledger is not installed";
+  }
+  const RunResult exported = Run({"--quiet", "export", "--from", "202401", "--to", "202412"});
+  ASSERT_EQ(exported.exit_code, 0) << exported.err;
+  EXPECT_EQ(exported.err, "");
+  WriteFile(dir_ + "/books.journal", exported.out);
+  const std::string command =
+      "hledger -f '" + dir_ + "/books.journal' balance --flat -O csv --no-total 2>&1";
+  std::string csv;
+  {
+    FILE* pipe = popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) csv.append(buffer, n);
+    ASSERT_EQ(pclose(pipe), 0) << csv;
+  }
+  // "account","balance" rows; the account's code is the last level's first
+  // word.
+  std::map<std::string, double> hledger;
+  std::istringstream in(csv);
+  std::string line;
+  std::getline(in, line);
+  ASSERT_EQ(line, "\"account\",\"balance\"");
+  while (std::getline(in, line)) {
+    const size_t split = line.find("\",\"");
+    ASSERT_NE(split, std::string::npos) << line;
+    const std::string name = line.substr(1, split - 1);
+    const std::string amount = line.substr(split + 3, line.size() - split - 4);
+    const std::string last = name.substr(name.rfind(':') + 1);
+    hledger[last.substr(0, last.find(' '))] = std::stod(amount);
+  }
+  const auto report =
+      Json(Run({"--format", "json", "trial-balance", "--from", "202401", "--to", "202412"}));
+  size_t compared = 0;
+  for (const auto& row : report["accounts"]) {
+    if (row["type"] != "A") continue;
+    const std::string account = row["account"];
+    const double closing = row["closing"];
+    const auto found = hledger.find(account);
+    EXPECT_NEAR(found == hledger.end() ? 0.0 : found->second, closing, 0.005) << account;
+    if (found != hledger.end()) {
+      hledger.erase(found);
+      ++compared;
+    }
+  }
+  EXPECT_TRUE(hledger.empty()) << "hledger has an account kvctb does not: "
+                               << hledger.begin()->first;
+  EXPECT_GT(compared, 250u);
+}
+
 // --monthly reads the monthly balance tables, which the demo does not fill:
 // refused until monthly-build has filled the months it reads, then the same
 // balances as from the journal.
