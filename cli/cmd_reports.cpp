@@ -5,6 +5,7 @@
 // figures out.
 #include <cmath>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 #include <fmt/format.h>
@@ -22,7 +23,8 @@ Cell OptionalCell(const std::optional<int64_t>& v) { return v ? Cell{*v} : Cell{
 
 reports::Period CheckedPeriod(const std::string& from_text, const std::string& to_text) {
   const reports::Period period{ParseMonth("--from", from_text), ParseMonth("--to", to_text)};
-  if (period.to < period.from) throw UsageError("--to", "before --from");
+  if (period.to < period.from)
+    throw UsageError("--to", fmt::format("{} is before --from {}", period.to, period.from));
   if (period.to / 100 != period.from / 100)
     throw UsageError("--to",
                      fmt::format("{} is not in the year of --from {}: a report covers months of "
@@ -104,6 +106,11 @@ int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
   // Machine formats carry the verdict in their data (JSON) or not at all
   // (CSV): a user reading them is told on standard error when it matters.
   if (!narrowed && !balanced && !table) std::cerr << "kvctb: warning: " << verdict << "\n";
+  if (!report.beneath_analytic.empty())
+    std::cerr << fmt::format(
+        "kvctb: warning: {} account(s) lie beneath an analytic account, first {}: no balance "
+        "and no total counts them; give them a synthetic parent in the chart\n",
+        report.beneath_analytic.size(), report.beneath_analytic.front());
   if (!report.inconsistent.empty())
     std::cerr << fmt::format(
         "kvctb: warning: the opening balance plus debits minus credits is not the closing "
@@ -140,27 +147,39 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
              reports::ReadChart(session.Connection(), ctx.options.empresa, ctx.options.revenda);
          const auto index = reports::IndexByCode(chart);
          const bool table = ctx.options.output_format == Format::kTable;
+         // A table aligns every row, so it holds them; CSV and JSON are
+         // written month by month.
          Output out;
          out.columns = {"date",  "entry",  "origin",   "account", "description",
                         "debit", "credit", "document", "history", "complement"};
+         std::optional<RowWriter> writer;
+         if (!table) writer.emplace(std::cout, out.columns, ctx.options.output_format);
          reports::ForEachJournalMonth(
              session.Connection(), ctx.options.empresa, ctx.options.revenda, period,
              [&](const std::vector<reports::JournalEntry>& month) {
                for (const reports::JournalEntry& e : month) {
                  const auto found = index.find(e.conta);
-                 out.rows.push_back(
-                     {fmt::format("{:04}-{:02}-{:02}", e.ano_mes / 100, e.ano_mes % 100, e.dia),
-                      int64_t{e.lancamento},
-                      e.lco_origem ? Cell{int64_t{*e.lco_origem}} : Cell{Null{}}, e.conta,
-                      found == index.end() ? std::string() : chart[found->second].descricao,
-                      table && !e.debit ? Cell{Null{}} : Cell{Amount{e.debit ? e.valor : 0}},
-                      table && e.debit ? Cell{Null{}} : Cell{Amount{e.debit ? 0 : e.valor}},
-                      OptionalCell(e.documento),
-                      e.historico_padrao ? Cell{int64_t{*e.historico_padrao}} : Cell{Null{}},
-                      e.his_complementar});
+                 std::vector<Cell> row = {
+                     fmt::format("{:04}-{:02}-{:02}", e.ano_mes / 100, e.ano_mes % 100, e.dia),
+                     int64_t{e.lancamento},
+                     e.lco_origem ? Cell{int64_t{*e.lco_origem}} : Cell{Null{}},
+                     e.conta,
+                     found == index.end() ? std::string() : chart[found->second].descricao,
+                     table && !e.debit ? Cell{Null{}} : Cell{Amount{e.debit ? e.valor : 0}},
+                     table && e.debit ? Cell{Null{}} : Cell{Amount{e.debit ? 0 : e.valor}},
+                     OptionalCell(e.documento),
+                     e.historico_padrao ? Cell{int64_t{*e.historico_padrao}} : Cell{Null{}},
+                     e.his_complementar};
+                 if (writer)
+                   writer->Row(row);
+                 else
+                   out.rows.push_back(std::move(row));
                }
              });
-         PrintOutput(ctx.options, out);
+         if (writer)
+           writer->Finish();
+         else
+           PrintOutput(ctx.options, out);
          return kExitOk;
        }});
 

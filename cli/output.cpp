@@ -82,6 +82,35 @@ nlohmann::ordered_json ToJson(const Output& output) {
   return a;
 }
 
+RowWriter::RowWriter(std::ostream& out, std::vector<std::string> columns, Format format)
+    : out_(out), columns_(std::move(columns)), format_(format) {
+  if (format_ != Format::kCsv) return;
+  for (size_t i = 0; i < columns_.size(); ++i) out_ << (i ? "," : "") << CsvField(columns_[i]);
+  out_ << "\n";
+}
+
+void RowWriter::Row(const std::vector<Cell>& row) {
+  if (format_ == Format::kCsv) {
+    for (size_t i = 0; i < row.size(); ++i)
+      out_ << (i ? "," : "") << CsvField(CellText(row[i], false));
+    out_ << "\n";
+  } else {
+    // An element of the array as dump(2) indents it.
+    const std::string object = ToJson(Output{columns_, {row}, true}).dump(2);
+    out_ << (rows_ ? ",\n  " : "[\n  ");
+    for (char c : object) {
+      out_ << c;
+      if (c == '\n') out_ << "  ";
+    }
+  }
+  ++rows_;
+}
+
+void RowWriter::Finish() {
+  if (format_ == Format::kJson) out_ << (rows_ ? "\n]\n" : "[]\n");
+  out_.flush();
+}
+
 void Print(std::ostream& out, const Output& output, Format format) {
   if (format == Format::kJson) {
     out << ToJson(output).dump(2) << "\n";

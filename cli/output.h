@@ -40,6 +40,24 @@ std::string FormatAmount(double value, bool grouped);
 double RoundCents(double value);
 
 nlohmann::ordered_json ToJson(const Output& output);
+
+// Rows written as they come, in CSV or JSON, for outputs too long to hold (a
+// table needs every row before it can align its columns). The text is the
+// one Print gives for the same rows.
+class RowWriter {
+ public:
+  // REQUIRES: `format` is kCsv or kJson.
+  RowWriter(std::ostream& out, std::vector<std::string> columns, Format format);
+  void Row(const std::vector<Cell>& row);
+  // Ends the output (the JSON array's bracket).
+  void Finish();
+
+ private:
+  std::ostream& out_;
+  std::vector<std::string> columns_;
+  Format format_;
+  long long rows_ = 0;
+};
 void Print(std::ostream& out, const Output& output, Format format);
 
 }  // namespace kvc::cli

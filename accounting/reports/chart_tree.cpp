@@ -12,14 +12,13 @@ constexpr char kChart[] =
     " where EMPRESA = :EMPRESA and REVENDA = :REVENDA"
     " order by CONTA";
 
-// Fixed-width columns come back padded on some servers.
-std::string Text(const db::Value& v) {
-  std::string s = v.IsNull() ? std::string() : v.AsString();
+}  // namespace
+
+std::string ColumnText(const db::Value& value) {
+  std::string s = value.IsNull() ? std::string() : value.AsString();
   while (!s.empty() && s.back() == ' ') s.pop_back();
   return s;
 }
-
-}  // namespace
 
 std::unordered_map<std::string, size_t> IndexByCode(const std::vector<ChartAccount>& chart) {
   std::unordered_map<std::string, size_t> index;
@@ -33,10 +32,10 @@ std::vector<ChartAccount> ReadChart(db::Connection& connection, int32_t empresa,
   const db::BoundParams params = {{"EMPRESA", db::Value(empresa)}, {"REVENDA", db::Value(revenda)}};
   for (const auto& row : connection.Query(kChart, params).rows) {
     ChartAccount a;
-    a.conta = Text(row.at(0));
-    a.superiora = Text(row.at(1));
-    a.nivel = Text(row.at(2));
-    a.descricao = Text(row.at(3));
+    a.conta = ColumnText(row.at(0));
+    a.superiora = ColumnText(row.at(1));
+    a.nivel = ColumnText(row.at(2));
+    a.descricao = ColumnText(row.at(3));
     chart.push_back(std::move(a));
   }
   // Depths: walk up from each account until a known depth or the top. A
@@ -74,13 +73,17 @@ std::vector<std::string> AnalyticBeneath(const std::vector<ChartAccount>& chart,
   std::vector<std::string> found;
   for (const ChartAccount& a : chart) {
     if (!a.Analytic()) continue;
-    // Up the parents until `conta` or the top; depth bounds the walk.
+    // Up the parents until `conta` or the top; depth bounds the walk. An
+    // account beneath another analytic account is not in that account's
+    // balance (the module does not walk below an analytic account), so the
+    // walk stops there.
     const ChartAccount* at = &a;
     for (int step = a.depth; step > 0; --step) {
       if (at->conta == conta) {
         found.push_back(a.conta);
         break;
       }
+      if (at != &a && at->Analytic()) break;
       const auto parent = index.find(at->superiora);
       if (parent == index.end()) break;
       at = &chart[parent->second];

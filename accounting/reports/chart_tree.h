@@ -35,6 +35,10 @@ class ChartError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A text column as the reports show it: null as empty, without the blanks
+// that fixed-width columns come back padded with on some servers.
+std::string ColumnText(const db::Value& value);
+
 // Every account of `empresa` and `revenda`, in code order, with its depth. A
 // parent missing from the chart makes its children top-level accounts
 // (depth 1). Throws ChartError on a cycle; database errors propagate.

@@ -17,12 +17,6 @@ constexpr char kEntries[] =
     " and ANO_MES between :DE and :ATE"
     " order by ANO_MES, DIA, LANCAMENTO";
 
-std::string Text(const db::Value& v) {
-  std::string s = v.IsNull() ? std::string() : v.AsString();
-  while (!s.empty() && s.back() == ' ') s.pop_back();
-  return s;
-}
-
 template <typename T>
 std::optional<T> Optional(const db::Value& v) {
   if (v.IsNull()) return std::nullopt;
@@ -69,9 +63,11 @@ GeneralLedger ReadGeneralLedger(TddmContabilidadeBD& module, db::Connection& con
       e.conta = analytic;
       e.documento = Optional<int64_t>(row.at(4));
       e.historico_padrao = Optional<int32_t>(row.at(5));
-      e.his_complementar = Text(row.at(6));
-      const double valor = row.at(8).AsFloat();
-      (Text(row.at(7)) == "D" ? e.debit : e.credit) = valor;
+      e.his_complementar = ColumnText(row.at(6));
+      // An entry of neither nature counts in no balance of the module.
+      const std::string natureza = ColumnText(row.at(7));
+      if (natureza != "D" && natureza != "C") continue;
+      (natureza == "D" ? e.debit : e.credit) = row.at(8).AsFloat();
       ledger.entries.push_back(std::move(e));
     }
   }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -13,15 +14,9 @@ namespace {
 
 constexpr char kMonthEntries[] =
     "select DIA, LANCAMENTO, LCO_ORIGEM, CONTA, NATUREZA, VAL_LANCAMENTO, DOCUMENTO,"
-    " HISTORICO_PADRAO, HIS_COMPLEMENTAR"
+    " HISTORICO_PADRAO, HIS_COMPLEMENTAR, ENCERRAMENTO_EXERCICIO"
     " from CTB_LANCAMENTO"
     " where EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES = :ANO_MES";
-
-std::string Text(const db::Value& v) {
-  std::string s = v.IsNull() ? std::string() : v.AsString();
-  while (!s.empty() && s.back() == ' ') s.pop_back();
-  return s;
-}
 
 // An amount with two decimals and a point, whatever the locale; -0.00 is
 // 0.00.
@@ -108,15 +103,27 @@ void ForEachJournalMonth(db::Connection& connection, int32_t empresa, int32_t re
       e.dia = row.at(0).IsNull() ? 0 : static_cast<int32_t>(row.at(0).AsInteger());
       e.lancamento = static_cast<int32_t>(row.at(1).AsInteger());
       if (!row.at(2).IsNull()) e.lco_origem = static_cast<int32_t>(row.at(2).AsInteger());
-      e.conta = Text(row.at(3));
-      e.debit = Text(row.at(4)) == "D";
+      e.conta = ColumnText(row.at(3));
+      // An entry of neither nature counts in no balance of the module, and in
+      // no report.
+      const std::string natureza = ColumnText(row.at(4));
+      if (natureza != "D" && natureza != "C") continue;
+      e.debit = natureza == "D";
       e.valor = row.at(5).AsFloat();
       if (!row.at(6).IsNull()) e.documento = row.at(6).AsInteger();
       if (!row.at(7).IsNull()) e.historico_padrao = static_cast<int32_t>(row.at(7).AsInteger());
-      e.his_complementar = Text(row.at(8));
+      e.his_complementar = ColumnText(row.at(8));
+      e.encerramento = ColumnText(row.at(9)) == "S";
       entries.push_back(std::move(e));
     }
     if (entries.empty()) continue;
+    std::unordered_set<int32_t> closing_entries;
+    for (const JournalEntry& e : entries)
+      if (e.encerramento) closing_entries.insert(e.lancamento);
+    for (JournalEntry& e : entries)
+      e.par = e.lco_origem                                                 ? *e.lco_origem
+              : !e.encerramento && closing_entries.count(e.lancamento - 1) ? e.lancamento - 1
+                                                                           : e.lancamento;
     // Pairs together, then pairs by the day of their first entry.
     std::sort(entries.begin(), entries.end(), [](const JournalEntry& a, const JournalEntry& b) {
       return std::make_tuple(a.Pair(), a.lancamento) < std::make_tuple(b.Pair(), b.lancamento);
@@ -159,7 +166,7 @@ ExportSummary ExportLedgerJournal(TddmContabilidadeBD& module, db::Connection& c
 
   // 1. The opening balances, as one transaction.
   std::vector<std::pair<std::string, double>> openings;
-  double sum = 0;
+  long long cents = 0;  // as written, so that the check is the other tools'
   for (const ChartAccount& a : chart) {
     if (!a.Analytic()) continue;
     double saldo = 0;
@@ -167,7 +174,7 @@ ExportSummary ExportLedgerJournal(TddmContabilidadeBD& module, db::Connection& c
                            "", a.conta, "A", "", saldo, true, false, "", "");
     if (std::llround(saldo * 100) == 0) continue;
     openings.emplace_back(a.conta, saldo);
-    sum += saldo;
+    cents += std::llround(saldo * 100);
   }
   auto write = [&](const std::string& header,
                    const std::vector<std::pair<std::string, double>>& postings, bool balanced) {
@@ -179,7 +186,7 @@ ExportSummary ExportLedgerJournal(TddmContabilidadeBD& module, db::Connection& c
     out << "\n";
   };
   if (!openings.empty()) {
-    const bool balanced = std::llround(sum * 100) == 0;
+    const bool balanced = cents == 0;
     if (!balanced) summary.unbalanced.push_back("opening balances");
     write(fmt::format("{} opening balances", Date(period.from, 1)), openings, balanced);
     ++summary.transactions;
@@ -192,15 +199,17 @@ ExportSummary ExportLedgerJournal(TddmContabilidadeBD& module, db::Connection& c
         for (size_t i = 0; i < month.size();) {
           const JournalEntry& first = month[i];
           postings.clear();
-          long long cents = 0;
+          long long pair_cents = 0;
+          int32_t dia = first.dia;  // the pair's first day, by which it is ordered
           size_t j = i;
           for (; j < month.size() && month[j].Pair() == first.Pair(); ++j) {
+            dia = std::min(dia, month[j].dia);
             const double valor = month[j].debit ? month[j].valor : -month[j].valor;
             postings.emplace_back(month[j].conta, valor);
-            cents += std::llround(valor * 100);
+            pair_cents += std::llround(valor * 100);
           }
-          std::string header = fmt::format("{} ({}) {}", Date(first.ano_mes, first.dia),
-                                           first.Pair(), OneLine(first.his_complementar));
+          std::string header = fmt::format("{} ({}) {}", Date(first.ano_mes, dia), first.Pair(),
+                                           OneLine(first.his_complementar));
           while (!header.empty() && header.back() == ' ') header.pop_back();
           std::string note;
           if (first.documento) note += fmt::format("document {}", *first.documento);
@@ -208,9 +217,9 @@ ExportSummary ExportLedgerJournal(TddmContabilidadeBD& module, db::Connection& c
             note += fmt::format("{}standard history {}", note.empty() ? "" : ", ",
                                 *first.historico_padrao);
           if (!note.empty()) header += "\n    ; " + note;
-          if (cents != 0)
+          if (pair_cents != 0)
             summary.unbalanced.push_back(fmt::format("{}/{}", first.ano_mes, first.Pair()));
-          write(header, postings, cents == 0);
+          write(header, postings, pair_cents == 0);
           summary.entries += static_cast<long long>(j - i);
           ++summary.transactions;
           i = j;
@@ -231,13 +240,15 @@ ExportSummary ExportJournalCsv(db::Connection& connection, int32_t empresa, int3
       connection, empresa, revenda, period, [&](const std::vector<JournalEntry>& month) {
         for (const JournalEntry& e : month) {
           const auto found = index.find(e.conta);
-          out << Date(e.ano_mes, e.dia) << ',' << e.lancamento << ','
-              << (e.lco_origem ? std::to_string(*e.lco_origem) : "") << ',' << CsvField(e.conta)
-              << ',' << CsvField(found == index.end() ? "" : chart[found->second].descricao) << ','
-              << (e.debit ? 'D' : 'C') << ',' << Cents(e.valor) << ','
-              << (e.documento ? std::to_string(*e.documento) : "") << ','
-              << (e.historico_padrao ? std::to_string(*e.historico_padrao) : "") << ','
-              << CsvField(e.his_complementar) << '\n';
+          // fmt, not the stream, writes the numbers: a host's stream may carry
+          // a locale that groups digits.
+          out << fmt::format(
+              "{},{},{},{},{},{},{},{},{},{}\n", Date(e.ano_mes, e.dia), e.lancamento,
+              e.lco_origem ? std::to_string(*e.lco_origem) : "", CsvField(e.conta),
+              CsvField(found == index.end() ? "" : chart[found->second].descricao),
+              e.debit ? 'D' : 'C', Cents(e.valor), e.documento ? std::to_string(*e.documento) : "",
+              e.historico_padrao ? std::to_string(*e.historico_padrao) : "",
+              CsvField(e.his_complementar));
         }
         summary.entries += static_cast<long long>(month.size());
       });

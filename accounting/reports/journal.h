@@ -32,8 +32,12 @@ struct JournalEntry {
   std::optional<int64_t> documento;
   std::optional<int32_t> historico_padrao;
   std::string his_complementar;
-  // The entry that opens its pair: its origin, or itself.
-  int32_t Pair() const { return lco_origem ? *lco_origem : lancamento; }
+  bool encerramento = false;  // ENCERRAMENTO_EXERCICIO "S": a result-calculation entry
+  // The entry that opens its pair: the origin of a generated entry; for the
+  // counter-entry of a result-calculation entry (numbered right after it,
+  // with no origin), that entry; otherwise itself. Set by ForEachJournalMonth.
+  int32_t par = 0;
+  int32_t Pair() const { return par; }
 };
 
 // Calls `visit` once per month of `period` that has entries, with that

@@ -54,8 +54,9 @@ void CheckPeriod(const Period& period) {
 int32_t MonthBefore(int32_t from) { return from - 1; }
 
 bool BalanceFilters::Narrowing() const {
-  return centro_custo > -1 || fonte > -1 || categoria > -1 || secao_oficina > -1 ||
-         revenda_divisao > -1 || !tipo_item.empty() ||
+  // As the module counts them: any number but -1 is a filter.
+  return centro_custo != -1 || fonte != -1 || categoria != -1 || secao_oficina != -1 ||
+         revenda_divisao != -1 || !tipo_item.empty() ||
          (!modalidade.empty() && modalidade != "SPED") || !centros_custo.empty() ||
          !revendas_desconsiderar.empty() || !filtro.empty();
 }
@@ -111,15 +112,14 @@ TrialBalance FourColumnTrialBalance(TddmContabilidadeBD& module, db::Connection&
                                     {"DE", db::Value(period.from)},
                                     {"ATE", db::Value(period.to)}};
     for (const auto& row : connection.Query(kDebitsAndCredits, params).rows) {
-      std::string conta = row.at(0).IsNull() ? std::string() : row.at(0).AsString();
-      while (!conta.empty() && conta.back() == ' ') conta.pop_back();
-      const auto found = index.find(conta);
+      const auto found = index.find(ColumnText(row.at(0)));
       // An entry on an account the chart does not hold stays out of the
       // report, as it stays out of every balance; the totals then show it.
       if (found == index.end() || !report.chart[found->second].Analytic()) continue;
-      const std::string natureza = row.at(1).IsNull() ? std::string() : row.at(1).AsString();
+      const std::string natureza = ColumnText(row.at(1));
       Figures& f = report.figures[found->second];
-      (natureza == "D" ? f.debits : f.credits) += row.at(2).AsFloat();
+      if (natureza == "D") f.debits += row.at(2).AsFloat();
+      if (natureza == "C") f.credits += row.at(2).AsFloat();
     }
   } else {
     const std::string debits = NatureCondition(filters.filtro, 'D');
@@ -137,6 +137,14 @@ TrialBalance FourColumnTrialBalance(TddmContabilidadeBD& module, db::Connection&
     if (report.chart[i].Analytic() &&
         std::fabs(f.opening + f.debits - f.credits - f.closing) >= kHalfCent)
       report.inconsistent.push_back(report.chart[i].conta);
+  }
+  {
+    const auto index = IndexByCode(report.chart);
+    for (const ChartAccount& a : report.chart) {
+      const auto parent = index.find(a.superiora);
+      if (!a.Root() && parent != index.end() && report.chart[parent->second].Analytic())
+        report.beneath_analytic.push_back(a.conta);
+    }
   }
   RollUp(report.chart, report.figures);
   for (size_t i = 0; i < report.chart.size(); ++i)

@@ -69,6 +69,10 @@ struct TrialBalance {
   // Analytic accounts whose opening plus debits minus credits is not their
   // closing balance (the module's figures disagree with each other).
   std::vector<std::string> inconsistent;
+  // Accounts whose parent is an analytic account: no balance counts them
+  // (the module does not walk below an analytic account), so neither do the
+  // totals.
+  std::vector<std::string> beneath_analytic;
 
   bool DebitsEqualCredits() const;
   bool ClosingSumsToZero() const;

@@ -8,12 +8,14 @@
 #include <cstdlib>
 #include <map>
 #include <regex>
+#include <sstream>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "accounting/db/connection.h"
 #include "cli/kvctb_process.h"
+#include "cli/output.h"
 #include "support/records.h"
 
 namespace kvc::cli::testing {
@@ -543,6 +545,46 @@ TEST_F(GoldenTest, JournalAndExportListEveryEntryOfTheMonthsPairByPair) {
                    {"--format", "ledger", "balance", "1", "--month", "202401"})
                 .exit_code,
             2);
+}
+
+// The journal writes CSV and JSON month by month through RowWriter: the same
+// text as Print gives for the same rows, none held.
+TEST(RowWriterTest, WritesWhatPrintWrites) {
+  Output output;
+  output.columns = {"name", "amount", "count", "none"};
+  output.rows = {{std::string("a, \"b\""), Amount{-1234.5}, int64_t{7}, Null{}},
+                 {std::string("c"), Amount{0.004}, int64_t{-1}, Null{}}};
+  for (Format format : {Format::kCsv, Format::kJson}) {
+    std::ostringstream printed, written;
+    Print(printed, output, format);
+    RowWriter writer(written, output.columns, format);
+    for (const auto& row : output.rows) writer.Row(row);
+    writer.Finish();
+    EXPECT_EQ(written.str(), printed.str());
+    std::ostringstream empty_printed, empty_written;
+    Print(empty_printed, Output{output.columns, {}, false}, format);
+    RowWriter empty(empty_written, output.columns, format);
+    empty.Finish();
+    EXPECT_EQ(empty_written.str(), empty_printed.str());
+  }
+}
+
+// The result calculation writes each closing entry and its counter-entry
+// (numbered right after it) without an origin: the journal and the export
+// keep them together as one balanced transaction.
+TEST_F(GoldenTest, ExportKeepsTheResultCalculationsEntriesPaired) {
+  const RunResult closed =
+      Run({"--quiet", "close-result", "--month", "202412", "--day", "31", "--year", "2024",
+           "--history", "99", "--result-account", "2.9.1.01", "--confirm"});
+  ASSERT_EQ(closed.exit_code, 0) << closed.err;
+  ASSERT_GT(Count("select count(*) from CTB_LANCAMENTO where ENCERRAMENTO_EXERCICIO = 'S'"), 0);
+  const RunResult exported = Run({"--quiet", "export", "--from", "202412", "--to", "202412"});
+  ASSERT_EQ(exported.exit_code, 0) << exported.err;
+  EXPECT_EQ(exported.err, "");  // no unbalanced transaction
+  EXPECT_EQ(exported.out.find("    ("), std::string::npos);
+  const RunResult report =
+      Run({"--format", "json", "trial-balance", "--from", "202412", "--to", "202412"});
+  EXPECT_TRUE(Json(report)["balanced"].get<bool>());
 }
 
 // The books exported in the plain-text accounting format give hledger, the
