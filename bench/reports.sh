@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The reports of kvctb on posted books, each run several times under
 # /usr/bin/time: the median wall time and the peak resident memory, for the
-# four-column trial balance and the month form of the trial
-# balance, the general ledger of the busiest analytic account and of a
+# four-column trial balance and the month form of the trial balance, the
+# balance sheet, the income statement, the general ledger of the busiest analytic account and of a
 # top-level account, the journal export in both formats (with its entries per
 # second). Prints the machine and the command.
 #
@@ -49,6 +49,8 @@ echo "command: bench/reports.sh $*"
 echo
 measure "trial-balance --from ${year}01 --to ${year}12" trial-balance --from "${year}01" --to "${year}12"
 measure "trial-balance --month ${year}12" trial-balance --month "${year}12"
+measure "balance-sheet --month ${year}12" balance-sheet --month "${year}12"
+measure "income-statement --from ${year}01 --to ${year}12" income-statement --from "${year}01" --to "${year}12"
 measure "ledger $busiest (the busiest account)" ledger "$busiest" --from "${year}01" --to "${year}12"
 measure "ledger 1 (a top-level account)" ledger 1 --from "${year}01" --to "${year}12"
 measure "export --format ledger" export --from "${year}01" --to "${year}12"

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "accounting/reports/financial_statements.h"
 #include "accounting/reports/trial_balance.h"
 #include "cli/commands.h"
 #include "cli/validate.h"
@@ -66,6 +67,22 @@ Filters CheckFilters(const FilterOptions& o) {
   f.geral = o.general;
   f.por_divisao = o.by_division;
   return f;
+}
+
+// The filters as the reporting layer takes them.
+reports::BalanceFilters ReportFilters(const Filters& f) {
+  reports::BalanceFilters r;
+  r.centro_custo = f.centro_custo;
+  r.fonte = f.fonte;
+  r.categoria = f.categoria;
+  r.secao_oficina = f.secao_oficina;
+  r.revenda_divisao = f.revenda_divisao;
+  r.tipo_item = f.tipo_item;
+  r.modalidade = f.modalidade;
+  r.centros_custo = f.centros_custo;
+  r.revendas_desconsiderar = f.revendas_desconsiderar;
+  r.filtro = f.filtro;
+  return r;
 }
 
 // The commands with --by-division read the division values only in that
@@ -422,17 +439,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
            TrialBalanceLayout layout = t->layout;
            if (!t->depth.empty()) layout.depth = ParseInt("--depth", t->depth, 1, 99);
            const Filters f = CheckFilters(t->filters);
-           reports::BalanceFilters filters;
-           filters.centro_custo = f.centro_custo;
-           filters.fonte = f.fonte;
-           filters.categoria = f.categoria;
-           filters.secao_oficina = f.secao_oficina;
-           filters.revenda_divisao = f.revenda_divisao;
-           filters.tipo_item = f.tipo_item;
-           filters.modalidade = f.modalidade;
-           filters.centros_custo = f.centros_custo;
-           filters.revendas_desconsiderar = f.revendas_desconsiderar;
-           filters.filtro = f.filtro;
+           const reports::BalanceFilters filters = ReportFilters(f);
            Session session(ctx.options, ctx.trace);
            return PrintFourColumnTrialBalance(ctx, session, layout, filters);
          }
@@ -447,17 +454,10 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          // beneath them (BuscaSaldoConta would walk the chart again for each).
          const std::vector<reports::ChartAccount> chart =
              reports::ReadChart(session.Connection(), ctx.options.empresa, ctx.options.revenda);
-         std::vector<double> balances(chart.size(), 0.0);
-         for (size_t i = 0; i < chart.size(); ++i) {
-           if (!chart[i].Analytic()) continue;
-           double saldo = 0;
-           balances[i] = session.Module().BuscaSaldoConta(
-               ctx.options.empresa, ctx.options.revenda, month, 0, 0, f.centro_custo, f.fonte,
-               f.categoria, f.secao_oficina, f.revenda_divisao, f.tipo_item, f.modalidade,
-               chart[i].conta, "A", f.centros_custo, saldo, true, f.mensal, f.filtro,
-               f.revendas_desconsiderar);
-         }
-         reports::RollUp(chart, balances);
+         const reports::BalanceFilters filters = ReportFilters(f);
+         const std::vector<double> balances =
+             reports::BalancesAt(session.Module(), chart, ctx.options.empresa, ctx.options.revenda,
+                                 month, filters, f.mensal);
          Output out;
          out.columns = {"account", "parent", "level", "balance"};
          double roots = 0;

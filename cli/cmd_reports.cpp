@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "accounting/reports/financial_statements.h"
 #include "accounting/reports/general_ledger.h"
 #include "accounting/reports/journal.h"
 #include "accounting/reports/trial_balance.h"
@@ -55,6 +56,40 @@ std::string Verdict(const reports::TrialBalance& report, bool narrowed) {
 bool Zero(const reports::Figures& f) {
   return std::llround(f.opening * 100) == 0 && std::llround(f.debits * 100) == 0 &&
          std::llround(f.credits * 100) == 0 && std::llround(f.closing * 100) == 0;
+}
+
+// How much of a statement to show: --depth and --hide-zero as the options
+// give them.
+struct StatementOptions {
+  std::string depth;
+  bool hide_zero = false;
+  int Depth() const { return depth.empty() ? 0 : ParseInt("--depth", depth, 1, 99); }
+};
+
+void AddStatementOptions(CLI::App* sub, StatementOptions& o) {
+  sub->add_option("--depth", o.depth,
+                  "Show the chart down to this level (1 for the top-level accounts).\n"
+                  "Example: --depth 2");
+  sub->add_flag("--hide-zero", o.hide_zero, "Leave out accounts whose amount is zero.");
+}
+
+// The rows of a statement's accounts: account (indented in a table),
+// description, level, type and the amount.
+void StatementRows(const std::vector<reports::StatementLine>& lines, int depth, bool hide_zero,
+                   bool table, Output& out, const std::string& section = "") {
+  for (const reports::StatementLine& l : lines) {
+    const reports::ChartAccount& a = l.account;
+    if (depth > 0 && a.depth > depth) continue;
+    if (hide_zero && std::llround(l.amount * 100) == 0) continue;
+    std::vector<Cell> row;
+    if (!section.empty()) row.push_back(section);
+    row.push_back(table ? std::string(2 * (a.depth - 1), ' ') + a.conta : a.conta);
+    row.push_back(a.descricao);
+    row.push_back(int64_t{a.depth});
+    row.push_back(a.nivel);
+    row.push_back(Amount{l.amount});
+    out.rows.push_back(std::move(row));
+  }
 }
 
 }  // namespace
@@ -182,6 +217,121 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
            PrintOutput(ctx.options, out);
          return kExitOk;
        }});
+
+  // ---- balance-sheet ----
+  struct SheetOptions {
+    std::string month;
+    StatementOptions shown;
+  };
+  auto bs = std::make_shared<SheetOptions>();
+  CLI::App* sheet = app.add_subcommand(
+      "balance-sheet",
+      "The balance sheet at the end of a month: assets (accounts beginning with 1), liabilities\n"
+      "and equity (beginning with 2) with their subtotals, the result not yet closed (the\n"
+      "result accounts' balance), and whether assets equal liabilities and equity plus that\n"
+      "result. Example: kvctb balance-sheet --month 202412 --depth 2");
+  sheet->add_option("--month", bs->month, "Month, YYYYMM. Example: --month 202412")->required();
+  AddStatementOptions(sheet, bs->shown);
+  commands.push_back(
+      {sheet, [bs](const RunContext& ctx) {
+         const int32_t month = ParseMonth("--month", bs->month);
+         const int depth = bs->shown.Depth();
+         Session session(ctx.options, ctx.trace);
+         const reports::BalanceSheet b =
+             reports::ReadBalanceSheet(session.Module(), session.Connection(), ctx.options.empresa,
+                                       ctx.options.revenda, month);
+         const bool table = ctx.options.output_format == Format::kTable;
+         const std::string verdict =
+             b.Balances()
+                 ? "assets equal liabilities and equity plus the result not yet closed"
+                 : fmt::format(
+                       "THE BALANCE SHEET DOES NOT BALANCE: assets {} against liabilities "
+                       "and equity plus the unclosed result {} (difference {})",
+                       FormatAmount(b.total_assets, true),
+                       FormatAmount(b.total_liabilities + b.unclosed_result, true),
+                       FormatAmount(b.total_assets - b.total_liabilities - b.unclosed_result,
+                                    true));
+         Output out;
+         out.columns = {"section", "account", "description", "level", "type", "balance"};
+         StatementRows(b.assets, depth, bs->shown.hide_zero, table, out, "assets");
+         StatementRows(b.liabilities, depth, bs->shown.hide_zero, table, out, "liabilities");
+         if (ctx.options.output_format == Format::kJson) {
+           nlohmann::ordered_json j;
+           j["month"] = month;
+           j["accounts"] = ToJson(out);
+           j["total_assets"] = RoundCents(b.total_assets);
+           j["total_liabilities_and_equity"] = RoundCents(b.total_liabilities);
+           j["unclosed_result"] = RoundCents(b.unclosed_result);
+           j["balanced"] = b.Balances();
+           std::cout << j.dump(2) << "\n";
+           std::cout.flush();
+         } else {
+           if (table) {
+             auto total = [&](const char* label, double amount) {
+               out.rows.push_back(
+                   {Null{}, std::string(label), Null{}, Null{}, Null{}, Amount{amount}});
+             };
+             total("total assets", b.total_assets);
+             total("total liabilities and equity", b.total_liabilities);
+             total("result not yet closed", b.unclosed_result);
+             total("liabilities, equity and result", b.total_liabilities + b.unclosed_result);
+           }
+           PrintOutput(ctx.options, out);
+           if (table) std::cout << "\n" << verdict << "\n";
+         }
+         if (!b.Balances() && !table) std::cerr << "kvctb: warning: " << verdict << "\n";
+         return kExitOk;
+       }});
+
+  // ---- income-statement ----
+  struct IncomeOptions {
+    std::string from, to;
+    StatementOptions shown;
+  };
+  auto is = std::make_shared<IncomeOptions>();
+  CLI::App* income = app.add_subcommand(
+      "income-statement",
+      "The income statement of months of one year: the result accounts (codes from 3 up)\n"
+      "with their movement, revenue positive and expenses negative, subtotals by the chart,\n"
+      "and the period's result; the result calculation's own entries are left out.\n"
+      "Example: kvctb income-statement --from 202401 --to 202412 --depth 2");
+  income->add_option("--from", is->from, "First month, YYYYMM. Example: --from 202401")->required();
+  income
+      ->add_option("--to", is->to,
+                   "Last month, YYYYMM, in the year of --from. Example: --to 202412")
+      ->required();
+  AddStatementOptions(income, is->shown);
+  commands.push_back({income, [is](const RunContext& ctx) {
+                        const reports::Period period = CheckedPeriod(is->from, is->to);
+                        const int depth = is->shown.Depth();
+                        Session session(ctx.options, ctx.trace);
+                        const reports::IncomeStatement st = reports::ReadIncomeStatement(
+                            session.Connection(), ctx.options.empresa, ctx.options.revenda, period);
+                        const bool table = ctx.options.output_format == Format::kTable;
+                        Output out;
+                        out.columns = {"account", "description", "level", "type", "amount"};
+                        StatementRows(st.lines, depth, is->shown.hide_zero, table, out);
+                        if (ctx.options.output_format == Format::kJson) {
+                          nlohmann::ordered_json j;
+                          j["from"] = period.from;
+                          j["to"] = period.to;
+                          j["accounts"] = ToJson(out);
+                          j["result"] = RoundCents(st.result);
+                          nlohmann::ordered_json months = nlohmann::ordered_json::array();
+                          for (const auto& [month, result] : st.monthly)
+                            months.push_back({{"month", month}, {"result", RoundCents(result)}});
+                          j["monthly"] = months;
+                          std::cout << j.dump(2) << "\n";
+                          std::cout.flush();
+                        } else {
+                          if (table)
+                            out.rows.push_back(
+                                {std::string(st.result >= 0 ? "result (profit)" : "result (loss)"),
+                                 Null{}, Null{}, Null{}, Amount{st.result}});
+                          PrintOutput(ctx.options, out);
+                        }
+                        return kExitOk;
+                      }});
 
   // ---- export ----
   auto ex = std::make_shared<RangeOptions>();

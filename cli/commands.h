@@ -54,7 +54,9 @@ void AddBalanceCommands(CLI::App& app, Commands& commands);   // balance, moveme
                                                               // trial-balance
 void AddClosingCommands(CLI::App& app, Commands& commands);   // close-result, close-year,
                                                               // rollup, rebuild
-void AddReportCommands(CLI::App& app, Commands& commands);    // journal, export, ledger
+void AddReportCommands(CLI::App& app, Commands& commands);    // ledger, journal,
+                                                              // balance-sheet,
+                                                              // income-statement, export
 
 // The four-column trial balance (trial-balance --from --to): the months as
 // given on the command line, and how much of the chart to show.

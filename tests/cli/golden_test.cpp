@@ -547,6 +547,54 @@ TEST_F(GoldenTest, JournalAndExportListEveryEntryOfTheMonthsPairByPair) {
             2);
 }
 
+TEST_F(GoldenTest, BalanceSheetAndIncomeStatementFollowTheChartAndBalance) {
+  Expect("balance_sheet", {"balance-sheet", "--month", "202412", "--depth", "2"});
+  Expect("income_statement",
+         {"income-statement", "--from", "202401", "--to", "202412", "--depth", "2"});
+  const auto sheet = Json(Run({"--format", "json", "balance-sheet", "--month", "202406"}));
+  EXPECT_TRUE(sheet["balanced"].get<bool>());
+  EXPECT_NEAR(
+      sheet["total_assets"].get<double>(),
+      sheet["total_liabilities_and_equity"].get<double>() + sheet["unclosed_result"].get<double>(),
+      0.005);
+  EXPECT_GT(sheet["total_assets"].get<double>(), 0.0);
+  // The period's result is the result accounts' credits minus debits.
+  const auto income =
+      Json(Run({"--format", "json", "income-statement", "--from", "202403", "--to", "202409"}));
+  const double journal =
+      Db()->Query(
+              "select coalesce(sum(case when NATUREZA = 'C' then VAL_LANCAMENTO else "
+              "-VAL_LANCAMENTO end), 0) from CTB_LANCAMENTO where CONTA >= '3' and ANO_MES "
+              "between 202403 and 202409",
+              {})
+          .rows.at(0)
+          .at(0)
+          .AsFloat();
+  EXPECT_NEAR(income["result"].get<double>(), journal, 0.005);
+  double months = 0;
+  for (const auto& m : income["monthly"]) months += m["result"].get<double>();
+  EXPECT_NEAR(months, journal, 0.005);
+  EXPECT_EQ(income["monthly"].size(), 7u);
+}
+
+// The result calculation zeroes the result accounts with entries of its own;
+// the income statement leaves them out and still shows what the year earned,
+// and the balance sheet still balances with the result now in equity.
+TEST_F(GoldenTest, IncomeStatementOfAClosedYearShowsWhatItEarned) {
+  const double before = Json(Run(
+      {"--format", "json", "income-statement", "--from", "202401", "--to", "202412"}))["result"];
+  const RunResult closed =
+      Run({"--quiet", "close-result", "--month", "202412", "--day", "31", "--year", "2024",
+           "--history", "99", "--result-account", "2.9.1.01", "--confirm"});
+  ASSERT_EQ(closed.exit_code, 0) << closed.err;
+  const double after = Json(Run(
+      {"--format", "json", "income-statement", "--from", "202401", "--to", "202412"}))["result"];
+  EXPECT_NEAR(after, before, 0.005);
+  EXPECT_NE(before, 0.0);
+  EXPECT_TRUE(Json(Run({"--format", "json", "balance-sheet", "--month", "202412"}))["balanced"]
+                  .get<bool>());
+}
+
 // The journal writes CSV and JSON month by month through RowWriter: the same
 // text as Print gives for the same rows, none held.
 TEST(RowWriterTest, WritesWhatPrintWrites) {

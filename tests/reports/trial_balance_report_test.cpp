@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "accounting/db/sql_format.h"
+#include "accounting/reports/financial_statements.h"
 #include "accounting/reports/general_ledger.h"
 #include "accounting/reports/trial_balance.h"
 #include "support/test_db.h"
@@ -294,6 +295,45 @@ TEST_P(ReportTest, LedgerListsEveryEntryWithItsRunningBalance) {
                 0.005);
   }
   EXPECT_THROW(reports::ReadGeneralLedger(*dm_, *trace_, 1, 1, p, "9.9.9"), std::invalid_argument);
+}
+
+TEST_P(ReportTest, BalanceSheetAndIncomeStatementAgreeWithTheBalancesAndTheJournal) {
+  for (bool carried : {false, true}) {
+    SCOPED_TRACE(fmt::format("carried-forward rows {}", carried));
+    TearDown();
+    SetUp();
+    analiticas_.clear();
+    Popula(21, carried);
+    const reports::BalanceSheet b = reports::ReadBalanceSheet(*dm_, *trace_, 1, 1, 202409);
+    double assets = 0, liabilities = 0, result = 0;
+    for (const std::string& conta : analiticas_) {
+      const double saldo = Saldo(conta, 202409);
+      if (conta[0] == '1') assets += saldo;
+      if (conta[0] == '2') liabilities -= saldo;
+      if (conta[0] > '2') result -= saldo;
+    }
+    EXPECT_NEAR(b.total_assets, assets, 0.005);
+    EXPECT_NEAR(b.total_liabilities, liabilities, 0.005);
+    EXPECT_NEAR(b.unclosed_result, result, 0.005);
+    EXPECT_TRUE(b.Balances());
+    for (const auto& l : b.assets) EXPECT_EQ(l.account.conta[0], '1');
+    for (const auto& l : b.liabilities) EXPECT_EQ(l.account.conta[0], '2');
+
+    const reports::IncomeStatement st =
+        reports::ReadIncomeStatement(*trace_, 1, 1, {202402, 202408});
+    const double journal =
+        Scalar(*raw_,
+               "select coalesce(sum(case when NATUREZA = 'C' then VAL_LANCAMENTO else "
+               "-VAL_LANCAMENTO end), 0) from CTB_LANCAMENTO where CONTA >= '3' and ANO_MES "
+               "between 202402 and 202408")
+            .AsFloat();
+    EXPECT_NEAR(st.result, journal, 0.005);
+    ASSERT_EQ(st.monthly.size(), 7u);
+    double months = 0;
+    for (const auto& [month, amount] : st.monthly) months += amount;
+    EXPECT_NEAR(months, journal, 0.005);
+    for (const auto& l : st.lines) EXPECT_TRUE(reports::IsResultAccount(l.account.conta));
+  }
 }
 
 KVC_INSTANTIATE_BACKENDS(ReportTest);

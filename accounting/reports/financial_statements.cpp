@@ -1,0 +1,102 @@
+// The balance sheet and the income statement.
+#include "accounting/reports/financial_statements.h"
+
+#include <cmath>
+#include <map>
+
+namespace kvc::reports {
+namespace {
+
+// The movement of the result accounts by month, nature and account, without
+// the result calculation's entries (ENCERRAMENTO_EXERCICIO 'S').
+constexpr char kResultMovement[] =
+    "select ANO_MES, CONTA, NATUREZA, sum(VAL_LANCAMENTO)"
+    " from CTB_LANCAMENTO"
+    " where EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES between :DE and :ATE"
+    " and CONTA >= '3' and coalesce(ENCERRAMENTO_EXERCICIO, 'N') <> 'S'"
+    " group by ANO_MES, CONTA, NATUREZA";
+
+}  // namespace
+
+bool IsResultAccount(const std::string& conta) {
+  return !conta.empty() && static_cast<unsigned char>(conta[0]) > '2';
+}
+
+std::vector<double> BalancesAt(TddmContabilidadeBD& module, const std::vector<ChartAccount>& chart,
+                               int32_t empresa, int32_t revenda, int32_t ano_mes,
+                               const BalanceFilters& f, bool saldo_mensal) {
+  std::vector<double> balances(chart.size(), 0.0);
+  for (size_t i = 0; i < chart.size(); ++i) {
+    if (!chart[i].Analytic()) continue;
+    double saldo = 0;
+    balances[i] = module.BuscaSaldoConta(
+        empresa, revenda, ano_mes, 0, 0, f.centro_custo, f.fonte, f.categoria, f.secao_oficina,
+        f.revenda_divisao, f.tipo_item, f.modalidade, chart[i].conta, "A", f.centros_custo, saldo,
+        true, saldo_mensal, f.filtro, f.revendas_desconsiderar);
+  }
+  RollUp(chart, balances);
+  return balances;
+}
+
+bool BalanceSheet::Balances() const {
+  return std::fabs(total_assets - total_liabilities - unclosed_result) < 0.005;
+}
+
+BalanceSheet ReadBalanceSheet(TddmContabilidadeBD& module, db::Connection& connection,
+                              int32_t empresa, int32_t revenda, int32_t ano_mes) {
+  BalanceSheet sheet;
+  sheet.ano_mes = ano_mes;
+  const std::vector<ChartAccount> chart = ReadChart(connection, empresa, revenda);
+  const std::vector<double> balances = BalancesAt(module, chart, empresa, revenda, ano_mes, {});
+  for (size_t i = 0; i < chart.size(); ++i) {
+    const ChartAccount& a = chart[i];
+    if (IsResultAccount(a.conta)) {
+      if (a.Root()) sheet.unclosed_result -= balances[i];
+    } else if (a.conta[0] == '1') {
+      sheet.assets.push_back({a, balances[i]});
+      if (a.Root()) sheet.total_assets += balances[i];
+    } else {
+      // Liabilities and equity (and any other code below 3) as credit
+      // balances.
+      sheet.liabilities.push_back({a, -balances[i]});
+      if (a.Root()) sheet.total_liabilities -= balances[i];
+    }
+  }
+  return sheet;
+}
+
+IncomeStatement ReadIncomeStatement(db::Connection& connection, int32_t empresa, int32_t revenda,
+                                    const Period& period) {
+  CheckPeriod(period);
+  IncomeStatement statement;
+  statement.period = period;
+  std::vector<ChartAccount> chart = ReadChart(connection, empresa, revenda);
+  std::erase_if(chart, [](const ChartAccount& a) { return !IsResultAccount(a.conta); });
+  const auto index = IndexByCode(chart);
+  std::vector<double> amounts(chart.size(), 0.0);
+  std::map<int32_t, double> monthly;
+  for (int32_t m = period.from; m <= period.to; ++m) monthly[m] = 0;
+  const db::BoundParams params = {{"EMPRESA", db::Value(empresa)},
+                                  {"REVENDA", db::Value(revenda)},
+                                  {"DE", db::Value(period.from)},
+                                  {"ATE", db::Value(period.to)}};
+  for (const auto& row : connection.Query(kResultMovement, params).rows) {
+    const auto found = index.find(ColumnText(row.at(1)));
+    // Outside the chart, or posted to a synthetic account: in no balance.
+    if (found == index.end() || !chart[found->second].Analytic()) continue;
+    const std::string natureza = ColumnText(row.at(2));
+    if (natureza != "D" && natureza != "C") continue;
+    const double valor = (natureza == "C" ? 1 : -1) * row.at(3).AsFloat();
+    amounts[found->second] += valor;
+    monthly[static_cast<int32_t>(row.at(0).AsInteger())] += valor;
+  }
+  RollUp(chart, amounts);
+  for (size_t i = 0; i < chart.size(); ++i) {
+    statement.lines.push_back({chart[i], amounts[i]});
+    if (chart[i].Root()) statement.result += amounts[i];
+  }
+  statement.monthly.assign(monthly.begin(), monthly.end());
+  return statement;
+}
+
+}  // namespace kvc::reports
