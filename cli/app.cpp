@@ -68,7 +68,8 @@ int RunKvctb(int argc, char** argv) {
                  "The module's server-type name (SQLITE, FIREBIRD, POSTGRESQL, SQLSERVER,\n"
                  "ORACLE); derived from the URL by default. Example: --server-type FIREBIRD");
   app.add_option("--format", globals.format,
-                 "Output format: table, csv or json (export: ledger or csv).\n"
+                 "Output format: table, csv or json; export: ledger or csv; the reports\n"
+                 "(trial-balance --from --to, balance-sheet, income-statement, ledger): html.\n"
                  "Example: --format csv")
       ->capture_default_str();
   app.add_option("--trace-sql", globals.trace_sql,
@@ -114,9 +115,16 @@ int RunKvctb(int argc, char** argv) {
     globals.Check();
     for (const Command& c : commands) {
       if (!c.app->parsed()) continue;
-      if (globals.output_format == Format::kLedger && c.app->get_name() != "export")
-        throw UsageError("--format", "'ledger' is the format of export alone; " +
-                                         c.app->get_name() + " gives table, csv or json");
+      const std::string& name = c.app->get_name();
+      if (globals.output_format == Format::kLedger && name != "export")
+        throw UsageError("--format", "'ledger' is the format of export alone; " + name +
+                                         " gives table, csv or json");
+      if (globals.output_format == Format::kHtml && name != "trial-balance" &&
+          name != "balance-sheet" && name != "income-statement" && name != "ledger")
+        throw UsageError("--format",
+                         "'html' is the format of the reports (trial-balance, "
+                         "balance-sheet, income-statement, ledger); " +
+                             name + " gives table, csv or json");
       return c.run(RunContext{globals, trace.get()});
     }
     return kExitUsage;

@@ -15,6 +15,7 @@
 #include "accounting/reports/journal.h"
 #include "accounting/reports/trial_balance.h"
 #include "cli/commands.h"
+#include "cli/html.h"
 #include "cli/validate.h"
 
 namespace kvc::cli {
@@ -92,6 +93,37 @@ void StatementRows(const std::vector<reports::StatementLine>& lines, int depth, 
   }
 }
 
+// The HTML page's line under the title.
+std::string Subtitle(const RunContext& ctx, const std::string& when) {
+  return fmt::format("Company {}, dealership {}: {}", ctx.options.empresa, ctx.options.revenda,
+                     when);
+}
+
+std::string MonthText(int32_t ano_mes) {
+  return fmt::format("{:04}-{:02}", ano_mes / 100, ano_mes % 100);
+}
+
+// An account's row of an HTML page: its cells after the code, in the tree.
+HtmlRow TreeRow(const reports::ChartAccount& a, std::vector<Cell> cells) {
+  cells.insert(cells.begin(), {a.conta, a.descricao});
+  return HtmlRow{a.depth, !a.Analytic(), false, std::move(cells)};
+}
+
+HtmlChart MonthlyChart(const reports::IncomeStatement& st) {
+  HtmlChart chart;
+  chart.title = "Revenue and expense of the result accounts, and the result, by month";
+  for (const reports::IncomeStatement::Month& m : st.monthly) {
+    chart.labels.push_back(MonthText(m.ano_mes));
+    chart.revenue.push_back(m.revenue);
+    chart.expense.push_back(m.expense);
+  }
+  return chart;
+}
+
+bool Shown(const reports::ChartAccount& a, int depth, bool hide_zero, double amount) {
+  return (depth == 0 || a.depth <= depth) && !(hide_zero && std::llround(amount * 100) == 0);
+}
+
 }  // namespace
 
 int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
@@ -118,7 +150,28 @@ int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
   const bool narrowed = filters.Narrowing();
   const bool balanced = report.DebitsEqualCredits() && report.ClosingSumsToZero();
   const std::string verdict = Verdict(report, narrowed);
-  if (ctx.options.output_format == Format::kJson) {
+  if (ctx.options.output_format == Format::kHtml) {
+    HtmlPage page;
+    page.title = "Trial balance";
+    page.subtitle =
+        Subtitle(ctx, fmt::format("{} to {}", MonthText(period.from), MonthText(period.to)));
+    page.columns = {{"Account"}, {"Description"}, {"Opening", true},
+                    {"Debits"},  {"Credits"},     {"Closing", true}};
+    for (size_t i = 0; i < report.chart.size(); ++i) {
+      const reports::ChartAccount& a = report.chart[i];
+      if (layout.depth > 0 && a.depth > layout.depth) continue;
+      if (layout.hide_zero && Zero(report.figures[i])) continue;
+      page.rows.push_back(TreeRow(a, FigureCells(report.figures[i])));
+    }
+    std::vector<Cell> total = {std::string("Total"), Null{}};
+    for (Cell& c : FigureCells(report.totals)) total.push_back(std::move(c));
+    page.rows.push_back(HtmlRow{0, false, true, std::move(total)});
+    page.verdict = verdict;
+    page.verdict_ok = balanced || narrowed;
+    page.chart = MonthlyChart(reports::ReadIncomeStatement(
+        session.Connection(), ctx.options.empresa, ctx.options.revenda, period));
+    WriteHtml(std::cout, page);
+  } else if (ctx.options.output_format == Format::kJson) {
     nlohmann::ordered_json j;
     j["from"] = period.from;
     j["to"] = period.to;
@@ -251,6 +304,31 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                        FormatAmount(b.total_liabilities + b.unclosed_result, true),
                        FormatAmount(b.total_assets - b.total_liabilities - b.unclosed_result,
                                     true));
+         if (ctx.options.output_format == Format::kHtml) {
+           HtmlPage page;
+           page.title = "Balance sheet";
+           page.subtitle = Subtitle(ctx, "at the end of " + MonthText(month));
+           page.columns = {{"Account"}, {"Description"}, {"Balance"}};
+           auto section = [&](const std::vector<reports::StatementLine>& lines) {
+             for (const reports::StatementLine& l : lines)
+               if (Shown(l.account, depth, bs->shown.hide_zero, l.amount))
+                 page.rows.push_back(TreeRow(l.account, {Amount{l.amount}}));
+           };
+           auto total = [&](const char* label, double amount) {
+             page.rows.push_back(
+                 HtmlRow{0, false, true, {std::string(label), Null{}, Amount{amount}}});
+           };
+           section(b.assets);
+           total("Total assets", b.total_assets);
+           section(b.liabilities);
+           total("Total liabilities and equity", b.total_liabilities);
+           total("Result not yet closed", b.unclosed_result);
+           total("Liabilities, equity and result", b.total_liabilities + b.unclosed_result);
+           page.verdict = verdict;
+           page.verdict_ok = b.Balances();
+           WriteHtml(std::cout, page);
+           return kExitOk;
+         }
          Output out;
          out.columns = {"section", "account", "description", "level", "type", "balance"};
          StatementRows(b.assets, depth, bs->shown.hide_zero, table, out, "assets");
@@ -301,37 +379,59 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                    "Last month, YYYYMM, in the year of --from. Example: --to 202412")
       ->required();
   AddStatementOptions(income, is->shown);
-  commands.push_back({income, [is](const RunContext& ctx) {
-                        const reports::Period period = CheckedPeriod(is->from, is->to);
-                        const int depth = is->shown.Depth();
-                        Session session(ctx.options, ctx.trace);
-                        const reports::IncomeStatement st = reports::ReadIncomeStatement(
-                            session.Connection(), ctx.options.empresa, ctx.options.revenda, period);
-                        const bool table = ctx.options.output_format == Format::kTable;
-                        Output out;
-                        out.columns = {"account", "description", "level", "type", "amount"};
-                        StatementRows(st.lines, depth, is->shown.hide_zero, table, out);
-                        if (ctx.options.output_format == Format::kJson) {
-                          nlohmann::ordered_json j;
-                          j["from"] = period.from;
-                          j["to"] = period.to;
-                          j["accounts"] = ToJson(out);
-                          j["result"] = RoundCents(st.result);
-                          nlohmann::ordered_json months = nlohmann::ordered_json::array();
-                          for (const auto& [month, result] : st.monthly)
-                            months.push_back({{"month", month}, {"result", RoundCents(result)}});
-                          j["monthly"] = months;
-                          std::cout << j.dump(2) << "\n";
-                          std::cout.flush();
-                        } else {
-                          if (table)
-                            out.rows.push_back(
-                                {std::string(st.result >= 0 ? "result (profit)" : "result (loss)"),
+  commands.push_back(
+      {income, [is](const RunContext& ctx) {
+         const reports::Period period = CheckedPeriod(is->from, is->to);
+         const int depth = is->shown.Depth();
+         Session session(ctx.options, ctx.trace);
+         const reports::IncomeStatement st = reports::ReadIncomeStatement(
+             session.Connection(), ctx.options.empresa, ctx.options.revenda, period);
+         if (ctx.options.output_format == Format::kHtml) {
+           HtmlPage page;
+           page.title = "Income statement";
+           page.subtitle =
+               Subtitle(ctx, fmt::format("{} to {}", MonthText(period.from), MonthText(period.to)));
+           page.columns = {{"Account"}, {"Description"}, {"Amount"}};
+           for (const reports::StatementLine& l : st.lines)
+             if (Shown(l.account, depth, is->shown.hide_zero, l.amount))
+               page.rows.push_back(TreeRow(l.account, {Amount{l.amount}}));
+           page.rows.push_back(
+               HtmlRow{0,
+                       false,
+                       true,
+                       {std::string(st.result >= 0 ? "Result (profit)" : "Result (loss)"), Null{},
+                        Amount{st.result}}});
+           page.chart = MonthlyChart(st);
+           WriteHtml(std::cout, page);
+           return kExitOk;
+         }
+         const bool table = ctx.options.output_format == Format::kTable;
+         Output out;
+         out.columns = {"account", "description", "level", "type", "amount"};
+         StatementRows(st.lines, depth, is->shown.hide_zero, table, out);
+         if (ctx.options.output_format == Format::kJson) {
+           nlohmann::ordered_json j;
+           j["from"] = period.from;
+           j["to"] = period.to;
+           j["accounts"] = ToJson(out);
+           j["result"] = RoundCents(st.result);
+           nlohmann::ordered_json months = nlohmann::ordered_json::array();
+           for (const reports::IncomeStatement::Month& m : st.monthly)
+             months.push_back({{"month", m.ano_mes},
+                               {"revenue", RoundCents(m.revenue)},
+                               {"expense", RoundCents(m.expense)},
+                               {"result", RoundCents(m.Result())}});
+           j["monthly"] = months;
+           std::cout << j.dump(2) << "\n";
+           std::cout.flush();
+         } else {
+           if (table)
+             out.rows.push_back({std::string(st.result >= 0 ? "result (profit)" : "result (loss)"),
                                  Null{}, Null{}, Null{}, Amount{st.result}});
-                          PrintOutput(ctx.options, out);
-                        }
-                        return kExitOk;
-                      }});
+           PrintOutput(ctx.options, out);
+         }
+         return kExitOk;
+       }});
 
   // ---- export ----
   auto ex = std::make_shared<RangeOptions>();
@@ -400,7 +500,10 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
              reports::ReadGeneralLedger(session.Module(), session.Connection(), ctx.options.empresa,
                                         ctx.options.revenda, period, conta);
          const bool synthetic = g.account.nivel != "A";
-         const bool table = ctx.options.output_format == Format::kTable;
+         // A page shows the ledger as the table does, opening and closing lines
+         // included.
+         const bool table = ctx.options.output_format == Format::kTable ||
+                            ctx.options.output_format == Format::kHtml;
          Output out;
          out.columns = {"date", "entry", "origin", "document", "history", "complement"};
          if (synthetic) out.columns.push_back("account");
@@ -431,6 +534,31 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
            r.push_back(table && e.credit == 0 ? Cell{Null{}} : Cell{Amount{e.credit}});
            r.push_back(Amount{e.balance});
            out.rows.push_back(std::move(r));
+         }
+         if (ctx.options.output_format == Format::kHtml) {
+           HtmlPage page;
+           page.title = fmt::format("General ledger of {}{}{}", g.account.conta,
+                                    g.account.descricao.empty() ? "" : " ", g.account.descricao);
+           page.subtitle =
+               Subtitle(ctx, fmt::format("{} to {}", MonthText(period.from), MonthText(period.to)));
+           for (const std::string& c : out.columns) {
+             std::string title = c;
+             title[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(title[0])));
+             page.columns.push_back({title, c == "balance"});
+           }
+           out.rows.push_back(row(Null{}, std::string("closing balance"), Amount{g.debits},
+                                  Amount{g.credits}, g.closing));
+           for (auto& r : out.rows) page.rows.push_back(HtmlRow{0, false, false, std::move(r)});
+           page.rows.front().total = page.rows.back().total = true;
+           page.verdict = g.Consistent() ? ""
+                                         : fmt::format(
+                                               "The ledger closes at {} but the balance at the end "
+                                               "of the period is {}",
+                                               FormatAmount(g.closing, true),
+                                               FormatAmount(g.balance_at_end, true));
+           page.verdict_ok = g.Consistent();
+           WriteHtml(std::cout, page);
+           return kExitOk;
          }
          if (ctx.options.output_format == Format::kJson) {
            nlohmann::ordered_json j;

@@ -15,8 +15,9 @@
 
 namespace kvc::cli {
 
-// kLedger, the plain-text accounting journal, is the export's alone.
-enum class Format { kTable, kCsv, kJson, kLedger };
+// kLedger, the plain-text accounting journal, is the export's alone; kHtml,
+// a page to look at, the reports' (cli/html.h).
+enum class Format { kTable, kCsv, kJson, kLedger, kHtml };
 
 // An amount in currency units, printed with two decimals.
 struct Amount {

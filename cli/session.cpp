@@ -93,9 +93,11 @@ void GlobalOptions::Check() {
     output_format = Format::kJson;
   else if (format == "ledger")
     output_format = Format::kLedger;
+  else if (format == "html")
+    output_format = Format::kHtml;
   else
-    throw UsageError("--format", fmt::format("'{}' is not one of table, csv, json (or ledger, "
-                                             "for export)",
+    throw UsageError("--format", fmt::format("'{}' is not one of table, csv, json (ledger for "
+                                             "export, html for the reports)",
                                              CheckedText("--format", format)));
   if (!server_type.empty()) {
     const db::Dialect* d = db::DialectByTipoBanco(CheckedText("--server-type", server_type));

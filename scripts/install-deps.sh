@@ -4,7 +4,8 @@
 # libraries, the test and benchmark frameworks, and a comma-decimal locale
 # (pt_BR.UTF-8) for the locale tests, and clang with its sanitizer and
 # libFuzzer runtimes (libclang-rt-dev) and llvm-symbolizer (llvm) for the
-# fuzz targets, and hledger, which checks the exported journal. Idempotent and non-interactive.
+# fuzz targets, hledger, which checks the exported journal, and chromium (with
+# a font), which renders the HTML reports in the browser test. Idempotent and non-interactive.
 set -euo pipefail
 
 packages=(
@@ -16,7 +17,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libfmt-dev nlohmann-json3-dev libcli11-dev
   locales tzdata
-  hledger
+  hledger chromium fonts-dejavu-core
 )
 
 SUDO=""

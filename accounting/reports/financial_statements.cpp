@@ -74,8 +74,8 @@ IncomeStatement ReadIncomeStatement(db::Connection& connection, int32_t empresa,
   std::erase_if(chart, [](const ChartAccount& a) { return !IsResultAccount(a.conta); });
   const auto index = IndexByCode(chart);
   std::vector<double> amounts(chart.size(), 0.0);
-  std::map<int32_t, double> monthly;
-  for (int32_t m = period.from; m <= period.to; ++m) monthly[m] = 0;
+  std::map<int32_t, IncomeStatement::Month> monthly;
+  for (int32_t m = period.from; m <= period.to; ++m) monthly[m].ano_mes = m;
   const db::BoundParams params = {{"EMPRESA", db::Value(empresa)},
                                   {"REVENDA", db::Value(revenda)},
                                   {"DE", db::Value(period.from)},
@@ -86,16 +86,17 @@ IncomeStatement ReadIncomeStatement(db::Connection& connection, int32_t empresa,
     if (found == index.end() || !chart[found->second].Analytic()) continue;
     const std::string natureza = ColumnText(row.at(2));
     if (natureza != "D" && natureza != "C") continue;
-    const double valor = (natureza == "C" ? 1 : -1) * row.at(3).AsFloat();
-    amounts[found->second] += valor;
-    monthly[static_cast<int32_t>(row.at(0).AsInteger())] += valor;
+    const double valor = row.at(3).AsFloat();
+    amounts[found->second] += natureza == "C" ? valor : -valor;
+    IncomeStatement::Month& month = monthly[static_cast<int32_t>(row.at(0).AsInteger())];
+    (natureza == "C" ? month.revenue : month.expense) += valor;
   }
   RollUp(chart, amounts);
   for (size_t i = 0; i < chart.size(); ++i) {
     statement.lines.push_back({chart[i], amounts[i]});
     if (chart[i].Root()) statement.result += amounts[i];
   }
-  statement.monthly.assign(monthly.begin(), monthly.end());
+  for (const auto& [ano_mes, month] : monthly) statement.monthly.push_back(month);
   return statement;
 }
 

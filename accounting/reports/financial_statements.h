@@ -58,8 +58,15 @@ struct IncomeStatement {
   // still shows what it earned.
   std::vector<StatementLine> lines;
   double result = 0;  // the sum of the top-level result accounts, a profit positive
-  // The result of each month of the period, in order.
-  std::vector<std::pair<int32_t, double>> monthly;
+  // Each month of the period, in order: the result accounts' credits
+  // (revenue) and debits (expense); the month's result is their difference.
+  struct Month {
+    int32_t ano_mes = 0;
+    double revenue = 0;
+    double expense = 0;
+    double Result() const { return revenue - expense; }
+  };
+  std::vector<Month> monthly;
 };
 
 // The income statement of `period`. Throws std::invalid_argument for a bad

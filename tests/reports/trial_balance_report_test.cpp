@@ -330,7 +330,7 @@ TEST_P(ReportTest, BalanceSheetAndIncomeStatementAgreeWithTheBalancesAndTheJourn
     EXPECT_NEAR(st.result, journal, 0.005);
     ASSERT_EQ(st.monthly.size(), 7u);
     double months = 0;
-    for (const auto& [month, amount] : st.monthly) months += amount;
+    for (const auto& m : st.monthly) months += m.Result();
     EXPECT_NEAR(months, journal, 0.005);
     for (const auto& l : st.lines) EXPECT_TRUE(reports::IsResultAccount(l.account.conta));
   }
