@@ -58,6 +58,14 @@ TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
       {"close-result", "--month", "202412", "--day", "31", "--year", "2024", "--history", "99",
        "--result-account", "2.9.1.01", "--confirm"},
       {"--format", "csv", "trial-balance", "--month", "202412"},
+      // The reports, after the closings and the result calculation.
+      {"--format", "csv", "trial-balance", "--from", "202401", "--to", "202412"},
+      {"ledger", "1.1.1.01", "--from", "202403", "--to", "202404"},
+      {"--format", "csv", "journal", "--from", "202412", "--to", "202412"},
+      {"--format", "json", "balance-sheet", "--month", "202412"},
+      {"--format", "json", "income-statement", "--from", "202401", "--to", "202412"},
+      {"export", "--from", "202412", "--to", "202412"},
+      {"--format", "html", "trial-balance", "--from", "202401", "--to", "202412"},
   };
   for (const auto& c : commands) {
     const RunResult f = fb(c);
