@@ -214,19 +214,28 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
   };
 
   // ---- journal ----
-  auto jo = std::make_shared<RangeOptions>();
+  struct JournalOptions {
+    std::string from, to;
+    bool division_rows = false;
+  };
+  auto jo = std::make_shared<JournalOptions>();
   CLI::App* journal = app.add_subcommand(
       "journal",
       "The entries of months of one year in date order, each pair together (the entry it was\n"
       "generated from first): date, entry, origin, account, description, debit, credit,\n"
-      "document, standard history and complementary history.\n"
-      "Example: kvctb journal --from 202403 --to 202403");
+      "document, standard history and complementary history; with --division-rows each\n"
+      "entry followed by its division rows.\n"
+      "Example: kvctb journal --from 202403 --to 202403 --division-rows");
   journal->add_option("--from", jo->from, "First month, YYYYMM. Example: --from 202401")
       ->required();
   journal
       ->add_option("--to", jo->to,
                    "Last month, YYYYMM, in the year of --from. Example: --to 202403")
       ->required();
+  journal->add_flag("--division-rows", jo->division_rows,
+                    "Each entry followed by its division rows (kind \"division\"): the\n"
+                    "division values in the description, the row's part of the amount on the\n"
+                    "entry's side.");
   commands.push_back(
       {journal, [jo](const RunContext& ctx) {
          const reports::Period period = CheckedPeriod(jo->from, jo->to);
@@ -240,6 +249,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
          Output out;
          out.columns = {"date",  "entry",  "origin",   "account", "description",
                         "debit", "credit", "document", "history", "complement"};
+         if (jo->division_rows) out.columns.insert(out.columns.begin(), "kind");
          std::optional<RowWriter> writer;
          if (!table) writer.emplace(std::cout, out.columns, ctx.options.output_format);
          reports::ForEachJournalMonth(
@@ -258,12 +268,39 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                      OptionalCell(e.documento),
                      e.historico_padrao ? Cell{int64_t{*e.historico_padrao}} : Cell{Null{}},
                      e.his_complementar};
-                 if (writer)
-                   writer->Row(row);
-                 else
-                   out.rows.push_back(std::move(row));
+                 auto emit = [&](std::vector<Cell> cells, const char* kind) {
+                   if (jo->division_rows) cells.insert(cells.begin(), std::string(kind));
+                   if (writer)
+                     writer->Row(cells);
+                   else
+                     out.rows.push_back(std::move(cells));
+                 };
+                 emit(std::move(row), "entry");
+                 for (const reports::DivisionRow& d : e.divisions) {
+                   std::string values;
+                   auto add = [&](const char* name, const std::string& value) {
+                     if (!value.empty())
+                       values += fmt::format("{}{} {}", values.empty() ? "" : ", ", name, value);
+                   };
+                   auto number = [](const std::optional<int32_t>& v) {
+                     return v ? std::to_string(*v) : std::string();
+                   };
+                   add("dealership", number(d.revenda_divisao));
+                   add("cost centre", number(d.centro_custo));
+                   add("source", number(d.fonte));
+                   add("category", number(d.categoria));
+                   add("workshop section", number(d.secao_oficina));
+                   add("item type", d.tipo_item);
+                   add("modality", d.modalidade_operacao);
+                   const Cell amount = Amount{d.valor};
+                   const Cell none = table ? Cell{Null{}} : Cell{Amount{0}};
+                   emit({Null{}, Null{}, Null{}, e.conta, "division: " + values,
+                         e.debit ? amount : none, e.debit ? none : amount, Null{}, Null{}, Null{}},
+                        "division");
+                 }
                }
-             });
+             },
+             jo->division_rows);
          if (writer)
            writer->Finish();
          else

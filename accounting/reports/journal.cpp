@@ -18,6 +18,18 @@ constexpr char kMonthEntries[] =
     " from CTB_LANCAMENTO"
     " where EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES = :ANO_MES";
 
+constexpr char kMonthDivisions[] =
+    "select LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA,"
+    " TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO"
+    " from CTB_LANCAMENTO_DIVIDIDO"
+    " where EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES = :ANO_MES"
+    " order by LANCAMENTO, SEQUENCIA";
+
+std::optional<int32_t> OptionalInt(const db::Value& v) {
+  if (v.IsNull()) return std::nullopt;
+  return static_cast<int32_t>(v.AsInteger());
+}
+
 // An amount with two decimals and a point, whatever the locale; -0.00 is
 // 0.00.
 std::string Cents(double value) {
@@ -89,7 +101,8 @@ std::string LedgerAccountName(const std::vector<ChartAccount>& chart, size_t i) 
 
 void ForEachJournalMonth(db::Connection& connection, int32_t empresa, int32_t revenda,
                          const Period& period,
-                         const std::function<void(const std::vector<JournalEntry>&)>& visit) {
+                         const std::function<void(const std::vector<JournalEntry>&)>& visit,
+                         bool with_divisions) {
   CheckPeriod(period);
   std::vector<JournalEntry> entries;
   for (int32_t ano_mes = period.from; ano_mes <= period.to; ++ano_mes) {
@@ -117,6 +130,24 @@ void ForEachJournalMonth(db::Connection& connection, int32_t empresa, int32_t re
       entries.push_back(std::move(e));
     }
     if (entries.empty()) continue;
+    if (with_divisions) {
+      std::unordered_map<int32_t, size_t> by_number;
+      for (size_t i = 0; i < entries.size(); ++i) by_number.emplace(entries[i].lancamento, i);
+      for (const auto& row : connection.Query(kMonthDivisions, params).rows) {
+        const auto found = by_number.find(static_cast<int32_t>(row.at(0).AsInteger()));
+        if (found == by_number.end()) continue;  // a row of no entry belongs to no report
+        DivisionRow d;
+        d.revenda_divisao = OptionalInt(row.at(1));
+        d.centro_custo = OptionalInt(row.at(2));
+        d.fonte = OptionalInt(row.at(3));
+        d.categoria = OptionalInt(row.at(4));
+        d.secao_oficina = OptionalInt(row.at(5));
+        d.tipo_item = ColumnText(row.at(6));
+        d.modalidade_operacao = ColumnText(row.at(7));
+        d.valor = row.at(8).AsFloat();
+        entries[found->second].divisions.push_back(std::move(d));
+      }
+    }
     std::unordered_set<int32_t> closing_entries;
     for (const JournalEntry& e : entries)
       if (e.encerramento) closing_entries.insert(e.lancamento);

@@ -21,6 +21,15 @@
 
 namespace kvc::reports {
 
+// A division row of an entry (CTB_LANCAMENTO_DIVIDIDO): the part of its
+// amount that one combination of division values carries. A value the row
+// leaves empty is nullopt.
+struct DivisionRow {
+  std::optional<int32_t> revenda_divisao, centro_custo, fonte, categoria, secao_oficina;
+  std::string tipo_item, modalidade_operacao;
+  double valor = 0;
+};
+
 struct JournalEntry {
   int32_t ano_mes = 0;
   int32_t dia = 0;
@@ -38,14 +47,17 @@ struct JournalEntry {
   // with no origin), that entry; otherwise itself. Set by ForEachJournalMonth.
   int32_t par = 0;
   int32_t Pair() const { return par; }
+  std::vector<DivisionRow> divisions;  // read only when asked for
 };
 
 // Calls `visit` once per month of `period` that has entries, with that
 // month's entries in day order, each pair together (the entry that opens it
-// first). Database errors propagate.
+// first); with `with_divisions`, each entry with its division rows (one more
+// read per month). Database errors propagate.
 void ForEachJournalMonth(db::Connection& connection, int32_t empresa, int32_t revenda,
                          const Period& period,
-                         const std::function<void(const std::vector<JournalEntry>&)>& visit);
+                         const std::function<void(const std::vector<JournalEntry>&)>& visit,
+                         bool with_divisions = false);
 
 // What an export wrote.
 struct ExportSummary {

@@ -595,6 +595,34 @@ TEST_F(GoldenTest, IncomeStatementOfAClosedYearShowsWhatItEarned) {
                   .get<bool>());
 }
 
+// Every report in every format it has, on the demo company.
+TEST_F(GoldenTest, EveryReportInEveryFormat) {
+  const std::vector<std::pair<std::string, std::vector<std::string>>> reports = {
+      {"trial_balance_four_columns",
+       {"trial-balance", "--from", "202404", "--to", "202406", "--depth", "2"}},
+      {"ledger", {"ledger", "1.1.1.02", "--from", "202405", "--to", "202405"}},
+      {"journal", {"journal", "--from", "202402", "--to", "202402", "--division-rows"}},
+      {"balance_sheet", {"balance-sheet", "--month", "202406", "--depth", "2"}},
+      {"income_statement",
+       {"income-statement", "--from", "202401", "--to", "202406", "--depth", "2"}},
+  };
+  for (const auto& [name, args] : reports) {
+    for (const char* format : {"table", "csv", "json", "html"}) {
+      if (name == "journal" && std::string(format) == "html") continue;
+      std::vector<std::string> with_format = {"--format", format};
+      with_format.insert(with_format.end(), args.begin(), args.end());
+      const RunResult r = Expect(fmt::format("all_{}_{}", name, format), with_format);
+      EXPECT_EQ(r.exit_code, 0) << name << " " << format << "\n" << r.err;
+      if (std::string(format) == "json") {
+        EXPECT_NO_THROW(Json(r)) << name;
+      }
+    }
+  }
+  EXPECT_EQ(Run({"--format", "html", "journal", "--from", "202402", "--to", "202402"}).exit_code,
+            2);
+  EXPECT_EQ(Run({"--format", "html", "trial-balance", "--month", "202402"}).exit_code, 2);
+}
+
 // The journal writes CSV and JSON month by month through RowWriter: the same
 // text as Print gives for the same rows, none held.
 TEST(RowWriterTest, WritesWhatPrintWrites) {
