@@ -116,15 +116,19 @@ int RunKvctb(int argc, char** argv) {
     for (const Command& c : commands) {
       if (!c.app->parsed()) continue;
       const std::string& name = c.app->get_name();
+      const bool report = name == "trial-balance" || name == "balance-sheet" ||
+                          name == "income-statement" || name == "ledger";
+      const std::string formats = name == "export" ? "ledger or csv"
+                                  : report         ? "table, csv, json or html"
+                                                   : "table, csv or json";
       if (globals.output_format == Format::kLedger && name != "export")
-        throw UsageError("--format", "'ledger' is the format of export alone; " + name +
-                                         " gives table, csv or json");
-      if (globals.output_format == Format::kHtml && name != "trial-balance" &&
-          name != "balance-sheet" && name != "income-statement" && name != "ledger")
         throw UsageError("--format",
-                         "'html' is the format of the reports (trial-balance, "
-                         "balance-sheet, income-statement, ledger); " +
-                             name + " gives table, csv or json");
+                         "'ledger' is the format of export alone; " + name + " gives " + formats);
+      if (globals.output_format == Format::kHtml && !report)
+        throw UsageError("--format",
+                         "'html' is the format of the reports (trial-balance, balance-sheet, "
+                         "income-statement, ledger); " +
+                             name + " gives " + formats);
       return c.run(RunContext{globals, trace.get()});
     }
     return kExitUsage;

@@ -445,7 +445,7 @@ void AddBalanceCommands(CLI::App& app, Commands& commands) {
          }
          if (t->month.empty()) throw UsageError("--month", "is needed (or --from and --to)");
          if (ctx.options.output_format == Format::kHtml)
-           throw UsageError("--format", "html is the four-column form's (--from and --to)");
+           throw UsageError("--format", "html needs the four-column form (--from and --to)");
          if (t->layout.hide_zero || !t->depth.empty())
            throw UsageError(t->layout.hide_zero ? "--hide-zero" : "--depth",
                             "belongs to the four-column form (--from and --to)");

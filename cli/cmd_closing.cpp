@@ -113,6 +113,15 @@ int RunCloseResult(const RunContext& ctx, const CloseResultOptions& o) {
   const std::string year = ParseYear("--year", o.year);
   const std::string history = std::to_string(ParseInt("--history", o.history, 0, 9999));
   const std::string account = ParseAccount("--result-account", o.result_account);
+  // The calculation closes every account from 3 up; an account among them
+  // would receive the result and be closed itself, and the income statement
+  // could no longer tell the year's result from its closing.
+  if (static_cast<unsigned char>(account[0]) > '2')
+    throw UsageError("--result-account",
+                     fmt::format("{} is a result account (codes from 3 up are closed by the "
+                                 "calculation); the result goes to a balance-sheet account, such "
+                                 "as 2.9.1.01",
+                                 account));
   const std::string exclude = ExclusionList("--exclude-dealerships", o.exclude);
   Session session(ctx.options, ctx.trace);
   if (session.AccountLevel(account) != std::optional<std::string>("A"))

@@ -168,8 +168,10 @@ int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
     page.rows.push_back(HtmlRow{0, false, true, std::move(total)});
     page.verdict = verdict;
     page.verdict_ok = balanced || narrowed;
-    page.chart = MonthlyChart(reports::ReadIncomeStatement(
-        session.Connection(), ctx.options.empresa, ctx.options.revenda, period));
+    // The chart is of the whole books; a narrowed report goes without it.
+    if (!narrowed)
+      page.chart = MonthlyChart(reports::ReadIncomeStatement(
+          session.Connection(), ctx.options.empresa, ctx.options.revenda, period));
     WriteHtml(std::cout, page);
   } else if (ctx.options.output_format == Format::kJson) {
     nlohmann::ordered_json j;
@@ -249,7 +251,13 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
          Output out;
          out.columns = {"date",  "entry",  "origin",   "account", "description",
                         "debit", "credit", "document", "history", "complement"};
-         if (jo->division_rows) out.columns.insert(out.columns.begin(), "kind");
+         // Division rows carry their part of the amount in a column of their
+         // own, so that the debit and credit columns still add up to the
+         // journal's.
+         if (jo->division_rows) {
+           out.columns.insert(out.columns.begin(), "kind");
+           out.columns.push_back("division_amount");
+         }
          std::optional<RowWriter> writer;
          if (!table) writer.emplace(std::cout, out.columns, ctx.options.output_format);
          reports::ForEachJournalMonth(
@@ -268,14 +276,17 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                      OptionalCell(e.documento),
                      e.historico_padrao ? Cell{int64_t{*e.historico_padrao}} : Cell{Null{}},
                      e.his_complementar};
-                 auto emit = [&](std::vector<Cell> cells, const char* kind) {
-                   if (jo->division_rows) cells.insert(cells.begin(), std::string(kind));
+                 auto emit = [&](std::vector<Cell> cells, const char* kind, Cell part) {
+                   if (jo->division_rows) {
+                     cells.insert(cells.begin(), std::string(kind));
+                     cells.push_back(std::move(part));
+                   }
                    if (writer)
                      writer->Row(cells);
                    else
                      out.rows.push_back(std::move(cells));
                  };
-                 emit(std::move(row), "entry");
+                 emit(std::move(row), "entry", Null{});
                  for (const reports::DivisionRow& d : e.divisions) {
                    std::string values;
                    auto add = [&](const char* name, const std::string& value) {
@@ -292,11 +303,9 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                    add("workshop section", number(d.secao_oficina));
                    add("item type", d.tipo_item);
                    add("modality", d.modalidade_operacao);
-                   const Cell amount = Amount{d.valor};
-                   const Cell none = table ? Cell{Null{}} : Cell{Amount{0}};
-                   emit({Null{}, Null{}, Null{}, e.conta, "division: " + values,
-                         e.debit ? amount : none, e.debit ? none : amount, Null{}, Null{}, Null{}},
-                        "division");
+                   emit({Null{}, Null{}, Null{}, e.conta, "division: " + values, Null{}, Null{},
+                         Null{}, Null{}, Null{}},
+                        "division", Amount{e.debit ? d.valor : -d.valor});
                  }
                }
              },
@@ -381,10 +390,11 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
            std::cout << j.dump(2) << "\n";
            std::cout.flush();
          } else {
-           if (table) {
+           // The totals close the table and the CSV (JSON has them as fields).
+           {
              auto total = [&](const char* label, double amount) {
-               out.rows.push_back(
-                   {Null{}, std::string(label), Null{}, Null{}, Null{}, Amount{amount}});
+               out.rows.push_back({table ? Cell{Null{}} : Cell{std::string("total")},
+                                   std::string(label), Null{}, Null{}, Null{}, Amount{amount}});
              };
              total("total assets", b.total_assets);
              total("total liabilities and equity", b.total_liabilities);
@@ -395,6 +405,11 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
            if (table) std::cout << "\n" << verdict << "\n";
          }
          if (!b.Balances() && !table) std::cerr << "kvctb: warning: " << verdict << "\n";
+         if (!b.unclassified.empty())
+           std::cerr << fmt::format(
+               "kvctb: warning: {} account(s) begin with neither 1 (assets), 2 (liabilities and "
+               "equity) nor 3 and above (result), first {}: shown among the liabilities\n",
+               b.unclassified.size(), b.unclassified.front());
          return kExitOk;
        }});
 

@@ -49,6 +49,7 @@ document.querySelectorAll('button.fold').forEach(function (b) {
     }
   });
 });
+document.documentElement.dataset.folding = 'ready';
 )";
 
 std::string AmountText(double value, bool balance) {
@@ -96,7 +97,7 @@ void WriteChart(std::ostream& out, const HtmlChart& chart) {
       out << fmt::format(
           "<rect class=\"{}\" x=\"{:.1f}\" y=\"{:.1f}\" width=\"{:.1f}\" height=\"{:.1f}\" "
           "fill=\"{}\" data-value=\"{}\"><title>{} {}: {}</title></rect>\n",
-          kind, x0, y0, bar, h, colour, FormatAmount(v, false), chart.labels[i], kind,
+          kind, x0, y0, bar, h, colour, FormatAmount(v, false), HtmlEscaped(chart.labels[i]), kind,
           FormatAmount(v, true));
     };
     rect("revenue", "#2e7d32", x + slot * 0.12, chart.revenue[i]);
@@ -107,8 +108,8 @@ void WriteChart(std::ostream& out, const HtmlChart& chart) {
         "<circle class=\"result\" cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"3\" fill=\"#1a4f9c\" "
         "data-value=\"{}\"><title>{} result: {}</title></circle>\n"
         "<text x=\"{:.1f}\" y=\"{}\" text-anchor=\"middle\">{}</text>\n",
-        cx, y(result), FormatAmount(result, false), chart.labels[i], FormatAmount(result, true), cx,
-        height - 8, HtmlEscaped(chart.labels[i]));
+        cx, y(result), FormatAmount(result, false), HtmlEscaped(chart.labels[i]),
+        FormatAmount(result, true), cx, height - 8, HtmlEscaped(chart.labels[i]));
   }
   if (n > 1)
     out << "<polyline fill=\"none\" stroke=\"#1a4f9c\" stroke-width=\"2\" points=\"" << line
@@ -159,7 +160,11 @@ void WriteHtml(std::ostream& out, const HtmlPage& page) {
   out << "<table id=\"report\">\n<thead><tr>";
   for (const HtmlColumn& c : page.columns) out << "<th>" << HtmlEscaped(c.title) << "</th>";
   out << "</tr></thead>\n<tbody>\n";
-  for (const HtmlRow& row : page.rows) {
+  for (size_t r = 0; r < page.rows.size(); ++r) {
+    const HtmlRow& row = page.rows[r];
+    // A fold button only where there is something beneath to fold.
+    const bool folds =
+        row.foldable && r + 1 < page.rows.size() && page.rows[r + 1].depth > row.depth;
     std::string classes = row.total ? "total" : row.foldable ? "synthetic" : "";
     out << "<tr" << (classes.empty() ? "" : " class=\"" + classes + "\"") << " data-depth=\""
         << row.depth << "\">";
@@ -176,12 +181,13 @@ void WriteHtml(std::ostream& out, const HtmlPage& page) {
       std::string text;
       if (const auto* s = std::get_if<std::string>(&cell)) text = HtmlEscaped(*s);
       if (const auto* n = std::get_if<int64_t>(&cell)) text = std::to_string(*n);
+      if (const auto* b = std::get_if<bool>(&cell)) text = *b ? "yes" : "no";
       if (i == 0 && row.depth > 0) {
         // The account, indented by its level, with the fold button.
         text = fmt::format("<span style=\"padding-left:{}px\">{}{}</span>", 16 * (row.depth - 1),
-                           row.foldable ? "<button class=\"fold\">\u25be</button>"
-                                        : "<span style=\"display:inline-block;width:18px\">"
-                                          "</span>",
+                           folds ? "<button class=\"fold\">\u25be</button>"
+                                 : "<span style=\"display:inline-block;width:18px\">"
+                                   "</span>",
                            text);
       }
       out << (std::holds_alternative<int64_t>(cell) ? "<td class=\"amount\">" : "<td>") << text

@@ -48,18 +48,22 @@ BalanceSheet ReadBalanceSheet(TddmContabilidadeBD& module, db::Connection& conne
   sheet.ano_mes = ano_mes;
   const std::vector<ChartAccount> chart = ReadChart(connection, empresa, revenda);
   const std::vector<double> balances = BalancesAt(module, chart, empresa, revenda, ano_mes, {});
+  // The totals add the analytic accounts of each class, whatever the shape
+  // of the tree above them.
   for (size_t i = 0; i < chart.size(); ++i) {
     const ChartAccount& a = chart[i];
+    const bool analytic = a.Analytic();
     if (IsResultAccount(a.conta)) {
-      if (a.Root()) sheet.unclosed_result -= balances[i];
+      if (analytic) sheet.unclosed_result -= balances[i];
     } else if (a.conta[0] == '1') {
       sheet.assets.push_back({a, balances[i]});
-      if (a.Root()) sheet.total_assets += balances[i];
+      if (analytic) sheet.total_assets += balances[i];
     } else {
-      // Liabilities and equity (and any other code below 3) as credit
-      // balances.
+      // Liabilities and equity as credit balances; a code below 1 is shown
+      // with them and named.
+      if (a.conta[0] != '2') sheet.unclassified.push_back(a.conta);
       sheet.liabilities.push_back({a, -balances[i]});
-      if (a.Root()) sheet.total_liabilities -= balances[i];
+      if (analytic) sheet.total_liabilities -= balances[i];
     }
   }
   return sheet;
@@ -74,6 +78,9 @@ IncomeStatement ReadIncomeStatement(db::Connection& connection, int32_t empresa,
   std::erase_if(chart, [](const ChartAccount& a) { return !IsResultAccount(a.conta); });
   const auto index = IndexByCode(chart);
   std::vector<double> amounts(chart.size(), 0.0);
+  // Each month's net amount per account: a net credit is revenue, a net
+  // debit expense (a sales return lowers revenue, it is no expense).
+  std::map<std::pair<int32_t, size_t>, double> net;
   std::map<int32_t, IncomeStatement::Month> monthly;
   for (int32_t m = period.from; m <= period.to; ++m) monthly[m].ano_mes = m;
   const db::BoundParams params = {{"EMPRESA", db::Value(empresa)},
@@ -86,16 +93,16 @@ IncomeStatement ReadIncomeStatement(db::Connection& connection, int32_t empresa,
     if (found == index.end() || !chart[found->second].Analytic()) continue;
     const std::string natureza = ColumnText(row.at(2));
     if (natureza != "D" && natureza != "C") continue;
-    const double valor = row.at(3).AsFloat();
-    amounts[found->second] += natureza == "C" ? valor : -valor;
-    IncomeStatement::Month& month = monthly[static_cast<int32_t>(row.at(0).AsInteger())];
-    (natureza == "C" ? month.revenue : month.expense) += valor;
+    const double valor = natureza == "C" ? row.at(3).AsFloat() : -row.at(3).AsFloat();
+    amounts[found->second] += valor;
+    net[{static_cast<int32_t>(row.at(0).AsInteger()), found->second}] += valor;
   }
+  for (const auto& [key, valor] : net)
+    (valor > 0 ? monthly[key.first].revenue : monthly[key.first].expense) += std::fabs(valor);
+  for (size_t i = 0; i < chart.size(); ++i)
+    if (chart[i].Analytic()) statement.result += amounts[i];
   RollUp(chart, amounts);
-  for (size_t i = 0; i < chart.size(); ++i) {
-    statement.lines.push_back({chart[i], amounts[i]});
-    if (chart[i].Root()) statement.result += amounts[i];
-  }
+  for (size_t i = 0; i < chart.size(); ++i) statement.lines.push_back({chart[i], amounts[i]});
   for (const auto& [ano_mes, month] : monthly) statement.monthly.push_back(month);
   return statement;
 }

@@ -36,11 +36,15 @@ struct BalanceSheet {
   int32_t ano_mes = 0;
   std::vector<StatementLine> assets;       // accounts beginning with 1, debit balances positive
   std::vector<StatementLine> liabilities;  // accounts beginning with 2, credit balances positive
+  // The totals add the analytic accounts of each class.
   double total_assets = 0;
   double total_liabilities = 0;  // liabilities and equity
   // The result accounts' balance not yet closed into equity, a profit
   // positive.
   double unclosed_result = 0;
+  // Accounts whose code begins with neither 1, 2 nor a result class: shown
+  // among the liabilities.
+  std::vector<std::string> unclassified;
   // Whether assets equal liabilities and equity plus the unclosed result.
   bool Balances() const;
 };
@@ -57,9 +61,10 @@ struct IncomeStatement {
   // result calculation's own entries left out, so that a closed period
   // still shows what it earned.
   std::vector<StatementLine> lines;
-  double result = 0;  // the sum of the top-level result accounts, a profit positive
-  // Each month of the period, in order: the result accounts' credits
-  // (revenue) and debits (expense); the month's result is their difference.
+  double result = 0;  // the sum of the analytic result accounts, a profit positive
+  // Each month of the period, in order: the result accounts' net credits
+  // (revenue) and net debits (expense), account by account; the month's
+  // result is their difference.
   struct Month {
     int32_t ano_mes = 0;
     double revenue = 0;

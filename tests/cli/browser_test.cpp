@@ -50,7 +50,7 @@ class BrowserTest : public ::testing::Test {
     const std::string file = dir_ + "/" + name + ".html";
     WriteFile(file, page.out);
     const std::string chromium = fmt::format(
-        "timeout 120 chromium --headless --no-sandbox --disable-gpu "
+        "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-dev-shm-usage "
         "--user-data-dir='{}/profile' ",
         dir_);
     std::filesystem::create_directories(KVCTB_SCREENSHOT_DIR);
@@ -102,8 +102,10 @@ TEST_F(BrowserTest, TrialBalancePageShowsTheFiguresTheVerdictAndTwelveMonths) {
   // Every account is a row, with its closing balance marked D or C.
   EXPECT_EQ(Count(dom, "<tr data-depth=") + Count(dom, "<tr class=\"synthetic\" data-depth="),
             json["accounts"].size());
+  bool found = false;
   for (const auto& row : json["accounts"]) {
     if (row["account"] != "1.1.3.02") continue;
+    found = true;
     EXPECT_NE(
         dom.find("<td class=\"amount credit\">" + Balance(row["closing"].get<double>()) + "</td>"),
         std::string::npos);
@@ -111,7 +113,10 @@ TEST_F(BrowserTest, TrialBalancePageShowsTheFiguresTheVerdictAndTwelveMonths) {
   EXPECT_EQ(Count(dom, "<rect class=\"revenue\""), 12u);
   EXPECT_EQ(Count(dom, "<rect class=\"expense\""), 12u);
   EXPECT_EQ(Count(dom, "<circle class=\"result\""), 12u);
-  // The script ran: the fold buttons are there and nothing is folded yet.
+  EXPECT_TRUE(found) << "account 1.1.3.02 (a credit balance) is not in the report";
+  // The script ran (it marks the document when its buttons are wired), the
+  // fold buttons are there, and nothing is folded yet.
+  EXPECT_NE(dom.find("data-folding=\"ready\""), std::string::npos);
   EXPECT_GT(Count(dom, "<button class=\"fold\">"), 50u);
   static const std::regex kFolded(R"re(<tr class="[^"]*folded)re");
   EXPECT_FALSE(std::regex_search(dom, kFolded));

@@ -663,6 +663,17 @@ TEST_F(GoldenTest, ExportKeepsTheResultCalculationsEntriesPaired) {
   EXPECT_TRUE(Json(report)["balanced"].get<bool>());
 }
 
+// The result goes to a balance-sheet account: a result account would be
+// closed by the very calculation that feeds it.
+TEST_F(GoldenTest, CloseResultRefusesAResultAccountAsTheTarget) {
+  EXPECT_EQ(Expect("close_result_into_result_account",
+                   {"close-result", "--month", "202412", "--day", "31", "--year", "2024",
+                    "--history", "99", "--result-account", "3.1.1.01", "--confirm"})
+                .exit_code,
+            2);
+  EXPECT_EQ(Count("select count(*) from CTB_LANCAMENTO where ENCERRAMENTO_EXERCICIO = 'S'"), 0);
+}
+
 // The books exported in the plain-text accounting format give hledger, the
 // independent tool, every account's balance of kvctb's trial balance to the
 // cent.

@@ -336,6 +336,57 @@ TEST_P(ReportTest, BalanceSheetAndIncomeStatementAgreeWithTheBalancesAndTheJourn
   }
 }
 
+// The statements' totals add the analytic accounts of each class, whatever
+// the tree above them: here every group sits under one top account "0".
+TEST_P(ReportTest, StatementTotalsFollowTheAccountClassNotTheTree) {
+  Popula(8, true);
+  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '0', 'S')",
+                {});
+  raw_->Execute("update CTB_CONTA set CONTA_SUPERIORA = '0' where CONTA in ('1', '2', '3', '4')",
+                {});
+  const reports::BalanceSheet b = reports::ReadBalanceSheet(*dm_, *trace_, 1, 1, 202412);
+  double assets = 0, result = 0;
+  for (const std::string& conta : analiticas_) {
+    if (conta[0] == '1') assets += Saldo(conta, 202412);
+    if (conta[0] > '2') result -= Saldo(conta, 202412);
+  }
+  EXPECT_NEAR(b.total_assets, assets, 0.005);
+  EXPECT_NEAR(b.unclosed_result, result, 0.005);
+  EXPECT_NE(assets, 0.0);
+  EXPECT_TRUE(b.Balances());
+  EXPECT_EQ(b.unclassified, std::vector<std::string>{"0"});
+  const reports::IncomeStatement st = reports::ReadIncomeStatement(*trace_, 1, 1, {202401, 202412});
+  const double journal =
+      Scalar(*raw_,
+             "select coalesce(sum(case when NATUREZA = 'C' then VAL_LANCAMENTO else "
+             "-VAL_LANCAMENTO end), 0) from CTB_LANCAMENTO where CONTA >= '3' and ANO_MES "
+             "between 202401 and 202412")
+          .AsFloat();
+  EXPECT_NEAR(st.result, journal, 0.005);
+  EXPECT_NE(journal, 0.0);
+}
+
+// A month's revenue is the result accounts' net credits account by account,
+// its expense their net debits: a debit on a revenue account lowers revenue.
+TEST_P(ReportTest, MonthlyRevenueAndExpenseAreNetPerAccount) {
+  Popula(9, false);
+  const reports::IncomeStatement st = reports::ReadIncomeStatement(*trace_, 1, 1, {202401, 202412});
+  ASSERT_EQ(st.monthly.size(), 12u);
+  for (const auto& m : st.monthly) {
+    double revenue = 0, expense = 0;
+    for (const auto& row :
+         Linhas(*raw_, fmt::format("select CONTA, sum(case when NATUREZA = 'C' then VAL_LANCAMENTO "
+                                   "else -VAL_LANCAMENTO end) from CTB_LANCAMENTO where CONTA >= "
+                                   "'3' and ANO_MES = {} group by CONTA",
+                                   m.ano_mes))) {
+      const double net = std::stod(row.at(1));
+      (net > 0 ? revenue : expense) += std::fabs(net);
+    }
+    EXPECT_NEAR(m.revenue, revenue, 0.005) << m.ano_mes;
+    EXPECT_NEAR(m.expense, expense, 0.005) << m.ano_mes;
+  }
+}
+
 KVC_INSTANTIATE_BACKENDS(ReportTest);
 
 // ---- the chart and the period, without a module ----
