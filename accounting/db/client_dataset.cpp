@@ -339,6 +339,11 @@ struct ClientDataSet::Impl {
     for (size_t i = 0; i < defs.size(); ++i) {
       if (defs[i].name.empty())
         throw std::invalid_argument(Prefix() + "field " + std::to_string(i + 1) + " has no name");
+      // The in-memory table names its columns after the fields, and an
+      // identifier ends at a NUL character.
+      if (defs[i].name.find('\0') != std::string::npos)
+        throw std::invalid_argument(Prefix() + "the name of field " + std::to_string(i + 1) +
+                                    " holds a NUL character");
       if (!seen.emplace(defs[i].name, i).second)
         throw std::invalid_argument(Prefix() + "duplicate field name '" + defs[i].name + "'");
     }
