@@ -16,7 +16,7 @@ Soma SomaPrimeiraColuna(db::SQLDataSet& q, std::string sql) {
   return soma;
 }
 
-double DebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
+double SomaDebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
   q.Close();
   q.SetCommandText(std::move(sql));
   q.Open();

@@ -23,7 +23,7 @@ Soma SomaPrimeiraColuna(db::SQLDataSet& q, std::string sql);
 
 // Debits minus credits of a statement's NATUREZA / TOTAL rows: "D" adds,
 // "C" subtracts, any other nature is ignored.
-double DebitosMenosCreditos(db::SQLDataSet& q, std::string sql);
+double SomaDebitosMenosCreditos(db::SQLDataSet& q, std::string sql);
 
 // The value of field `campo` in the first row of `sql`; null when there is no
 // row.

@@ -200,7 +200,7 @@ double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo&
     sql += kUnion + std::string(kMovimentoCV) + kMovimentoCVEmpresa + e + kMovimentoRevenda + r +
            kMovimentoConta + conta + "'" + kMovimentoPeriodo + primeiro + kAnd + ultimo +
            extra("l") + kMovimentoGrupo;
-  return DebitosMenosCreditos(q, std::move(sql));
+  return SomaDebitosMenosCreditos(q, std::move(sql));
 }
 
 double TddmContabilidadeBD::BuscaSaldoContaAnalitica(

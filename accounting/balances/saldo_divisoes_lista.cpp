@@ -153,7 +153,7 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoes(
           VerifRevendasDesconsiderar(RevendasDesconsiderar, true, "l", "and", true) +
           VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "d", "and", true) +
           Extra(FiltroAdicional) + fd + kDivididosGrupo;
-  return saldo.AsFloat() + DebitosMenosCreditos(*q, std::move(sql));  // 6
+  return saldo.AsFloat() + SomaDebitosMenosCreditos(*q, std::move(sql));  // 6
 }
 
 // As BuscaSaldoComDivisoes over AnoMesInicial to AnoMesFinal, with the
@@ -194,7 +194,8 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoesPeriodo(
           kAspa + kPeriodoPeriodo + inicial + kAnd + final_ +
           VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "d", "and", true) +
           Extra(FiltroAdicional) + fd + kPeriodoGrupo;
-  return (saldo.IsNull() ? 0.0 : saldo.AsFloat()) + DebitosMenosCreditos(*q, std::move(sql));  // 6
+  return (saldo.IsNull() ? 0.0 : saldo.AsFloat()) +
+         SomaDebitosMenosCreditos(*q, std::move(sql));  // 6
 }
 
 // Steps 1 to 5; the numbers appear in the body.

@@ -163,7 +163,7 @@ std::string CondicoesTexto(const std::string& TipoItem, const std::string& Modal
 // Walks the rows: each row of nature "D" or "C" replaces that nature's total
 // (rows are not added up; the last one read counts).
 template <typename Rows>
-double DebitoMenosCredito(Rows& rows) {
+double UltimoDebitoMenosUltimoCredito(Rows& rows) {
   double debito = 0, credito = 0;
   for (rows.First(); !rows.Eof(); rows.Next()) {
     const std::string natureza = rows.FieldByName("NATUREZA").AsString();
@@ -261,7 +261,7 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodo(
   // 5. Each row replaces the total of its nature.
   q->SetCommandText(sql);
   q->Open();
-  const double movimento = DebitoMenosCredito(*q);
+  const double movimento = UltimoDebitoMenosUltimoCredito(*q);
   // 6.
   q->Close();
   return movimento;
@@ -357,7 +357,7 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
   cdsSaldoTotal.First();
 
   // 4. As the single form; the cache stays open and filtered.
-  return DebitoMenosCredito(cdsSaldoTotal);
+  return UltimoDebitoMenosUltimoCredito(cdsSaldoTotal);
 }
 
 }  // namespace kvc
