@@ -237,7 +237,7 @@ double TddmContabilidadeBD::SaldoAnalitico(const FiltroSaldo& f, int32_t AnoMes)
   const std::string r = sql::Integer(f.revenda);
   const std::string& conta = f.conta;
   auto fallback = [&]() {  // 5
-    return SaldoPeriodo(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
+    return SaldoIntervaloMeses(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
   };
   auto existe_saldo_ano = [&]() {  // 7.1
     return SomaPrimeiraColuna(*q, kExisteSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
@@ -290,10 +290,11 @@ double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
     int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
     const std::string& Conta, const std::string& CentrosCusto, bool SaldoMensal,
     const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
-  return SaldoPeriodo(FiltroSaldo{Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina,
-                                  RevendaDivisao, TipoItem, Modalidade, Conta, CentrosCusto,
-                                  SaldoMensal, FiltroAdicional, RevendasDesconsiderar},
-                      AnoMesInicial, AnoMesFinal);
+  return SaldoIntervaloMeses(
+      FiltroSaldo{Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                  TipoItem, Modalidade, Conta, CentrosCusto, SaldoMensal, FiltroAdicional,
+                  RevendasDesconsiderar},
+      AnoMesInicial, AnoMesFinal);
 }
 
 // The balance from AnoMesInicial to AnoMesFinal: the carried-forward balance
@@ -302,8 +303,8 @@ double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
 // the division, exclusion and second-book conventions of the analytic
 // balance. A month 00 as the last month ends the range at the previous
 // December.
-double TddmContabilidadeBD::SaldoPeriodo(const FiltroSaldo& f, int32_t AnoMesInicial,
-                                         int32_t AnoMesFinal) {
+double TddmContabilidadeBD::SaldoIntervaloMeses(const FiltroSaldo& f, int32_t AnoMesInicial,
+                                                int32_t AnoMesFinal) {
   std::string t, rr;
   DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
   const std::string inicial = sql::Integer(AnoMesInicial);
@@ -440,7 +441,7 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeralDivisoes(
 }
 
 // The division variants' balance over a range of months. The analytic
-// division variants fall back through SaldoPeriodo with their whole filter,
+// division variants fall back through SaldoIntervaloMeses with their whole filter,
 // modality list included.
 double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
     int32_t Empresa, int32_t Revenda, int32_t AnoMesInicial, int32_t AnoMesFinal,
@@ -449,7 +450,7 @@ double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodoDivisoes(
     const std::string& Conta, const std::string& CentrosCusto, const std::string& Fontes,
     const std::string& Categorias, const std::string& SecoesOficina, bool SaldoMensal,
     const std::string& FiltroAdicional, const std::string& RevendasDesconsiderar) {
-  return SaldoPeriodo(
+  return SaldoIntervaloMeses(
       FiltroDivisoes(Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
                      TipoItem, Modalidade, Conta, CentrosCusto, Fontes, Categorias, SecoesOficina,
                      std::string(), FiltroAdicional, SaldoMensal, RevendasDesconsiderar),

@@ -212,7 +212,7 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
   const std::string r = sql::Integer(f.revenda);
   const std::string filtro_conta = "conta = " + sql::Quoted(f.conta);
   auto fallback = [&]() {
-    return SaldoPeriodo(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
+    return SaldoIntervaloMeses(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
   };
 
   // Carried-forward balances: the plain set of the chosen table, and the

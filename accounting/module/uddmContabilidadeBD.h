@@ -585,7 +585,7 @@ class TddmContabilidadeBD {
   // range of months, for filters already gathered.
   double SaldoAnalitico(const FiltroSaldo& filtro, int32_t AnoMes);
   double SaldoAnaliticoGeral(const FiltroSaldo& filtro, int32_t AnoMes);
-  double SaldoPeriodo(const FiltroSaldo& filtro, int32_t AnoMesInicial, int32_t AnoMesFinal);
+  double SaldoIntervaloMeses(const FiltroSaldo& filtro, int32_t AnoMesInicial, int32_t AnoMesFinal);
   // The chart walk shared by the chart walkers: an analytic account sets
   // Saldo, a synthetic one adds its analytic descendants' balances.
   double CaminhaPlano(int32_t Empresa, int32_t Revenda, const std::string& Conta,

@@ -1,7 +1,7 @@
 // The movement of an account between two days of a month, on each database:
 // exact statements through the trace, the module's cache of the grouped
 // movement and its key, the second book, the chart walker, and the cached
-// and uncached answers against an oracle computed here from random rows.
+// and uncached answers against a reference model computed here from random rows.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -487,7 +487,7 @@ TEST_P(SaldoPeriodoTest, ChartWalkerOverwritesSaldoForAnAnalyticAccount) {
   EXPECT_EQ(trace_->Statements().size(), 2u);
 }
 
-// The oracle: every division row with its entry, as written; the movement of
+// The reference model: every division row with its entry, as written; the movement of
 // a call computed from them by the rules of the statements.
 struct LinhaOraculo {
   bool cv = false;
@@ -547,7 +547,7 @@ double Oraculo(const std::vector<LinhaOraculo>& linhas, const Consulta& c,
   return debitos - creditos;
 }
 
-TEST_P(SaldoPeriodoTest, CachedAndUncachedEqualTheOracleForRandomData) {
+TEST_P(SaldoPeriodoTest, CachedAndUncachedEqualTheReferenceModelForRandomData) {
   std::mt19937 rng(29);
   auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
   auto talvez = [&](int lo, int hi) {

@@ -11,7 +11,7 @@
 namespace kvc::testing {
 namespace {
 
-class ClosingOracleTest : public ClosingTest {
+class ClosingModeloReferenciaTest : public ClosingTest {
  protected:
   struct Movimento {
     int ano_mes;
@@ -98,7 +98,8 @@ class ClosingOracleTest : public ClosingTest {
   std::vector<Movimento> movimentos_;
 };
 
-TEST_P(ClosingOracleTest, AnnualClosingThenResultCalculationMatchAnIndependentComputation) {
+TEST_P(ClosingModeloReferenciaTest,
+       AnnualClosingThenResultCalculationMatchAnIndependentComputation) {
   std::mt19937 rng(20261122);
   GeraPlano(rng);
   GeraLancamentos(rng, 240);
@@ -168,7 +169,7 @@ TEST_P(ClosingOracleTest, AnnualClosingThenResultCalculationMatchAnIndependentCo
 // The progress of a closing over generated data: the status captions in
 // order, and within each phase (from a "pBar#$#0" on) bar values that only
 // go up, never repeat and end at 100 when the phase has work.
-TEST_P(ClosingOracleTest, ProgressBarNeverRepeatsOrGoesBackWithinAPhase) {
+TEST_P(ClosingModeloReferenciaTest, ProgressBarNeverRepeatsOrGoesBackWithinAPhase) {
   std::mt19937 rng(7);
   GeraPlano(rng);
   GeraLancamentos(rng, 150);
@@ -207,7 +208,7 @@ TEST_P(ClosingOracleTest, ProgressBarNeverRepeatsOrGoesBackWithinAPhase) {
   }
 }
 
-KVC_INSTANTIATE_BACKENDS(ClosingOracleTest);
+KVC_INSTANTIATE_BACKENDS(ClosingModeloReferenciaTest);
 
 }  // namespace
 }  // namespace kvc::testing

@@ -1,4 +1,4 @@
-// An oracle for the account balance: random entries (with division rows,
+// A reference model of the account balance: random entries (with division rows,
 // several dealerships and a second book) and carried-forward rows are
 // written, and for random accounts, months and filters the balance equals a
 // computation made here from the rows written.
@@ -48,7 +48,7 @@ bool Fora(std::optional<int> revenda, const std::set<int>& lista) {
   return !revenda || !lista.count(*revenda);
 }
 
-class SaldoOracleTest : public ModuleTest {
+class SaldoModeloReferenciaTest : public ModuleTest {
  protected:
   void Gera(unsigned seed) {
     std::mt19937 rng(seed);
@@ -217,7 +217,7 @@ class SaldoOracleTest : public ModuleTest {
   std::vector<AnteriorDivisao> anteriores_divisao_;
 };
 
-TEST_P(SaldoOracleTest, BalanceEqualsIndependentComputationFromTheRowsWritten) {
+TEST_P(SaldoModeloReferenciaTest, BalanceEqualsIndependentComputationFromTheRowsWritten) {
   Gera(31);
   Bind();
   std::mt19937 rng(37);
@@ -250,7 +250,7 @@ TEST_P(SaldoOracleTest, BalanceEqualsIndependentComputationFromTheRowsWritten) {
   }
 }
 
-TEST_P(SaldoOracleTest, SyntheticAccountEqualsSumOfAnalyticDescendants) {
+TEST_P(SaldoModeloReferenciaTest, SyntheticAccountEqualsSumOfAnalyticDescendants) {
   Gera(41);
   raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '2', 'S')",
                 {});
@@ -278,7 +278,7 @@ TEST_P(SaldoOracleTest, SyntheticAccountEqualsSumOfAnalyticDescendants) {
   }
 }
 
-TEST_P(SaldoOracleTest, PeriodBalanceEqualsIndependentComputationOfItsRange) {
+TEST_P(SaldoModeloReferenciaTest, PeriodBalanceEqualsIndependentComputationOfItsRange) {
   Gera(43);
   Bind();
   std::mt19937 rng(47);
@@ -304,7 +304,7 @@ TEST_P(SaldoOracleTest, PeriodBalanceEqualsIndependentComputationOfItsRange) {
   }
 }
 
-KVC_INSTANTIATE_BACKENDS(SaldoOracleTest);
+KVC_INSTANTIATE_BACKENDS(SaldoModeloReferenciaTest);
 
 }  // namespace
 }  // namespace kvc::testing
