@@ -99,6 +99,21 @@ std::string Subtitle(const RunContext& ctx, const std::string& when) {
                      when);
 }
 
+// The required --from and --to of a report over months of one year; `to`
+// is the example of --to.
+void AddMonthRange(CLI::App* sub, std::string& from, std::string& to, const char* example_to) {
+  sub->add_option("--from", from, "First month, YYYYMM. Example: --from 202401")->required();
+  sub->add_option(
+         "--to", to,
+         fmt::format("Last month, YYYYMM, in the year of --from. Example: --to {}", example_to))
+      ->required();
+}
+
+// An entry's date as the reports show it.
+std::string DateText(int32_t ano_mes, int32_t dia) {
+  return fmt::format("{:04}-{:02}-{:02}", ano_mes / 100, ano_mes % 100, dia);
+}
+
 std::string MonthText(int32_t ano_mes) {
   return fmt::format("{:04}-{:02}", ano_mes / 100, ano_mes % 100);
 }
@@ -228,12 +243,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
       "document, standard history and complementary history; with --division-rows each\n"
       "entry followed by its division rows.\n"
       "Example: kvctb journal --from 202403 --to 202403 --division-rows");
-  journal->add_option("--from", jo->from, "First month, YYYYMM. Example: --from 202401")
-      ->required();
-  journal
-      ->add_option("--to", jo->to,
-                   "Last month, YYYYMM, in the year of --from. Example: --to 202403")
-      ->required();
+  AddMonthRange(journal, jo->from, jo->to, "202403");
   journal->add_flag("--division-rows", jo->division_rows,
                     "Each entry followed by its division rows (kind \"division\"): the\n"
                     "division values in the description, the row's part of the amount on the\n"
@@ -266,7 +276,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                for (const reports::JournalEntry& e : month) {
                  const auto found = index.find(e.conta);
                  std::vector<Cell> row = {
-                     fmt::format("{:04}-{:02}-{:02}", e.ano_mes / 100, e.ano_mes % 100, e.dia),
+                     DateText(e.ano_mes, e.dia),
                      int64_t{e.lancamento},
                      e.lco_origem ? Cell{int64_t{*e.lco_origem}} : Cell{Null{}},
                      e.conta,
@@ -425,11 +435,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
       "with their movement, revenue positive and expenses negative, subtotals by the chart,\n"
       "and the period's result; the result calculation's own entries are left out.\n"
       "Example: kvctb income-statement --from 202401 --to 202412 --depth 2");
-  income->add_option("--from", is->from, "First month, YYYYMM. Example: --from 202401")->required();
-  income
-      ->add_option("--to", is->to,
-                   "Last month, YYYYMM, in the year of --from. Example: --to 202412")
-      ->required();
+  AddMonthRange(income, is->from, is->to, "202412");
   AddStatementOptions(income, is->shown);
   commands.push_back(
       {income, [is](const RunContext& ctx) {
@@ -494,12 +500,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
       "transaction and then one balanced transaction per pair of entries, accounts named by\n"
       "their path in the chart; with --format csv one row per entry.\n"
       "Example: kvctb export --from 202401 --to 202412 > books.journal");
-  exporting->add_option("--from", ex->from, "First month, YYYYMM. Example: --from 202401")
-      ->required();
-  exporting
-      ->add_option("--to", ex->to,
-                   "Last month, YYYYMM, in the year of --from. Example: --to 202412")
-      ->required();
+  AddMonthRange(exporting, ex->from, ex->to, "202412");
   commands.push_back(
       {exporting, [ex](const RunContext& ctx) {
          const reports::Period period = CheckedPeriod(ex->from, ex->to);
@@ -537,10 +538,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
       "of the analytic accounts beneath it.\n"
       "Example: kvctb ledger 1.1.1.01 --from 202401 --to 202403");
   ledger->add_option("ACCOUNT", l->account, "Account code. Example: 1.1.1.01")->required();
-  ledger->add_option("--from", l->from, "First month, YYYYMM. Example: --from 202401")->required();
-  ledger
-      ->add_option("--to", l->to, "Last month, YYYYMM, in the year of --from. Example: --to 202403")
-      ->required();
+  AddMonthRange(ledger, l->from, l->to, "202403");
   commands.push_back(
       {ledger, [l](const RunContext& ctx) {
          const std::string conta = ParseAccount("ACCOUNT", l->account);
@@ -574,7 +572,7 @@ void AddReportCommands(CLI::App& app, Commands& commands) {
                row(Null{}, std::string("opening balance"), Null{}, Null{}, g.opening));
          for (const reports::LedgerEntry& e : g.entries) {
            std::vector<Cell> r = {
-               fmt::format("{:04}-{:02}-{:02}", e.ano_mes / 100, e.ano_mes % 100, e.dia),
+               DateText(e.ano_mes, e.dia),
                int64_t{e.lancamento},
                e.lco_origem ? Cell{int64_t{*e.lco_origem}} : Cell{Null{}},
                OptionalCell(e.documento),
