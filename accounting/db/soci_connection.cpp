@@ -393,9 +393,13 @@ class SociConnection final : public Connection {
   // module built; a statement that failed is prepared again next time.
   void RunShape(const StatementShape& shape, const std::string& sql, const BoundParams& params,
                 ResultSet* rs, long long* affected) {
-    std::vector<Value> values;
+    // The key and the values are written over buffers kept between
+    // statements: a posting sends hundreds of thousands of them.
+    std::string& key = key_buffer_;
+    std::vector<Value>& values = values_buffer_;
+    values.clear();
     values.reserve(shape.slots.size());
-    std::string key = shape.Key();
+    shape.WriteKey(key);
     key += rs ? 'q' : 'x';
     for (const ShapeSlot& slot : shape.slots) {
       switch (slot.kind) {
@@ -426,7 +430,7 @@ class SociConnection final : public Connection {
         prepared->st.alloc();
         prepared->st.prepare(shape.text);
         prepared->st.define_and_bind();
-        found = prepared_.emplace(std::move(key), std::move(prepared)).first;
+        found = prepared_.emplace(key, std::move(prepared)).first;
       } else {
         for (size_t i = 0; i < values.size(); ++i) found->second->slots[i].Set(values[i]);
       }
@@ -587,6 +591,8 @@ class SociConnection final : public Connection {
   // session, so that the statements are finalised before it closes.
   bool reuse_shapes_ = false;
   std::unordered_map<std::string, std::unique_ptr<PreparedShape>> prepared_;
+  std::string key_buffer_;
+  std::vector<Value> values_buffer_;
 };
 
 }  // namespace

@@ -47,7 +47,11 @@ struct Level {
 
 class Shaper {
  public:
-  explicit Shaper(std::string_view sql) : sql_(sql) { shape_.text.reserve(sql.size()); }
+  explicit Shaper(std::string_view sql) : sql_(sql) {
+    shape_.text.reserve(sql.size());
+    shape_.slots.reserve(16);
+    levels_.reserve(8);
+  }
 
   std::optional<StatementShape> Run() {
     if (!StartsWithQueryOrChange()) return std::nullopt;
@@ -139,24 +143,51 @@ class Shaper {
   }
 
   // A keyword moves its level into or out of the clauses that keep literals.
+  // Most words are column and table names: the length and the first letter
+  // rule out nearly all of them before any keyword is compared.
   void Word(std::string_view word) {
-    Clause& clause = levels_.back().clause;
-    if (SameFieldName(word, "select")) {
-      clause = Clause::kSelectList;
-    } else if (SameFieldName(word, "by") &&
-               (SameFieldName(last_word_, "order") || SameFieldName(last_word_, "group"))) {
-      clause = Clause::kOrderOrGroup;
-    } else if (SameFieldName(word, "from") || SameFieldName(word, "where") ||
-               SameFieldName(word, "having") || SameFieldName(word, "limit") ||
-               SameFieldName(word, "offset") || SameFieldName(word, "union") ||
-               SameFieldName(word, "except") || SameFieldName(word, "intersect") ||
-               SameFieldName(word, "values") || SameFieldName(word, "set") ||
-               SameFieldName(word, "on")) {
-      // "from" ends a select list; the others can only follow one.
-      if (!(SameFieldName(word, "from") && clause == Clause::kOrderOrGroup))
-        clause = Clause::kOther;
+    if (MayBeClauseKeyword(word)) {
+      Clause& clause = levels_.back().clause;
+      if (SameFieldName(word, "select")) {
+        clause = Clause::kSelectList;
+      } else if (SameFieldName(word, "by") &&
+                 (SameFieldName(last_word_, "order") || SameFieldName(last_word_, "group"))) {
+        clause = Clause::kOrderOrGroup;
+      } else if (SameFieldName(word, "from") || SameFieldName(word, "where") ||
+                 SameFieldName(word, "having") || SameFieldName(word, "limit") ||
+                 SameFieldName(word, "offset") || SameFieldName(word, "union") ||
+                 SameFieldName(word, "except") || SameFieldName(word, "intersect") ||
+                 SameFieldName(word, "values") || SameFieldName(word, "set") ||
+                 SameFieldName(word, "on")) {
+        // "from" ends a select list; the others can only follow one.
+        if (!(SameFieldName(word, "from") && clause == Clause::kOrderOrGroup))
+          clause = Clause::kOther;
+      }
     }
     last_word_ = word;
+  }
+
+  // False for every word that is none of the keywords Word looks for (by, on,
+  // set, from, limit, union, where, except, having, offset, select, values,
+  // intersect); true may still be another word.
+  static bool MayBeClauseKeyword(std::string_view word) {
+    if (word.size() < 2 || word.size() > 9 || word.size() == 7 || word.size() == 8) return false;
+    switch (word[0] | 0x20) {
+      case 'b':
+      case 'e':
+      case 'f':
+      case 'h':
+      case 'i':
+      case 'l':
+      case 'o':
+      case 's':
+      case 'u':
+      case 'v':
+      case 'w':
+        return true;
+      default:
+        return false;
+    }
   }
 
   // '...' with '' standing for a quote.
@@ -254,11 +285,16 @@ class Shaper {
 }  // namespace
 
 std::string StatementShape::Key() const {
-  std::string key = text;
+  std::string key;
+  WriteKey(key);
+  return key;
+}
+
+void StatementShape::WriteKey(std::string& key) const {
+  key.assign(text);
   key += '\x1f';
   for (const ShapeSlot& slot : slots)
     if (slot.kind != ShapeSlot::Kind::kPlaceholder) key += static_cast<char>(slot.kind);
-  return key;
 }
 
 std::optional<StatementShape> ShapeStatement(std::string_view sql) { return Shaper(sql).Run(); }

@@ -29,6 +29,9 @@ struct StatementShape {
   // The text and the kinds of the literal slots: two statements with the
   // same key take the same prepared statement.
   std::string Key() const;
+  // The same, written over `key` (whose buffer a caller can keep between
+  // statements).
+  void WriteKey(std::string& key) const;
 };
 
 // The shape of a select, insert, update or delete (or a with query), or
