@@ -37,7 +37,7 @@ create table CTB_LANCAMENTO (
     REVENDA_OPERACAO       INTEGER,
     CONSTRAINT PK_CTB_LANCAMENTO PRIMARY KEY (EMPRESA, REVENDA, ANO_MES, LANCAMENTO)
 );
-create index IX_CTB_LANCAMENTO_1 on CTB_LANCAMENTO (EMPRESA, REVENDA, CONTA, NATUREZA, ANO_MES, VAL_LANCAMENTO);
+create index IX_CTB_LANCAMENTO_1 on CTB_LANCAMENTO (EMPRESA, REVENDA, CONTA, NATUREZA, ANO_MES, VAL_LANCAMENTO, DIA, LANCAMENTO, HISTORICO_PADRAO);
 create index IX_CTB_LANCAMENTO_2 on CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LCO_ORIGEM);
 
 -- Division rows of journal entries, no primary key because SEQUENCIA restarts per session
@@ -57,7 +57,7 @@ create table CTB_LANCAMENTO_DIVIDIDO (
     REVENDA_ORIGEM      INTEGER,
     VAL_DIVISAO         NUMERIC(15,2)
 );
-create index IX_CTB_LANCAMENTO_DIVIDIDO_1 on CTB_LANCAMENTO_DIVIDIDO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO);
+create index IX_CTB_LANCAMENTO_DIVIDIDO_1 on CTB_LANCAMENTO_DIVIDIDO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA, TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO);
 
 -- Journal entries, CV copy with the same layout as CTB_LANCAMENTO
 create table CTB_LANCAMENTO_CV (
@@ -81,7 +81,7 @@ create table CTB_LANCAMENTO_CV (
     REVENDA_OPERACAO       INTEGER,
     CONSTRAINT PK_CTB_LANCAMENTO_CV PRIMARY KEY (EMPRESA, REVENDA, ANO_MES, LANCAMENTO)
 );
-create index IX_CTB_LANCAMENTO_CV_1 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, CONTA, NATUREZA, ANO_MES, VAL_LANCAMENTO);
+create index IX_CTB_LANCAMENTO_CV_1 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, CONTA, NATUREZA, ANO_MES, VAL_LANCAMENTO, DIA, LANCAMENTO, HISTORICO_PADRAO);
 create index IX_CTB_LANCAMENTO_CV_2 on CTB_LANCAMENTO_CV (EMPRESA, REVENDA, ANO_MES, LCO_ORIGEM);
 
 -- Division rows, CV copy with the same layout as CTB_LANCAMENTO_DIVIDIDO
@@ -101,7 +101,7 @@ create table CTB_LANCAMENTO_DIVIDIDO_CV (
     REVENDA_ORIGEM      INTEGER,
     VAL_DIVISAO         NUMERIC(15,2)
 );
-create index IX_CTB_LANC_DIVIDIDO_CV_1 on CTB_LANCAMENTO_DIVIDIDO_CV (EMPRESA, REVENDA, ANO_MES, LANCAMENTO);
+create index IX_CTB_LANC_DIVIDIDO_CV_1 on CTB_LANCAMENTO_DIVIDIDO_CV (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA, TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO);
 
 -- Opening balance per account and year. Keep the column order, rows are inserted without a column list
 create table CTB_SALDO_ANTERIOR (
@@ -318,14 +318,17 @@ insert into GER_VERSAO_ESTRUTURA (VERSAO) values ('2.09');
 -- the reads that group a period by account and nature are answered from them alone, in their
 -- order. Their company and dealership figure is set low on purpose - the planner, which cannot
 -- tell a range of one month from a range of years, then reads them instead of a month range
--- of IX_CTB_LANCAMENTO_2 followed by a lookup of every row and a sort.
+-- of IX_CTB_LANCAMENTO_2 followed by a lookup of every row and a sort. They also hold the day,
+-- the entry number and the standard history, and the division indexes hold every column the
+-- division reads take: the joins of division rows with their entries, by account or by period,
+-- then never look up a row of either table.
 analyze sqlite_schema;
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'sqlite_autoindex_CTB_LANCAMENTO_1', '1000000 1000000 200000 10000 1');
-insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_1', '1000000 1000000 50000 500 250 15 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_1', '1000000 1000000 50000 500 250 15 2 1 1 1');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO', 'IX_CTB_LANCAMENTO_2', '1000000 1000000 200000 10000 2');
-insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO', 'IX_CTB_LANCAMENTO_DIVIDIDO_1', '1000000 1000000 200000 10000 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO', 'IX_CTB_LANCAMENTO_DIVIDIDO_1', '1000000 1000000 200000 10000 2 2 2 2 2 2 2 2 1');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'sqlite_autoindex_CTB_LANCAMENTO_CV_1', '1000000 1000000 200000 10000 1');
-insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_1', '1000000 1000000 50000 500 250 15 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_1', '1000000 1000000 50000 500 250 15 2 1 1 1');
 insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_CV', 'IX_CTB_LANCAMENTO_CV_2', '1000000 1000000 200000 10000 2');
-insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO_CV', 'IX_CTB_LANC_DIVIDIDO_CV_1', '1000000 1000000 200000 10000 2');
+insert into sqlite_stat1 (tbl, idx, stat) values ('CTB_LANCAMENTO_DIVIDIDO_CV', 'IX_CTB_LANC_DIVIDIDO_CV_1', '1000000 1000000 200000 10000 2 2 2 2 2 2 2 2 1');
 analyze sqlite_schema;
