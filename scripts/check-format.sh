@@ -10,3 +10,19 @@ if [ "${1:-}" = "--fix" ]; then
 else
   clang-format --dry-run --Werror "${files[@]}"
 fi
+
+# The layers include downwards only: db knows nothing of the project, services
+# nothing but db, the module nothing of the method families above it, and
+# nothing under accounting/ reaches kvctb.
+layering=$(
+  grep -rn '#include "' accounting/db | grep -v '"accounting/db/' || true
+  grep -n '#include "accounting/' accounting/services/* | grep -v '"accounting/\(db\|services\)/' || true
+  grep -n '#include "accounting/' accounting/module/* |
+    grep -v '"accounting/\(db\|services\|module\)/' || true
+  grep -rn '#include "cli/' accounting || true
+)
+if [ -n "$layering" ]; then
+  echo "check-format: an include against the layers (see docs/ARCHITECTURE.md):" >&2
+  echo "$layering" >&2
+  exit 1
+fi

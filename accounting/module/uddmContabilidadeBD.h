@@ -20,9 +20,9 @@
 #include "accounting/db/provider.h"
 #include "accounting/db/sql_dataset.h"
 #include "accounting/db/value.h"
-#include "accounting/module/aplicacao.h"
 #include "accounting/module/formato_numerico.h"
-#include "accounting/module/progress.h"
+#include "accounting/services/aplicacao.h"
+#include "accounting/services/progress.h"
 #include "accounting/services/service_libraries.h"
 
 namespace kvc {

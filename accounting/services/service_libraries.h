@@ -12,8 +12,8 @@
 
 #include "accounting/db/connection.h"
 #include "accounting/db/value.h"
-#include "accounting/module/aplicacao.h"
-#include "accounting/module/progress.h"
+#include "accounting/services/aplicacao.h"
+#include "accounting/services/progress.h"
 
 namespace kvc {
 

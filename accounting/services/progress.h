@@ -1,7 +1,7 @@
 // The progress callback through which long operations talk to their caller,
 // and the one piece that sends its commands and percentages.
-#ifndef KVC_MODULE_PROGRESS_H_
-#define KVC_MODULE_PROGRESS_H_
+#ifndef KVC_SERVICES_PROGRESS_H_
+#define KVC_SERVICES_PROGRESS_H_
 
 #include <cstdint>
 #include <string>
@@ -57,4 +57,4 @@ class ProgressPhase {
 
 }  // namespace kvc
 
-#endif  // KVC_MODULE_PROGRESS_H_
+#endif  // KVC_SERVICES_PROGRESS_H_

@@ -1,5 +1,5 @@
 // Progress commands: JSON wrapping and the percentage rule.
-#include "accounting/module/progress.h"
+#include "accounting/services/progress.h"
 
 #include <cmath>
 #include <stdexcept>

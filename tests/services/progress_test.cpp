@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "accounting/module/progress.h"
+#include "accounting/services/progress.h"
 
 namespace kvc::testing {
 namespace {

@@ -1,8 +1,8 @@
 // The application context that the host hands to the module: the host's own
 // interface (properties, message box, terminate request) and the module's
 // copy of its properties, TAplicacaoLibrary.
-#ifndef KVC_MODULE_APLICACAO_H_
-#define KVC_MODULE_APLICACAO_H_
+#ifndef KVC_SERVICES_APLICACAO_H_
+#define KVC_SERVICES_APLICACAO_H_
 
 #include <cstdint>
 #include <string>
@@ -97,4 +97,4 @@ class TAplicacaoLibrary {
 
 }  // namespace kvc
 
-#endif  // KVC_MODULE_APLICACAO_H_
+#endif  // KVC_SERVICES_APLICACAO_H_
