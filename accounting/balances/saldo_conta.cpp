@@ -45,69 +45,84 @@ constexpr char kSaldoAnteriorDivisaoCV[] =
     "select coalesce(sum(saldo),0) saldo   from ctb_saldo_anterior_divisao_cv where empresa = ";
 constexpr char kSaldoAnteriorDivisaoCVRevenda[] = " and revenda = ";
 
-// 6.2: movement from the monthly table.
-constexpr char kMovimentoMensal[] =
-    "select 'D' natureza, sum(saldo) total from ctb_salant_mes where empresa = ";
-constexpr char kMovimentoMensalRevenda[] = " and   revenda = ";
-constexpr char kMovimentoMensalConta[] = " and   conta = '";
-constexpr char kMovimentoMensalPeriodo[] = " and   ano_mes between ";
+// The movement of one account over a range of months, one statement per way
+// of reading it (MovimentoConta chooses). {conta} is the account quoted as it
+// stands; {adicional} the host's extra condition; {exclusao...} the
+// dealership-exclusion predicates; {divisoes} the division filter.
 
-// 7.3: movement of the division rows from the monthly table.
+// 6.2: the monthly table.
+constexpr char kMovimentoMensal[] =
+    "select 'D' natureza, sum(saldo) total from ctb_salant_mes"
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   conta = {conta}"
+    " and   ano_mes between {primeiro} and {ultimo}";
+
+// 7.3: the division rows of the monthly table.
 constexpr char kMovimentoMensalDivisao[] =
-    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = ";
-constexpr char kMovimentoMensalDivisaoRevenda[] = " and   e.revenda = ";
-constexpr char kMovimentoMensalDivisaoConta[] = " and   e.conta = '";
-constexpr char kMovimentoMensalDivisaoPeriodo[] = " and   e.ano_mes between ";
+    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e "
+    " where e.empresa = {empresa}"
+    " and   e.revenda = {revenda}"
+    " and   e.conta = {conta}"
+    " and   e.ano_mes between {primeiro} and {ultimo}"
+    "{exclusao}{divisoes}";
+
+// The division variants with an exclusion list: the entries joined to their
+// division rows outside the excluded dealerships ({juncao}, following the
+// journal table); only divided amounts count, as in the form below.
+constexpr char kMovimentoJuncao[] =
+    "select l.natureza, sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l{juncao}"
+    " where l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes between {primeiro} and {ultimo}"
+    "{exclusao}{adicional}{divisoes}"
+    " group by l.natureza";
 
 // 6.2 and 7.3 with an exclusion list: the entries joined to their division
 // rows; only divided amounts count.
 constexpr char kMovimentoExclusao[] =
-    "select L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from CTB_LANCAMENTO L  "
-    "      left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA         "
-    "and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and D.LANCAMENTO = "
-    "L.LANCAMENTO  where L.EMPRESA = ";
-constexpr char kMovimentoExclusaoRevenda[] = "   and L.REVENDA = ";
-constexpr char kMovimentoExclusaoConta[] = "   and L.CONTA = '";
-constexpr char kMovimentoExclusaoPeriodo[] = "   and L.ANO_MES between ";
-constexpr char kMovimentoExclusaoGrupo[] = " group by L.NATUREZA ";
+    "select L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL"
+    "   from CTB_LANCAMENTO L "
+    "       left outer join CTB_LANCAMENTO_DIVIDIDO D"
+    "          on D.EMPRESA = L.EMPRESA"
+    "         and D.REVENDA = L.REVENDA"
+    "         and D.ANO_MES = L.ANO_MES"
+    "         and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = {empresa}"
+    "   and L.REVENDA = {revenda}"
+    "   and L.CONTA = {conta}"
+    "   and L.ANO_MES between {primeiro} and {ultimo}"
+    "{adicional}{exclusao_lancamento}{exclusao_divisao}{divisoes}"
+    " group by L.NATUREZA ";
 
-// The division variants with an exclusion list: the entries joined to their
-// division rows outside the excluded dealerships (the join follows the
-// journal table); only divided amounts count, as in the form above.
-constexpr char kMovimentoJuncao[] =
-    "select l.natureza, sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l";
-constexpr char kMovimentoJuncaoEmpresa[] = " where l.empresa = ";
-constexpr char kMovimentoJuncaoRevenda[] = " and l.revenda = ";
-constexpr char kMovimentoJuncaoConta[] = " and l.conta = '";
-constexpr char kMovimentoJuncaoPeriodo[] = " and l.ano_mes between ";
-
-// 6.2: the plain entries, and their second-book counterpart.
+// 6.2: the plain entries ({sufixo} "_cv": the second book's).
 constexpr char kMovimento[] =
-    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento l where l.empresa = ";
-constexpr char kMovimentoCV[] =
-    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento_cv l";
-constexpr char kMovimentoCVEmpresa[] = " where l.empresa = ";
-constexpr char kMovimentoRevenda[] = " and   l.revenda = ";
-constexpr char kMovimentoConta[] = " and   l.conta = '";
-constexpr char kMovimentoPeriodo[] = " and   l.ano_mes between ";
-constexpr char kMovimentoGrupo[] = " group by l.natureza";
-constexpr char kUnion[] = " union ";
+    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento{sufixo} l"
+    " where l.empresa = {empresa}"
+    " and   l.revenda = {revenda}"
+    " and   l.conta = {conta}"
+    " and   l.ano_mes between {primeiro} and {ultimo}"
+    "{adicional}"
+    " group by l.natureza";
 
 // 7.3: the division rows of the entries.
 constexpr char kMovimentoDivisao[] =
-    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, "
-    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda "
-    "= d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kMovimentoDivisaoRevenda[] = " and l.revenda = ";
-constexpr char kMovimentoDivisaoConta[] = " and l.conta = '";
-constexpr char kMovimentoDivisaoPeriodo[] = " and l.ano_mes between ";
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento and l.empresa = d.empresa"
+    " and l.revenda = d.revenda and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes between {primeiro} and {ultimo}"
+    "{adicional}{divisoes}"
+    " group by l.natureza";
 
 // BuscaSaldoConta: the children of a synthetic account.
 constexpr char kFilhas[] = "select conta, nivel from ctb_conta where empresa = ";
 constexpr char kFilhasRevenda[] = " and   revenda = ";
 constexpr char kFilhasSuperiora[] = " and   conta_superiora = '";
-
-constexpr char kAnd[] = " and ";
 
 }  // namespace
 
@@ -157,49 +172,61 @@ std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
 double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo& f,
                                            const std::string& primeiro, const std::string& ultimo,
                                            bool com_filtro) {
-  const std::string e = sql::Integer(f.empresa);
-  const std::string r = sql::Integer(f.revenda);
-  const std::string& conta = f.conta;
-  const std::string fd = com_filtro ? FiltroDivisao(f) : std::string();
-  auto extra = [&f](const char* alias) {
+  const std::string divisoes = com_filtro ? FiltroDivisao(f) : std::string();
+  auto adicional = [&f](const char* alias) {
     std::string condicao = TUtilContabil::SetAlias(alias, f.filtro_adicional);
-    return condicao.empty() ? std::string() : kAnd + condicao;
+    return condicao.empty() ? std::string() : " and " + condicao;
   };
   const std::string& lista = f.revendas_desconsiderar;
-
+  const std::string empresa = sql::Integer(f.empresa);
+  const std::string revenda = sql::Integer(f.revenda);
+  const std::string conta = sql::QuotedAsIs(f.conta);
+  // primeiro and ultimo enter as the caller's month text, as given.
   std::string sql;
   if (f.saldo_mensal && !com_filtro) {
-    sql = kMovimentoMensal + e + kMovimentoMensalRevenda + r + kMovimentoMensalConta + conta + "'" +
-          kMovimentoMensalPeriodo + primeiro + kAnd + ultimo;
+    sql = fmt::format(kMovimentoMensal, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                      fmt::arg("conta", conta), fmt::arg("primeiro", primeiro),
+                      fmt::arg("ultimo", ultimo));
   } else if (f.saldo_mensal) {
-    sql = kMovimentoMensalDivisao + e + kMovimentoMensalDivisaoRevenda + r +
-          kMovimentoMensalDivisaoConta + conta + "'" + kMovimentoMensalDivisaoPeriodo + primeiro +
-          kAnd + ultimo + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + fd;
+    sql = fmt::format(
+        kMovimentoMensalDivisao, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+        fmt::arg("conta", conta), fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
+        fmt::arg("exclusao", VerifRevendasDesconsiderar(lista, false, "e", "and", false)),
+        fmt::arg("divisoes", divisoes));
   } else if (!lista.empty() && f.juncao_exclusao) {
-    sql = kMovimentoJuncao + IncluiRestricaoRevendasDesconsiderar(lista, "l") +
-          kMovimentoJuncaoEmpresa + e + kMovimentoJuncaoRevenda + r + kMovimentoJuncaoConta +
-          conta + "'" + kMovimentoJuncaoPeriodo + primeiro + kAnd + ultimo +
-          VerifRevendasDesconsiderar(lista, true, "l", "and", true) + extra("l") + fd +
-          kMovimentoGrupo;
+    sql = fmt::format(
+        kMovimentoJuncao, fmt::arg("juncao", IncluiRestricaoRevendasDesconsiderar(lista, "l")),
+        fmt::arg("empresa", empresa), fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+        fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
+        fmt::arg("exclusao", VerifRevendasDesconsiderar(lista, true, "l", "and", true)),
+        fmt::arg("adicional", adicional("l")), fmt::arg("divisoes", divisoes));
   } else if (!lista.empty()) {
-    sql = kMovimentoExclusao + e + kMovimentoExclusaoRevenda + r + kMovimentoExclusaoConta + conta +
-          "'" + kMovimentoExclusaoPeriodo + primeiro + kAnd + ultimo + extra("L") +
-          VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
-          VerifRevendasDesconsiderar(lista, false, "D", "and", true) + fd + kMovimentoExclusaoGrupo;
+    sql = fmt::format(
+        kMovimentoExclusao, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+        fmt::arg("conta", conta), fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
+        fmt::arg("adicional", adicional("L")),
+        fmt::arg("exclusao_lancamento", VerifRevendasDesconsiderar(lista, true, "L", "and", true)),
+        fmt::arg("exclusao_divisao", VerifRevendasDesconsiderar(lista, false, "D", "and", true)),
+        fmt::arg("divisoes", divisoes));
   } else if (!com_filtro) {
-    sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta + conta + "'" +
-          kMovimentoPeriodo + primeiro + kAnd + ultimo + extra("l") + kMovimentoGrupo;
+    sql = fmt::format(kMovimento, fmt::arg("sufixo", ""), fmt::arg("empresa", empresa),
+                      fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+                      fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
+                      fmt::arg("adicional", adicional("l")));
   } else {
-    sql = kMovimentoDivisao + e + kMovimentoDivisaoRevenda + r + kMovimentoDivisaoConta + conta +
-          "'" + kMovimentoDivisaoPeriodo + primeiro + kAnd + ultimo + extra("l") + fd +
-          kMovimentoGrupo;
+    sql = fmt::format(kMovimentoDivisao, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                      fmt::arg("conta", conta), fmt::arg("primeiro", primeiro),
+                      fmt::arg("ultimo", ultimo), fmt::arg("adicional", adicional("l")),
+                      fmt::arg("divisoes", divisoes));
   }
   // The second book's plain entries join the entry forms without a division
   // filter; that part carries no dealership exclusion.
   if (f.modalidade == kSped && !f.saldo_mensal && !com_filtro)
-    sql += kUnion + std::string(kMovimentoCV) + kMovimentoCVEmpresa + e + kMovimentoRevenda + r +
-           kMovimentoConta + conta + "'" + kMovimentoPeriodo + primeiro + kAnd + ultimo +
-           extra("l") + kMovimentoGrupo;
+    sql +=
+        " union " + fmt::format(kMovimento, fmt::arg("sufixo", "_cv"), fmt::arg("empresa", empresa),
+                                fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+                                fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
+                                fmt::arg("adicional", adicional("l")));
   return SomaDebitosMenosCreditos(q, std::move(sql));
 }
 

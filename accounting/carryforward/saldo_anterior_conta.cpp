@@ -12,22 +12,27 @@ namespace {
 
 constexpr char kSped[] = "SPED";
 
-// 4. Division mode.
-constexpr char kDivisaoSelect[] = "select ";
-constexpr char kDivisaoSoma[] = "sum";
-constexpr char kDivisaoSaldo[] = "(coalesce(e.saldo,0)) saldo ";
-constexpr char kDivisaoTabela[] = " from ctb_saldo_anterior_divisao";
-constexpr char kDivisaoAlias[] = " e ";
-constexpr char kDivisaoEmpresa[] = " where e.empresa = ";
-constexpr char kDivisaoRevenda[] = " and e.revenda = ";
-constexpr char kDivisaoConta[] = " and e.conta = '";
-constexpr char kDivisaoAno[] = " and e.ano = ";
+// 4. Division mode: the account's carried-forward division rows of a year
+// (their sum when a division restriction is given).
+constexpr char kSaldoDivisao[] =
+    "select {soma}(coalesce(e.saldo,0)) saldo "
+    " from ctb_saldo_anterior_divisao{sufixo} e "
+    " where e.empresa = {empresa}"
+    " and e.revenda = {revenda}"
+    " and e.conta = {conta}"
+    " and e.ano = {ano}"
+    "{revendas_desconsiderar}"
+    "{restricao_divisao}";
 
-// 5. Total mode.
-constexpr char kTotalSelect[] = " select saldo from ";
-constexpr char kTotalEmpresa[] = " where empresa = ";
-constexpr char kTotalConta[] = " and conta = '";
-constexpr char kTotalAno[] = " and ano = ";
+// 5. Total mode: the account's carried-forward rows of a year, in the table
+// and with the dealership restriction that DefineTabelaSaldoAnterior chose.
+constexpr char kSaldoTotal[] =
+    " select saldo from {tabela}"
+    " where empresa = {empresa}"
+    "{restricao_revenda}"
+    " and conta = {conta}"
+    " and ano = {ano}"
+    "{revendas_desconsiderar}";
 
 }  // namespace
 
@@ -40,74 +45,82 @@ double TddmContabilidadeBD::CalculaSaldoAnteriorContaAnalitica(
     const std::string& RevendasDesconsiderar) {
   const std::string mes = sql::Integer(AnoMes);  // 1
   if (mes.size() < 6) throw std::invalid_argument("'" + mes + "' is not a month YYYYMM (AnoMes)");
-  const int32_t y = static_cast<int32_t>(std::stol(mes.substr(0, 4)));
-  const int32_t m = static_cast<int32_t>(std::stol(mes.substr(4, 2)));
-  const int32_t p = y - 1;
+  const int32_t ano = static_cast<int32_t>(std::stol(mes.substr(0, 4)));
+  const int32_t mes_do_ano = static_cast<int32_t>(std::stol(mes.substr(4, 2)));
+  const int32_t ano_anterior = ano - 1;
   std::string tabela, restricao_revenda;  // 2
   DefineTabelaSaldoAnterior(Revenda, RevendasDesconsiderar, ModalidadeOperacao, tabela,
                             restricao_revenda);
-  auto q = std::make_unique<db::SQLDataSet>("sdsSaldoAnteriorConta");  // 3
-  q->SetConnection(conexao_);
-  InstallRewriting(*q);
+  auto consulta = std::make_unique<db::SQLDataSet>("sdsSaldoAnteriorConta");  // 3
+  consulta->SetConnection(conexao_);
+  InstallRewriting(*consulta);
   double saldo = 0;
-  int32_t s = 0;
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
+  int32_t primeiro_mes = 0;
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
 
   // Runs the statement of a year; returns whether it gave rows, with the
   // first row's SALDO (division mode) or the sum of all (total mode).
-  auto le = [&](int32_t ano, double& valor) {
+  auto le = [&](int32_t ano_do_saldo, double& valor) {
     std::string sql;
     if (PorDivisao) {
-      const std::string sufixo = ModalidadeOperacao == kSped ? "_cv" : "";
-      const std::string div =
-          MontaRestricaoDivisao(CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
-                                TipoItem, ModalidadeOperacao, RestricaoDivisao);
-      sql = kDivisaoSelect + std::string(RestricaoDivisao.empty() ? "" : kDivisaoSoma) +
-            kDivisaoSaldo + kDivisaoTabela + sufixo + kDivisaoAlias + kDivisaoEmpresa + e +
-            kDivisaoRevenda + r + kDivisaoConta + Conta + "'" + kDivisaoAno + sql::Integer(ano) +
-            VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false) + div;
+      sql = fmt::format(
+          kSaldoDivisao, fmt::arg("soma", RestricaoDivisao.empty() ? "" : "sum"),
+          fmt::arg("sufixo", ModalidadeOperacao == kSped ? "_cv" : ""),
+          fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+          fmt::arg("conta", sql::QuotedAsIs(Conta)), fmt::arg("ano", sql::Integer(ano_do_saldo)),
+          fmt::arg("revendas_desconsiderar",
+                   VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false)),
+          fmt::arg(
+              "restricao_divisao",
+              MontaRestricaoDivisao(CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                                    TipoItem, ModalidadeOperacao, RestricaoDivisao)));
     } else {
-      sql = kTotalSelect + tabela + kTotalEmpresa + e + restricao_revenda + kTotalConta + Conta +
-            "'" + kTotalAno + sql::Integer(ano) +
-            VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false);
+      sql = fmt::format(
+          kSaldoTotal, fmt::arg("tabela", tabela), fmt::arg("empresa", empresa),
+          fmt::arg("restricao_revenda", restricao_revenda),
+          fmt::arg("conta", sql::QuotedAsIs(Conta)), fmt::arg("ano", sql::Integer(ano_do_saldo)),
+          fmt::arg("revendas_desconsiderar",
+                   VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "", "and", false)));
     }
-    q->Close();
-    q->SetCommandText(sql);
-    q->Open();
+    consulta->Close();
+    consulta->SetCommandText(sql);
+    consulta->Open();
     valor = 0;
-    const bool tem_linhas = !q->IsEmpty();
+    const bool tem_linhas = !consulta->IsEmpty();
     if (PorDivisao) {
       // Only the first row returned counts; the server's order decides which.
-      if (tem_linhas) valor = q->FieldByName("SALDO").AsFloat();
+      if (tem_linhas) valor = consulta->FieldByName("SALDO").AsFloat();
     } else {
-      for (q->First(); !q->Eof(); q->Next()) valor += q->FieldByName("SALDO").AsFloat();
+      for (consulta->First(); !consulta->Eof(); consulta->Next())
+        valor += consulta->FieldByName("SALDO").AsFloat();
     }
-    q->Close();
+    consulta->Close();
     return tem_linhas;
   };
 
-  if (le(p, saldo)) {  // 4, 5
-    s = m > 1 ? static_cast<int32_t>(std::stol(fmt::format("{}01", y))) : 0;
+  if (le(ano_anterior, saldo)) {  // 4, 5
+    primeiro_mes = mes_do_ano > 1 ? static_cast<int32_t>(std::stol(fmt::format("{}01", ano))) : 0;
   } else {
-    le(p - 1, saldo);
-    s = static_cast<int32_t>(std::stol(fmt::format("{}01", p)));
+    le(ano_anterior - 1, saldo);
+    primeiro_mes = static_cast<int32_t>(std::stol(fmt::format("{}01", ano_anterior)));
   }
-  q.reset();  // 6
+  consulta.reset();  // 6
 
-  if (s > 0) {  // 7
-    const int32_t t = static_cast<int32_t>(
-        std::stol(m > 1 ? fmt::format("{}{:02}", y, m - 1) : fmt::format("{}12", p)));
+  if (primeiro_mes > 0) {  // 7
+    const int32_t ultimo_mes =
+        static_cast<int32_t>(std::stol(mes_do_ano > 1 ? fmt::format("{}{:02}", ano, mes_do_ano - 1)
+                                                      : fmt::format("{}12", ano_anterior)));
     // The Geral movement deliberately gets no exclusion list.
     saldo += UsaMovimentoGeral
                  ? CalculaMovimentoContaAnaliticaPeriodoGeral(
-                       Empresa, Revenda, s, t, CentroCusto, Fonte, Categoria, SecaoOficina,
-                       RevendaDivisao, TipoItem, ModalidadeOperacao, Conta, PorDivisao,
-                       UsaSaldoDivisaoMes, "")
+                       Empresa, Revenda, primeiro_mes, ultimo_mes, CentroCusto, Fonte, Categoria,
+                       SecaoOficina, RevendaDivisao, TipoItem, ModalidadeOperacao, Conta,
+                       PorDivisao, UsaSaldoDivisaoMes, "")
                  : CalculaMovimentoContaAnaliticaPeriodo(
-                       Empresa, Revenda, s, t, CentroCusto, Fonte, Categoria, SecaoOficina,
-                       RevendaDivisao, TipoItem, ModalidadeOperacao, Conta, PorDivisao,
-                       RestricaoDivisao, UsaSaldoDivisaoMes, RevendasDesconsiderar);
+                       Empresa, Revenda, primeiro_mes, ultimo_mes, CentroCusto, Fonte, Categoria,
+                       SecaoOficina, RevendaDivisao, TipoItem, ModalidadeOperacao, Conta,
+                       PorDivisao, RestricaoDivisao, UsaSaldoDivisaoMes, RevendasDesconsiderar);
   }
   return saldo;  // 8
 }
