@@ -6,6 +6,8 @@
 // begun here.
 #include <optional>
 
+#include <fmt/format.h>
+
 #include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
@@ -16,66 +18,98 @@ namespace {
 
 constexpr char kCaptionDivisao[] = "Atualizando saldo dividido das contas superioras ...";
 
-// 1. The synthetic rows of the year.
-constexpr char kExcluiSinteticas[] = " delete from ctb_saldo_anterior  where empresa = ";
-constexpr char kExcluiSinteticasRevenda[] = " and   revenda = ";
-constexpr char kExcluiSinteticasAno[] = " and   ano = ";
-constexpr char kExcluiSinteticasConta[] =
-    " and   conta not in (select conta from ctb_conta                     where empresa = ";
-constexpr char kExcluiSinteticasContaRevenda[] = "                     and   revenda = ";
-constexpr char kExcluiSinteticasFim[] = " and   nivel = 'A')";
-
+// 1. The synthetic rows of the year go.
+constexpr char kExcluiSinteticas[] =
+    " delete from ctb_saldo_anterior "
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   ano = {ano}"
+    " and   conta not in (select conta"
+    " from ctb_conta                    "
+    " where empresa = {empresa}                    "
+    " and   revenda = {revenda}"
+    " and   nivel = 'A')";
 constexpr char kExcluiSinteticasDivisao[] =
-    " delete from ctb_saldo_anterior_divisao  where empresa = ";
-constexpr char kExcluiSinteticasDivisaoConta[] =
-    " and   conta not in  (select conta from ctb_conta  where nivel = 'A' and   empresa = ";
-constexpr char kExcluiSinteticasDivisaoRevenda[] = " and   revenda = ";
-constexpr char kExcluiSinteticasDivisaoFim[] = ")";
+    " delete from ctb_saldo_anterior_divisao "
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   ano = {ano}"
+    " and   conta not in  (select conta"
+    " from ctb_conta "
+    " where nivel = 'A'"
+    " and   empresa = {empresa}"
+    " and   revenda = {revenda})";
 
 // 2. The analytic rows of the year.
 constexpr char kAnaliticas[] =
-    " select s.CONTA,         s.ANO,           s.SALDO     from CTB_SALDO_ANTERIOR s,         "
-    "CTB_CONTA c             where c.EMPRESA = ";
-constexpr char kAnaliticasRevenda[] = "    and c.REVENDA = ";
-constexpr char kAnaliticasAno[] = "    and ANO = ";
-constexpr char kAnaliticasFim[] =
-    "    and c.EMPRESA = s.EMPRESA     and c.REVENDA = s.REVENDA     and c.CONTA = s.CONTA     "
-    "and c.NIVEL = 'A'";
-
+    " select s.CONTA,"
+    "         s.ANO,"
+    "           s.SALDO    "
+    " from CTB_SALDO_ANTERIOR s,"
+    "         CTB_CONTA c            "
+    " where c.EMPRESA = {empresa}   "
+    " and c.REVENDA = {revenda}   "
+    " and ANO = {ano}   "
+    " and c.EMPRESA = s.EMPRESA    "
+    " and c.REVENDA = s.REVENDA    "
+    " and c.CONTA = s.CONTA    "
+    " and c.NIVEL = 'A'";
 constexpr char kAnaliticasDivisao[] =
-    "   select s.CONTA,                                s.ANO,                                  "
-    "s.REVENDA_DIVISAO,                      s.TIPO_ITEM,                            "
-    "s.CATEGORIA,                            s.CENTRO_CUSTO,                         "
-    "s.MODALIDADE_OPERACAO,                  s.SECAO_OFICINA,                        "
-    "s.FONTE,                                s.SALDO                            from "
-    "CTB_SALDO_ANTERIOR_DIVISAO s,           CTB_CONTA c                       where c.EMPRESA = ";
-constexpr char kAnaliticasDivisaoRevenda[] = "      and c.REVENDA = ";
-constexpr char kAnaliticasDivisaoAno[] = "      and ANO = ";
-constexpr char kAnaliticasDivisaoFim[] =
-    "      and c.EMPRESA = s.EMPRESA       and c.REVENDA = s.REVENDA       and c.CONTA = s.CONTA  "
-    "     and c.NIVEL = 'A' order by c.CONTA ";
+    "   select s.CONTA,"
+    "                                s.ANO,"
+    "                                  s.REVENDA_DIVISAO,"
+    "                      s.TIPO_ITEM,"
+    "                            s.CATEGORIA,"
+    "                            s.CENTRO_CUSTO,"
+    "                         s.MODALIDADE_OPERACAO,"
+    "                  s.SECAO_OFICINA,"
+    "                        s.FONTE,"
+    "                                s.SALDO                           "
+    " from CTB_SALDO_ANTERIOR_DIVISAO s,"
+    "           CTB_CONTA c                      "
+    " where c.EMPRESA = {empresa}     "
+    " and c.REVENDA = {revenda}     "
+    " and ANO = {ano}     "
+    " and c.EMPRESA = s.EMPRESA      "
+    " and c.REVENDA = s.REVENDA      "
+    " and c.CONTA = s.CONTA      "
+    " and c.NIVEL = 'A'"
+    " order by c.CONTA ";
 
-// 4. The write of one account of the chain.
-constexpr char kAtualiza[] = "update ctb_saldo_anterior set saldo = ";
-constexpr char kAtualizaEmpresa[] = " where empresa = ";
-constexpr char kAtualizaRevenda[] = " and revenda = ";
-constexpr char kAtualizaConta[] = " and conta = '";
-constexpr char kAtualizaAno[] = " and ano = ";
+// 4. The write of one account of the chain. {saldo} is ValorSaldoAnterior's
+// text; {conta} and {ano} are copied as they stand.
+constexpr char kAtualiza[] =
+    "update ctb_saldo_anterior"
+    " set saldo = {saldo}"
+    " where empresa = {empresa}"
+    " and revenda = {revenda}"
+    " and conta = {conta}"
+    " and ano = {ano}";
 constexpr char kInclui[] =
-    "insert into ctb_saldo_anterior (empresa,revenda,conta,ano,saldo)values(";
+    "insert into ctb_saldo_anterior (empresa,revenda,conta,ano,saldo)"
+    "values({empresa},{revenda},{conta},{ano},{saldo})";
 
+// One division combination's row of an account ({divisao}: the
+// combination's condition, from CondicaoDivisaoSaldo, as are {valores}).
 constexpr char kBuscaDivisao[] =
-    "select CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO,       "
-    "MODALIDADE_OPERACAO, SECAO_OFICINA, FONTE, SALDO from CTB_SALDO_ANTERIOR_DIVISAO where "
-    "EMPRESA = ";
-constexpr char kBuscaDivisaoRevenda[] = " and REVENDA = ";
-constexpr char kBuscaDivisaoConta[] = " and CONTA = '";
-constexpr char kBuscaDivisaoAno[] = " and ANO = ";
-constexpr char kAtualizaDivisao[] = "update ctb_saldo_anterior_divisao  set saldo = ";
+    "select CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO,"
+    "       MODALIDADE_OPERACAO, SECAO_OFICINA, FONTE, SALDO"
+    " from CTB_SALDO_ANTERIOR_DIVISAO"
+    " where EMPRESA = {empresa}"
+    " and REVENDA = {revenda}"
+    " and CONTA = {conta}"
+    " and ANO = {ano}{divisao}";
+constexpr char kAtualizaDivisao[] =
+    "update ctb_saldo_anterior_divisao "
+    " set saldo = {saldo}"
+    " where empresa = {empresa}"
+    " and revenda = {revenda}"
+    " and conta = {conta}"
+    " and ano = {ano}{divisao}";
 constexpr char kIncluiDivisao[] =
-    "insert into ctb_saldo_anterior_divisao  (sequencia, empresa, revenda, ano, conta, "
-    "revenda_divisao, tipo_item, categoria,  centro_custo, modalidade_operacao, secao_oficina, "
-    "fonte, saldo)values(";
+    "insert into ctb_saldo_anterior_divisao  (sequencia, empresa, revenda, ano, conta, revenda_divisao, tipo_item, categoria,"
+    "  centro_custo, modalidade_operacao, secao_oficina, fonte, saldo)"
+    "values({sequencia},{empresa},{revenda},{ano},{conta}{valores},{saldo})";
 
 }  // namespace
 
@@ -144,10 +178,11 @@ std::optional<double> TddmContabilidadeBD::SaldoAnteriorGravado(const std::strin
 std::optional<double> TddmContabilidadeBD::SaldoAnteriorDivisaoGravado(
     const std::string& conta, const std::string& ano, const std::string& condicao) {
   sdsBuscaSaldoDivisao.Close();
-  sdsBuscaSaldoDivisao.SetCommandText(kBuscaDivisao + sql::Integer(aplicacao_->Empresa) +
-                                      kBuscaDivisaoRevenda + sql::Integer(aplicacao_->Revenda) +
-                                      kBuscaDivisaoConta + conta + "'" + kBuscaDivisaoAno + ano +
-                                      condicao);
+  sdsBuscaSaldoDivisao.SetCommandText(
+      fmt::format(kBuscaDivisao, fmt::arg("empresa", sql::Integer(aplicacao_->Empresa)),
+                  fmt::arg("revenda", sql::Integer(aplicacao_->Revenda)),
+                  fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                  fmt::arg("divisao", condicao)));
   sdsBuscaSaldoDivisao.Open();
   std::optional<double> saldo;
   if (!sdsBuscaSaldoDivisao.IsEmpty()) saldo = sdsBuscaSaldoDivisao.FieldByName("SALDO").AsFloat();
@@ -158,16 +193,17 @@ std::optional<double> TddmContabilidadeBD::SaldoAnteriorDivisaoGravado(
 // Steps 1 to 5; the numbers appear in the body.
 void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
                                                 IProgressCallback* Callback) {
-  const std::string e = sql::Integer(aplicacao_->Empresa);
-  const std::string r = sql::Integer(aplicacao_->Revenda);
-  ExecutaRegistrando(kExcluiSinteticas + e + kExcluiSinteticasRevenda + r +  // 1
-                         kExcluiSinteticasAno + Ano + kExcluiSinteticasConta + e +
-                         kExcluiSinteticasContaRevenda + r + kExcluiSinteticasFim,
+  // The host's year text enters the statements as it stands.
+  const std::string empresa = sql::Integer(aplicacao_->Empresa);
+  const std::string revenda = sql::Integer(aplicacao_->Revenda);
+  ExecutaRegistrando(fmt::format(kExcluiSinteticas, fmt::arg("empresa", empresa),  // 1
+                                 fmt::arg("revenda", revenda), fmt::arg("ano", Ano)),
                      kMsgExcluiSaldoAnterior);
   db::ClientDataSet analiticas("cdsEncerra");  // 2
-  dspEncerra.Provide(
-      analiticas, kAnaliticas + e + kAnaliticasRevenda + r + kAnaliticasAno + Ano + kAnaliticasFim,
-      {});
+  dspEncerra.Provide(analiticas,
+                     fmt::format(kAnaliticas, fmt::arg("empresa", empresa),
+                                 fmt::arg("revenda", revenda), fmt::arg("ano", Ano)),
+                     {});
   SendCommand(Callback, std::string(kCmdBar) + "0");  // 3
   ProgressPhase progresso(Callback, static_cast<int64_t>(analiticas.RecordCount()));
   for (analiticas.First(); !analiticas.Eof(); analiticas.Next()) {  // 4
@@ -179,12 +215,14 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
     double parcela = 0;
     for (std::string conta = conta_analitica; !conta.empty();) {
       const std::optional<double> atual = SaldoAnteriorGravado(conta, ano);
-      ExecutaRegistrando(atual ? kAtualiza + ValorSaldoAnterior(*atual + parcela) +
-                                     kAtualizaEmpresa + e + kAtualizaRevenda + r + kAtualizaConta +
-                                     conta + "'" + kAtualizaAno + ano
-                               : kInclui + e + "," + r + ",'" + conta + "'" + "," + ano + "," +
-                                     ValorSaldoAnterior(saldo) + ")",
-                         kMsgIncluiSaldoAnterior);
+      ExecutaRegistrando(
+          atual ? fmt::format(kAtualiza, fmt::arg("saldo", ValorSaldoAnterior(*atual + parcela)),
+                              fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                              fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano))
+                : fmt::format(kInclui, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                              fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                              fmt::arg("saldo", ValorSaldoAnterior(saldo))),
+          kMsgIncluiSaldoAnterior);
       conta = ContaSuperiora(conta);
       parcela = saldo;
     }
@@ -194,16 +232,15 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
 
 void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
                                                        IProgressCallback* Callback) {
-  const std::string e = sql::Integer(aplicacao_->Empresa);
-  const std::string r = sql::Integer(aplicacao_->Revenda);
-  ExecutaRegistrando(kExcluiSinteticasDivisao + e + kExcluiSinteticasRevenda + r +  // 1
-                         kExcluiSinteticasAno + Ano + kExcluiSinteticasDivisaoConta + e +
-                         kExcluiSinteticasDivisaoRevenda + r + kExcluiSinteticasDivisaoFim,
+  const std::string empresa = sql::Integer(aplicacao_->Empresa);
+  const std::string revenda = sql::Integer(aplicacao_->Revenda);
+  ExecutaRegistrando(fmt::format(kExcluiSinteticasDivisao, fmt::arg("empresa", empresa),  // 1
+                                 fmt::arg("revenda", revenda), fmt::arg("ano", Ano)),
                      kMsgExcluiSaldoAnteriorDivisao);
   db::ClientDataSet analiticas("cdsEncerra");  // 2
   dspEncerra.Provide(analiticas,
-                     kAnaliticasDivisao + e + kAnaliticasDivisaoRevenda + r +
-                         kAnaliticasDivisaoAno + Ano + kAnaliticasDivisaoFim,
+                     fmt::format(kAnaliticasDivisao, fmt::arg("empresa", empresa),
+                                 fmt::arg("revenda", revenda), fmt::arg("ano", Ano)),
                      {});
   SendCommand(Callback, kCmdCaption + std::string(kCaptionDivisao));  // 3
   SendCommand(Callback, std::string(kCmdBar) + "0");
@@ -223,15 +260,21 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
       try {  // 6, 7
         std::string sql;
         if (atual) {
-          sql = kAtualizaDivisao + ValorSaldoAnterior(*atual + parcela) + kAtualizaEmpresa + e +
-                kAtualizaRevenda + r + kAtualizaConta + conta + "'" + kAtualizaAno + ano + condicao;
+          sql =
+              fmt::format(kAtualizaDivisao, fmt::arg("saldo", ValorSaldoAnterior(*atual + parcela)),
+                          fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                          fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                          fmt::arg("divisao", condicao));
         } else {
           // Always drawn under company 1 and dealership 1: one sequence for
           // the whole database.
           const int32_t sequencia =
               BuscaProximoNumeroTran(*conexao_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO", "SEQUENCIA", 1);
-          sql = kIncluiDivisao + sql::Integer(sequencia) + "," + e + "," + r + "," + ano + ",'" +
-                conta + "'" + valores + "," + ValorSaldoAnterior(saldo) + ")";
+          sql = fmt::format(kIncluiDivisao, fmt::arg("sequencia", sql::Integer(sequencia)),
+                            fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                            fmt::arg("ano", ano), fmt::arg("conta", sql::QuotedAsIs(conta)),
+                            fmt::arg("valores", valores),
+                            fmt::arg("saldo", ValorSaldoAnterior(saldo)));
         }
         sdsAux.Close();
         sdsAux.SetCommandText(sql);
