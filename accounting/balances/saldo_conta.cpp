@@ -52,7 +52,8 @@ constexpr char kSaldoAnteriorDivisaoCVRevenda[] = " and revenda = ";
 
 // 6.2: the monthly table.
 constexpr char kMovimentoMensal[] =
-    "select 'D' natureza, sum(saldo) total from ctb_salant_mes"
+    "select 'D' natureza, sum(saldo) total"
+    " from ctb_salant_mes"
     " where empresa = {empresa}"
     " and   revenda = {revenda}"
     " and   conta = {conta}"
@@ -60,63 +61,63 @@ constexpr char kMovimentoMensal[] =
 
 // 7.3: the division rows of the monthly table.
 constexpr char kMovimentoMensalDivisao[] =
-    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e "
+    "select 'D' natureza, sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
     " where e.empresa = {empresa}"
     " and   e.revenda = {revenda}"
     " and   e.conta = {conta}"
-    " and   e.ano_mes between {primeiro} and {ultimo}"
-    "{exclusao}{divisoes}";
+    " and   e.ano_mes between {primeiro} and {ultimo}{exclusao}{divisoes}";
 
 // The division variants with an exclusion list: the entries joined to their
 // division rows outside the excluded dealerships ({juncao}, following the
 // journal table); only divided amounts count, as in the form below.
 constexpr char kMovimentoJuncao[] =
-    "select l.natureza, sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l{juncao}"
+    "select l.natureza, sum(coalesce(cld.VAL_DIVISAO, 0)) total"
+    " from ctb_lancamento l{juncao}"
     " where l.empresa = {empresa}"
     " and l.revenda = {revenda}"
     " and l.conta = {conta}"
-    " and l.ano_mes between {primeiro} and {ultimo}"
-    "{exclusao}{adicional}{divisoes}"
+    " and l.ano_mes between {primeiro} and {ultimo}{exclusao}{adicional}{divisoes}"
     " group by l.natureza";
 
 // 6.2 and 7.3 with an exclusion list: the entries joined to their division
 // rows; only divided amounts count.
 constexpr char kMovimentoExclusao[] =
-    "select L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL"
-    "   from CTB_LANCAMENTO L "
-    "       left outer join CTB_LANCAMENTO_DIVIDIDO D"
-    "          on D.EMPRESA = L.EMPRESA"
-    "         and D.REVENDA = L.REVENDA"
-    "         and D.ANO_MES = L.ANO_MES"
-    "         and D.LANCAMENTO = L.LANCAMENTO "
-    " where L.EMPRESA = {empresa}"
-    "   and L.REVENDA = {revenda}"
-    "   and L.CONTA = {conta}"
-    "   and L.ANO_MES between {primeiro} and {ultimo}"
-    "{adicional}{exclusao_lancamento}{exclusao_divisao}{divisoes}"
+    "select L.NATUREZA,"
+    "        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL  "
+    " from CTB_LANCAMENTO L       "
+    " left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA        "
+    " and D.REVENDA = L.REVENDA        "
+    " and D.ANO_MES = L.ANO_MES        "
+    " and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = {empresa}  "
+    " and L.REVENDA = {revenda}  "
+    " and L.CONTA = {conta}  "
+    " and L.ANO_MES between {primeiro} and {ultimo}{adicional}{exclusao_lancamento}{exclusao_divisao}{divisoes}"
     " group by L.NATUREZA ";
 
 // 6.2: the plain entries ({sufixo} "_cv": the second book's).
 constexpr char kMovimento[] =
-    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento{sufixo} l"
+    "select l.natureza, sum(l.val_lancamento) total"
+    " from ctb_lancamento{sufixo} l"
     " where l.empresa = {empresa}"
     " and   l.revenda = {revenda}"
     " and   l.conta = {conta}"
-    " and   l.ano_mes between {primeiro} and {ultimo}"
-    "{adicional}"
+    " and   l.ano_mes between {primeiro} and {ultimo}{adicional}"
     " group by l.natureza";
 
 // 7.3: the division rows of the entries.
 constexpr char kMovimentoDivisao[] =
     "select l.natureza, sum(coalesce(d.val_divisao, 0)) total"
     " from ctb_lancamento_dividido d, ctb_lancamento l"
-    " where l.lancamento = d.lancamento and l.empresa = d.empresa"
-    " and l.revenda = d.revenda and l.ano_mes = d.ano_mes"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
     " and l.empresa = {empresa}"
     " and l.revenda = {revenda}"
     " and l.conta = {conta}"
-    " and l.ano_mes between {primeiro} and {ultimo}"
-    "{adicional}{divisoes}"
+    " and l.ano_mes between {primeiro} and {ultimo}{adicional}{divisoes}"
     " group by l.natureza";
 
 // BuscaSaldoConta: the children of a synthetic account.

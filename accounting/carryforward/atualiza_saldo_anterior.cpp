@@ -107,7 +107,8 @@ constexpr char kAtualizaDivisao[] =
     " and conta = {conta}"
     " and ano = {ano}{divisao}";
 constexpr char kIncluiDivisao[] =
-    "insert into ctb_saldo_anterior_divisao  (sequencia, empresa, revenda, ano, conta, revenda_divisao, tipo_item, categoria,"
+    "insert into ctb_saldo_anterior_divisao  (sequencia, empresa, revenda, ano, conta,"
+    " revenda_divisao, tipo_item, categoria,"
     "  centro_custo, modalidade_operacao, secao_oficina, fonte, saldo)"
     "values({sequencia},{empresa},{revenda},{ano},{conta}{valores},{saldo})";
 

@@ -20,19 +20,16 @@ constexpr char kSaldoDivisao[] =
     " where e.empresa = {empresa}"
     " and e.revenda = {revenda}"
     " and e.conta = {conta}"
-    " and e.ano = {ano}"
-    "{revendas_desconsiderar}"
-    "{restricao_divisao}";
+    " and e.ano = {ano}{revendas_desconsiderar}{restricao_divisao}";
 
 // 5. Total mode: the account's carried-forward rows of a year, in the table
 // and with the dealership restriction that DefineTabelaSaldoAnterior chose.
 constexpr char kSaldoTotal[] =
-    " select saldo from {tabela}"
-    " where empresa = {empresa}"
-    "{restricao_revenda}"
+    " select saldo"
+    " from {tabela}"
+    " where empresa = {empresa}{restricao_revenda}"
     " and conta = {conta}"
-    " and ano = {ano}"
-    "{revendas_desconsiderar}";
+    " and ano = {ano}{revendas_desconsiderar}";
 
 }  // namespace
 

@@ -24,106 +24,150 @@ constexpr char kMsgConfirmaTransacao[] =
     "Não foi possível confirmar a transação da apuração do resultado. Nada foi gravado.";
 constexpr char kMsgDesfazSimulacao[] =
     "Não foi possível desfazer a simulação da apuração do resultado.";
-constexpr char kMsgDataApuracao[] = "A data de apuração {:02}/{:02}/{:04} não é uma data válida.";
-constexpr char kMsgValorDivisao[] = "Valor de divisão não numérico: '{}'.";
+constexpr char kMsgDataApuracao[] =
+    "A data de apura\u00e7\u00e3o {:02}/{:02}/{:04} n\u00e3o \u00e9 uma data v\u00e1lida.";
+constexpr char kMsgValorDivisao[] = "Valor de divis\u00e3o n\u00e3o num\u00e9rico: '{}'.";
 
 // RetornaDataUltApuracao.
 constexpr char kUltimaApuracao[] =
-    " select ANOMES_APURACAO_RESULTADO     from FAT_NUMERACAO_LIVROS   where EMPRESA = ";
-constexpr char kUltimaApuracaoRevenda[] = "    and REVENDA = ";
+    " select ANOMES_APURACAO_RESULTADO    "
+    " from FAT_NUMERACAO_LIVROS  "
+    " where EMPRESA = {empresa}   "
+    " and REVENDA = {revenda}";
 
-// 3. The result accounts.
-constexpr char kContas[] = " select conta, nivel from  ctb_conta where empresa = ";
-constexpr char kContasRevenda[] = " and   revenda = ";
-constexpr char kContasDesde[] = " and   CONTA >= ";
-constexpr char kPrimeiraContaResultado[] = "'3'";
-constexpr char kContasNivel[] = " and   nivel = 'A'";
+// 3. The result accounts: the analytic accounts from '3' up.
+constexpr char kContas[] =
+    " select conta, nivel"
+    " from  ctb_conta"
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   CONTA >= '3'"
+    " and   nivel = 'A'";
 
-// 4. The balance of one account: movement, then the carried-forward part.
+// 4. The balance of one account: its movement over the period ({inicio} and
+// {fim} are YYYYMMDD numbers), then, joined by union when it counts, its
+// carried-forward part. {exclusao}: the dealership-exclusion predicates.
 constexpr char kMovimento[] =
-    " select l.natureza, sum(coalesce(d.val_divisao, 0)) saldo, 'M' tipo from "
-    "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento and l.empresa "
-    "= d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kMovimentoRevenda[] = " and l.revenda = ";
-constexpr char kMovimentoConta[] = " and l.conta = ";
-constexpr char kDataInicial[] = " and l.ano_mes*100+l.dia >= ";
-constexpr char kDataFinal[] = " and l.ano_mes*100+l.dia <= ";
-constexpr char kMovimentoGrupo[] = " group by l.natureza";
-constexpr char kUniao[] = " union ";
-constexpr char kAnterior[] =
+    " select l.natureza, sum(coalesce(d.val_divisao, 0)) saldo, 'M' tipo"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes*100+l.dia >= {inicio}"
+    " and l.ano_mes*100+l.dia <= {fim}{exclusao}"
+    " group by l.natureza";
+constexpr char kUniaoAnterior[] =
+    " union "
     " select CAST((case when e.saldo < 0 then 'C' else 'D' end) AS VARCHAR(1)) natureza,"
     "        sum(e.saldo) saldo, 'A' tipo"
     " from ctb_saldo_anterior_divisao e "
-    " where e.empresa = ";
-constexpr char kAnteriorRevenda[] = " and   e.revenda = ";
-constexpr char kAnteriorConta[] = " and   e.conta = ";
-constexpr char kAnteriorAno[] = " and   e.ano = ";
-constexpr char kAnteriorGrupo[] =
+    " where e.empresa = {empresa}"
+    " and   e.revenda = {revenda}"
+    " and   e.conta = {conta}{exclusao}"
+    " and   e.ano = {ano}"
     " group by CAST((case when e.saldo < 0 then 'C' else 'D' end) AS VARCHAR(1))";
 
-// 5. The division breakdown of a movement row and of a carried-forward row.
+// 5. The division breakdown of a movement row ({lado}: the side that closes
+// it) and of a carried-forward row ({sinal}: likewise).
 constexpr char kDivisaoMovimento[] =
-    " select l.conta,        d.centro_custo,          d.fonte,        d.categoria,         "
-    "d.secao_oficina,         d.tipo_item,        d.modalidade_operacao,        "
-    "d.revenda_divisao,        sum(val_divisao) saldo from ctb_lancamento_dividido d, "
-    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda = "
-    "d.revenda and l.ano_mes = d.ano_mes and l.conta = '";
-constexpr char kDivisaoMovimentoEmpresa[] = " and l.empresa = ";
-constexpr char kDivisaoMovimentoRevenda[] = " and l.revenda = ";
-constexpr char kLadoDevedor[] = " and l.natureza = 'D'";
-constexpr char kLadoCredor[] = " and l.natureza = 'C'";
-constexpr char kDivisaoMovimentoGrupo[] =
-    " group by l.conta, d.centro_custo, d.fonte, d.categoria,"
-    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao";
+    " select l.conta,"
+    "        d.centro_custo,"
+    "          d.fonte,"
+    "        d.categoria,"
+    "         d.secao_oficina,"
+    "         d.tipo_item,"
+    "        d.modalidade_operacao,"
+    "        d.revenda_divisao,"
+    "        sum(val_divisao) saldo"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.conta = {conta}"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}{exclusao}{lado}"
+    " and l.ano_mes*100+l.dia >= {inicio}"
+    " and l.ano_mes*100+l.dia <= {fim}"
+    " group by l.conta, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item,"
+    " d.modalidade_operacao, d.revenda_divisao";
 constexpr char kDivisaoAnterior[] =
-    " select e.conta,        e.centro_custo,          e.fonte,        e.categoria,         "
-    "e.secao_oficina,         e.tipo_item,        e.modalidade_operacao,        "
-    "e.revenda_divisao,        sum(e.saldo) saldo from   ctb_saldo_anterior_divisao e  where  "
-    "e.conta = '";
-constexpr char kDivisaoAnteriorEmpresa[] = " and    e.empresa = ";
-constexpr char kDivisaoAnteriorRevenda[] = " and    e.revenda = ";
-constexpr char kDivisaoAnteriorAno[] = " and    e.ano = ";
-constexpr char kSaldoDevedor[] = " and    e.saldo > 0 ";
-constexpr char kSaldoCredor[] = " and    e.saldo < 0 ";
-constexpr char kDivisaoAnteriorGrupo[] =
-    " group by e.conta, e.centro_custo, e.fonte, e.categoria,"
-    " e.secao_oficina, e.tipo_item, "
-    " e.modalidade_operacao, e.revenda_divisao";
+    " select e.conta,"
+    "        e.centro_custo,"
+    "          e.fonte,"
+    "        e.categoria,"
+    "         e.secao_oficina,"
+    "         e.tipo_item,"
+    "        e.modalidade_operacao,"
+    "        e.revenda_divisao,"
+    "        sum(e.saldo) saldo"
+    " from   ctb_saldo_anterior_divisao e "
+    " where  e.conta = {conta}"
+    " and    e.empresa = {empresa}"
+    " and    e.revenda = {revenda}{exclusao}"
+    " and    e.ano = {ano}{sinal}"
+    " group by e.conta, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item,"
+    "  e.modalidade_operacao, e.revenda_divisao";
 
-// 6. The entries and their division rows.
-constexpr char kTabelaLancamento[] = "CTB_LANCAMENTO";
-constexpr char kChaveLancamento[] = "LCTO";
+// 6. The entries and their division rows. The closing entry carries
+// ENCERRAMENTO_EXERCICIO 'S'; the counter-entry has no such column.
+// {historico} and {dia} are the host's texts as given.
 constexpr char kInsertEncerramento[] =
-    " insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-    "LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, NATUREZA,              "
-    "VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,          LCO_OK, OPERACAO, "
-    "ENCERRAMENTO_EXERCICIO)                                      values ( ";
+    " insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, LANCAMENTO,"
+    " LCO_ORIGEM,"
+    "            USUARIO, CONTA, HISTORICO_PADRAO, DIA, NATUREZA,"
+    "              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,"
+    "          LCO_OK, OPERACAO, ENCERRAMENTO_EXERCICIO)                                     "
+    " values ( {empresa}, {revenda}, {ano_mes}, {lancamento}, NULL, {usuario}, {conta},"
+    " {historico}, {dia}, {natureza}, {valor}, 'O', NULL, NULL, 'N', NULL, 'S' )";
 constexpr char kInsertContrapartida[] =
-    " insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-    "LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, NATUREZA,              "
-    "VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,          LCO_OK, OPERACAO)           "
-    "                values ( ";
+    " insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, LANCAMENTO,"
+    " LCO_ORIGEM,"
+    "            USUARIO, CONTA, HISTORICO_PADRAO, DIA, NATUREZA,"
+    "              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,"
+    "          LCO_OK, OPERACAO)                          "
+    " values ( {empresa}, {revenda}, {ano_mes}, {lancamento}, NULL, {usuario}, {conta},"
+    " {historico}, {dia}, {natureza}, {valor}, 'O', NULL, NULL, 'N', NULL)";
 constexpr char kInsertDivisao[] =
-    "insert into ctb_lancamento_dividido       (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-    "LANCAMENTO,         REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA,       "
-    "     TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO)       values(";
+    "insert into ctb_lancamento_dividido       (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, LANCAMENTO,"
+    "         REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA,"
+    "            TIPO_ITEM, MODALIDADE_OPERACAO, VAL_DIVISAO)      "
+    " values({sequencia}, {empresa}, {revenda}, {ano_mes}, {lancamento}, {revenda_divisao},"
+    " {centro_custo}, {fonte}, {categoria}, {secao_oficina}, {tipo_item}, {modalidade}, {valor})";
 
 // 7. The totals posted into the result account.
 constexpr char kTotais[] =
-    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, "
-    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda = "
-    "d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kTotaisRevenda[] = " and l.revenda = ";
-constexpr char kTotaisConta[] = " and l.conta = '";
-constexpr char kTotaisAnoMes[] = " and l.ano_mes = ";
-constexpr char kTotaisDia[] = " and l.dia = ";
-constexpr char kTotaisHistorico[] = " and l.historico_padrao = ";
-constexpr char kTotaisGrupo[] = " group by l.natureza";
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes = {ano_mes}"
+    " and l.dia = {dia}"
+    " and l.historico_padrao = {historico}{exclusao}"
+    " group by l.natureza";
 
 // 8. The last calculation.
-constexpr char kGravaApuracao[] = "update FAT_NUMERACAO_LIVROS  set ANOMES_APURACAO_RESULTADO = ";
-constexpr char kGravaApuracaoEmpresa[] = " where EMPRESA = ";
-constexpr char kGravaApuracaoRevenda[] = "   and REVENDA = ";
+constexpr char kGravaApuracao[] =
+    "update FAT_NUMERACAO_LIVROS "
+    " set ANOMES_APURACAO_RESULTADO = {data}"
+    " where EMPRESA = {empresa}  "
+    " and REVENDA = {revenda}";
+
+constexpr char kLadoDevedor[] = " and l.natureza = 'D'";
+constexpr char kLadoCredor[] = " and l.natureza = 'C'";
+constexpr char kSaldoDevedor[] = " and    e.saldo > 0 ";
+constexpr char kSaldoCredor[] = " and    e.saldo < 0 ";
+constexpr char kTabelaLancamento[] = "CTB_LANCAMENTO";
+constexpr char kChaveLancamento[] = "LCTO";
 
 // The seven division columns of the breakdowns, in the order of the
 // in-memory division table.
@@ -187,8 +231,9 @@ SeparadoresNumericos TddmContabilidadeBD::SeparadoresEmUso() const {
 
 std::string TddmContabilidadeBD::RetornaDataUltApuracao() {
   sdsAux2.Close();  // 1
-  sdsAux2.SetCommandText(kUltimaApuracao + sql::Integer(aplicacao_->Empresa) +
-                         kUltimaApuracaoRevenda + sql::Integer(aplicacao_->Revenda));
+  sdsAux2.SetCommandText(fmt::format(kUltimaApuracao,
+                                     fmt::arg("empresa", sql::Integer(aplicacao_->Empresa)),
+                                     fmt::arg("revenda", sql::Integer(aplicacao_->Revenda))));
   sdsAux2.Open();
   std::string resultado;
   if (!sdsAux2.IsEmpty()) {  // 2, 3
@@ -212,26 +257,32 @@ int32_t TddmContabilidadeBD::LancaApuracao(bool encerramento, int32_t AnoMes,
                                            double valor, db::ClientDataSet& divisoes) {
   const int32_t empresa = aplicacao_->Empresa;
   const int32_t revenda = aplicacao_->Revenda;
-  const std::string e = sql::Integer(empresa);
-  const std::string r = sql::Integer(revenda);
+  const std::string codigo_empresa = sql::Integer(empresa);
+  const std::string codigo_revenda = sql::Integer(revenda);
   const std::string mes = sql::Integer(AnoMes);
-  const std::string sep = ", ";
 
   // 1. The number.
   const int32_t numero = BuscaProximoNumeroTran(*conexao_, empresa, revenda, kTabelaLancamento,
                                                 kChaveLancamento + mes, 1);
-  const std::string n = sql::Integer(numero);
+  const std::string lancamento = sql::Integer(numero);
 
-  // 2. The entry: the closing entry carries ENCERRAMENTO_EXERCICIO 'S'.
-  const std::string valores = e + sep + r + sep + mes + sep + n + sep + "NULL" + sep +
-                              sql::Integer(aplicacao_->CodigoUsuario) + sep + "'" + conta + "'" +
-                              sep + HistoricoPadrao + sep + Dia + sep + "'" + natureza + "'" + sep +
-                              sql::Amount(valor) + sep + "'O'" + sep + "NULL" + sep + "NULL" + sep +
-                              "'N'";
+  // 2. The entry.
+  const std::string usuario = sql::Integer(aplicacao_->CodigoUsuario);
+  const std::string conta_citada = sql::QuotedAsIs(conta);
+  const std::string natureza_citada = sql::QuotedAsIs(natureza);
+  const std::string texto_valor = sql::Amount(valor);
+  // Both forms of the entry take the same values.
+  auto entrada = [&](const char* texto) {
+    return fmt::format(fmt::runtime(texto), fmt::arg("empresa", codigo_empresa),
+                       fmt::arg("revenda", codigo_revenda), fmt::arg("ano_mes", mes),
+                       fmt::arg("lancamento", lancamento), fmt::arg("usuario", usuario),
+                       fmt::arg("conta", conta_citada), fmt::arg("historico", HistoricoPadrao),
+                       fmt::arg("dia", Dia), fmt::arg("natureza", natureza_citada),
+                       fmt::arg("valor", texto_valor));
+  };
   sdsExecutaSQL.Close();
-  sdsExecutaSQL.SetCommandText(encerramento
-                                   ? kInsertEncerramento + valores + sep + "NULL" + sep + "'S' )"
-                                   : kInsertContrapartida + valores + sep + "NULL)");
+  sdsExecutaSQL.SetCommandText(encerramento ? entrada(kInsertEncerramento)
+                                            : entrada(kInsertContrapartida));
   sdsExecutaSQL.ExecSQL();
 
   // 4. The entry's summarised balance. The six texts are kind, operation,
@@ -255,12 +306,16 @@ int32_t TddmContabilidadeBD::LancaApuracao(bool encerramento, int32_t AnoMes,
     const double saldo = divisoes.FieldByName("SALDO").AsFloat();
     ++contador_divisao_;
     sdsExecutaSQL.Close();
-    sdsExecutaSQL.SetCommandText(kInsertDivisao + sql::Integer(contador_divisao_) + sep + e + sep +
-                                 r + sep + mes + sep + n + sep + InteiroOuNull(revenda_divisao) +
-                                 sep + InteiroOuNull(centro_custo) + sep + InteiroOuNull(fonte) +
-                                 sep + InteiroOuNull(categoria) + sep +
-                                 InteiroOuNull(secao_oficina) + sep + TextoOuNull(tipo_item) + sep +
-                                 TextoOuNull(modalidade) + sep + sql::Amount(saldo) + ")");
+    sdsExecutaSQL.SetCommandText(fmt::format(
+        kInsertDivisao, fmt::arg("sequencia", sql::Integer(contador_divisao_)),
+        fmt::arg("empresa", codigo_empresa), fmt::arg("revenda", codigo_revenda),
+        fmt::arg("ano_mes", mes), fmt::arg("lancamento", lancamento),
+        fmt::arg("revenda_divisao", InteiroOuNull(revenda_divisao)),
+        fmt::arg("centro_custo", InteiroOuNull(centro_custo)),
+        fmt::arg("fonte", InteiroOuNull(fonte)), fmt::arg("categoria", InteiroOuNull(categoria)),
+        fmt::arg("secao_oficina", InteiroOuNull(secao_oficina)),
+        fmt::arg("tipo_item", TextoOuNull(tipo_item)),
+        fmt::arg("modalidade", TextoOuNull(modalidade)), fmt::arg("valor", sql::Amount(saldo))));
     sdsExecutaSQL.ExecSQL();
     // The company also stands in the dealership's place here: the
     // established behaviour of the division rows of this operation.
@@ -314,8 +369,8 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
                     "MODALIDADE_OPERACAO;SECAO_OFICINA;FONTE");
   divisoes.SetIndexName("IDX_DIVISOES");
 
-  const std::string e = sql::Integer(aplicacao_->Empresa);
-  const std::string r = sql::Integer(aplicacao_->Revenda);
+  const std::string empresa = sql::Integer(aplicacao_->Empresa);
+  const std::string revenda = sql::Integer(aplicacao_->Revenda);
   const std::string& lista = RevendasDesconsiderar;
 
   // 2. The period, both ends inclusive, as YYYYMMDD numbers.
@@ -328,7 +383,8 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
           : static_cast<int64_t>(StrToInt(ultima.substr(0, 6), "last calculation")) * 100 +
                 StrToInt(ultima.substr(6, 2), "last calculation");
   const int64_t fim = static_cast<int64_t>(AnoMes) * 100 + dia;
-  const std::string periodo = kDataInicial + sql::Integer(inicio) + kDataFinal + sql::Integer(fim);
+  const std::string data_inicial = sql::Integer(inicio);
+  const std::string data_final = sql::Integer(fim);
   const std::string ano_saldo = sql::Integer(AnoAtual ? ano : ano - 1);
   const bool com_anterior = !SomenteMovimento || IncluiSaldoAnterior || AnoAtual;
   const std::string exclusao_movimento = VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
@@ -337,8 +393,8 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
   // 3. The result accounts.
   sdsAux2.Close();
-  sdsAux2.SetCommandText(kContas + e + kContasRevenda + r + kContasDesde + kPrimeiraContaResultado +
-                         kContasNivel);
+  sdsAux2.SetCommandText(
+      fmt::format(kContas, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda)));
   sdsAux2.Open();
   for (sdsAux2.First(); !sdsAux2.Eof(); sdsAux2.Next()) {
     const std::string conta = sdsAux2.FieldByName("CONTA").AsString();
@@ -348,11 +404,16 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
       continue;
 
     // 4. Its balance rows.
-    std::string sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta +
-                      sql::Quoted(conta) + periodo + exclusao_movimento + kMovimentoGrupo;
+    // The account enters these two with its quotes doubled, the breakdowns
+    // below as it stands.
+    std::string sql =
+        fmt::format(kMovimento, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                    fmt::arg("conta", sql::Quoted(conta)), fmt::arg("inicio", data_inicial),
+                    fmt::arg("fim", data_final), fmt::arg("exclusao", exclusao_movimento));
     if (com_anterior)
-      sql += kUniao + std::string(kAnterior) + e + kAnteriorRevenda + r + kAnteriorConta +
-             sql::Quoted(conta) + exclusao_anterior + kAnteriorAno + ano_saldo + kAnteriorGrupo;
+      sql += fmt::format(kUniaoAnterior, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                         fmt::arg("conta", sql::Quoted(conta)),
+                         fmt::arg("exclusao", exclusao_anterior), fmt::arg("ano", ano_saldo));
     sdsAux3.Close();
     sdsAux3.SetCommandText(sql);
     sdsAux3.Open();
@@ -374,13 +435,16 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
       std::string quebra;
       if (tipo == "M")
-        quebra = kDivisaoMovimento + conta + "'" + kDivisaoMovimentoEmpresa + e +
-                 kDivisaoMovimentoRevenda + r + exclusao_movimento +
-                 (natureza == "C" ? kLadoDevedor : kLadoCredor) + periodo + kDivisaoMovimentoGrupo;
+        quebra = fmt::format(kDivisaoMovimento, fmt::arg("conta", sql::QuotedAsIs(conta)),
+                             fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                             fmt::arg("exclusao", exclusao_movimento),
+                             fmt::arg("lado", natureza == "C" ? kLadoDevedor : kLadoCredor),
+                             fmt::arg("inicio", data_inicial), fmt::arg("fim", data_final));
       else
-        quebra = kDivisaoAnterior + conta + "'" + kDivisaoAnteriorEmpresa + e +
-                 kDivisaoAnteriorRevenda + r + exclusao_anterior + kDivisaoAnteriorAno + ano_saldo +
-                 (natureza == "C" ? kSaldoDevedor : kSaldoCredor) + kDivisaoAnteriorGrupo;
+        quebra = fmt::format(kDivisaoAnterior, fmt::arg("conta", sql::QuotedAsIs(conta)),
+                             fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                             fmt::arg("exclusao", exclusao_anterior), fmt::arg("ano", ano_saldo),
+                             fmt::arg("sinal", natureza == "C" ? kSaldoDevedor : kSaldoCredor));
       sdsConsultaLoc1.Close();
       sdsConsultaLoc1.SetCommandText(quebra);
       sdsConsultaLoc1.Open();
@@ -429,9 +493,11 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
     // 7. The totals.
     sdsAux.Close();
-    sdsAux.SetCommandText(kTotais + e + kTotaisRevenda + r + kTotaisConta + ContaResultado + "'" +
-                          kTotaisAnoMes + sql::Integer(AnoMes) + kTotaisDia + Dia +
-                          kTotaisHistorico + HistoricoPadrao + exclusao_movimento + kTotaisGrupo);
+    sdsAux.SetCommandText(fmt::format(
+        kTotais, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+        fmt::arg("conta", sql::QuotedAsIs(ContaResultado)),
+        fmt::arg("ano_mes", sql::Integer(AnoMes)), fmt::arg("dia", Dia),
+        fmt::arg("historico", HistoricoPadrao), fmt::arg("exclusao", exclusao_movimento)));
     sdsAux.Open();
     double credito = 0;
     double debito = 0;
@@ -452,8 +518,9 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
     // 8. The last calculation: Dia/month/year of AnoMes as a date.
     const DateTime data = DataApuracao(dia, AnoMes % 100, AnoMes / 100);
     sdsAux.Close();
-    sdsAux.SetCommandText(kGravaApuracao + DataPSql(data, aplicacao_->TipoBanco) +
-                          kGravaApuracaoEmpresa + e + kGravaApuracaoRevenda + r);
+    sdsAux.SetCommandText(fmt::format(kGravaApuracao,
+                                      fmt::arg("data", DataPSql(data, aplicacao_->TipoBanco)),
+                                      fmt::arg("empresa", empresa), fmt::arg("revenda", revenda)));
     sdsAux.ExecSQL();
 
     // 9. Commit, or roll back a preview.

@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 #include "accounting/carryforward/saldo_anterior_comum.h"
 #include "accounting/db/client_dataset.h"
 #include "accounting/db/error.h"
@@ -20,36 +22,48 @@ namespace kvc {
 namespace {
 
 // 1. Accounts that are their own superior account.
-constexpr char kAutoReferencia[] = "select EMPRESA, REVENDA, CONTA FROM CTB_CONTA where EMPRESA = ";
-constexpr char kAutoReferenciaRevenda[] = " and REVENDA = ";
-constexpr char kAutoReferenciaFim[] = " and CONTA = CONTA_SUPERIORA";
+constexpr char kAutoReferencia[] =
+    "select EMPRESA, REVENDA, CONTA"
+    " FROM CTB_CONTA"
+    " where EMPRESA = {empresa}"
+    " and REVENDA = {revenda}"
+    " and CONTA = CONTA_SUPERIORA";
 constexpr char kMsgAutoReferencia[] =
     "As seguintes contas estão com a conta superiora igual a conta";
 constexpr char kTituloCancelado[] = "Encerramento Anual Cancelado ...";
 
 // 2. The year's account balances.
-constexpr char kExclui[] = " delete from ctb_saldo_anterior  where empresa = ";
-constexpr char kExcluiRevenda[] = " and   revenda = ";
-constexpr char kExcluiAno[] = " and   ano = ";
+constexpr char kExclui[] =
+    " delete from ctb_saldo_anterior "
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   ano = {ano}";
 
 // 3. The analytic accounts.
 constexpr char kAnaliticas[] =
-    "   select EMPRESA,            REVENDA,            CONTA          from CTB_CONTA     where "
-    "EMPRESA = ";
-constexpr char kAnaliticasRevenda[] = "      and REVENDA = ";
-constexpr char kAnaliticasNivel[] = "      and NIVEL = 'A'";
-constexpr char kAnaliticasOrdem[] = " order by CONTA ";
+    "   select EMPRESA,"
+    "            REVENDA,"
+    "            CONTA         "
+    " from CTB_CONTA    "
+    " where EMPRESA = {empresa}     "
+    " and REVENDA = {revenda}     "
+    " and NIVEL = 'A'"
+    " order by CONTA ";
 
 // 4, 5. Balances and their rows.
 constexpr char kCaptionSaldos[] = "Buscando o movimento e saldo do período ...";
 constexpr char kCaptionGrava[] = "Atualizando o saldo Anterior na base ...";
+// {saldo}: the amount pattern "###0.00".
 constexpr char kInclui[] =
-    " insert into ctb_saldo_anterior(empresa, revenda, conta, ano, saldo) values(";
+    " insert into ctb_saldo_anterior(empresa, revenda, conta, ano, saldo)"
+    " values({empresa} ,{revenda} ,{conta} ,{ano} ,{saldo} )";
 
 // 6. The year's division balances.
-constexpr char kExcluiDivisao[] = " delete from ctb_saldo_anterior_divisao  where empresa = ";
-constexpr char kExcluiDivisaoRevenda[] = " and   revenda = ";
-constexpr char kExcluiDivisaoAno[] = " and   ano = ";
+constexpr char kExcluiDivisao[] =
+    " delete from ctb_saldo_anterior_divisao "
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   ano = {ano}";
 
 // 7. The division combinations of the two-year window: (a) those with
 // division rows of entries of analytic accounts, (b) those carried forward
@@ -59,41 +73,43 @@ constexpr char kCombinacoes[] =
     " select l.empresa, l.revenda, l.conta, d.centro_custo, d.fonte, d.categoria,"
     " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
     " from ctb_lancamento l, ctb_lancamento_dividido d, ctb_conta c"
-    " where l.empresa = ";
-constexpr char kCombinacoesRevenda[] = " and   l.revenda = ";
-constexpr char kCombinacoesJuncao[] =
-    " and   d.empresa = l.empresa and   d.revenda = l.revenda"
-    " and   d.ano_mes = l.ano_mes and   d.lancamento = l.lancamento"
-    " and   c.empresa = l.empresa and   c.revenda = l.revenda"
-    " and   c.conta = l.conta and   c.nivel = 'A'";
-constexpr char kCombinacoesPeriodo[] = " and   l.ano_mes between ";
-constexpr char kCombinacoesPeriodoMeio[] = "01 and ";
-constexpr char kCombinacoesPeriodoFim[] = "12";
-constexpr char kCombinacoesGrupo[] =
+    " where l.empresa = {empresa}"
+    " and   l.revenda = {revenda}"
+    " and   d.empresa = l.empresa"
+    " and   d.revenda = l.revenda"
+    " and   d.ano_mes = l.ano_mes"
+    " and   d.lancamento = l.lancamento"
+    " and   c.empresa = l.empresa"
+    " and   c.revenda = l.revenda"
+    " and   c.conta = l.conta"
+    " and   c.nivel = 'A'"
+    " and   l.ano_mes between {ano_anterior}01 and {ano}12"
     " group by l.empresa, l.revenda, l.conta, d.centro_custo, d.fonte, d.categoria,"
-    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao";
-constexpr char kCombinacoesUniao[] =
+    " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
     " union"
     " select d.empresa, d.revenda, d.conta, d.centro_custo, d.fonte, d.categoria,"
     " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
     " from ctb_saldo_anterior_divisao d, ctb_conta c"
-    " where d.empresa = ";
-constexpr char kCombinacoesUniaoRevenda[] = " and   d.revenda = ";
-constexpr char kCombinacoesUniaoJuncao[] =
-    " and   c.empresa = d.empresa and   c.revenda = d.revenda"
-    " and   c.conta = d.conta and   c.nivel = 'A'";
-constexpr char kCombinacoesUniaoAno[] = " and   d.ano = ";
-constexpr char kCombinacoesUniaoGrupo[] =
+    " where d.empresa = {empresa}"
+    " and   d.revenda = {revenda}"
+    " and   c.empresa = d.empresa"
+    " and   c.revenda = d.revenda"
+    " and   c.conta = d.conta"
+    " and   c.nivel = 'A'"
+    " and   d.ano = {ano_anterior}"
     " group by d.empresa, d.revenda, d.conta, d.centro_custo, d.fonte, d.categoria,"
     " d.secao_oficina, d.tipo_item, d.modalidade_operacao, d.revenda_divisao"
     " order by 3, 4, 5, 6, 7, 8, 9, 10";
 constexpr char kCaptionDivisoes[] = "Atualizando o saldo Anterior dividido na base ..";
 constexpr char kTabelaSequencia[] = "CTB_SALDO_ANTERIOR_DIVISAO";
 constexpr char kChaveSequencia[] = "SEQUENCIA";
+// {divisoes}: " ,value" for each of the seven division values, " ,NULL" for
+// an empty one (Valor).
 constexpr char kIncluiDivisao[] =
-    " insert into ctb_saldo_anterior_divisao (sequencia, empresa, revenda, ano, conta, "
-    "revenda_divisao, tipo_item, categoria,  centro_custo, modalidade_operacao, secao_oficina, "
-    "fonte, saldo) values(";
+    " insert into ctb_saldo_anterior_divisao (sequencia, empresa, revenda, ano, conta,"
+    " revenda_divisao, tipo_item, categoria,"
+    "  centro_custo, modalidade_operacao, secao_oficina, fonte, saldo)"
+    " values({sequencia} ,{empresa} ,{revenda} ,{ano} ,{conta}{divisoes} ,{saldo} )";
 
 // 8. The roll-up.
 constexpr char kCaptionSuperioras[] = "Atualizando saldo das contas superioras ...";
@@ -154,7 +170,8 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
 
   // 1. Consistency check.
   sdsAux2.Close();
-  sdsAux2.SetCommandText(kAutoReferencia + e + kAutoReferenciaRevenda + r + kAutoReferenciaFim);
+  sdsAux2.SetCommandText(
+      fmt::format(kAutoReferencia, fmt::arg("empresa", e), fmt::arg("revenda", r)));
   sdsAux2.Open();
   if (!sdsAux2.IsEmpty()) {
     std::string lista;
@@ -186,7 +203,9 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   cdsSaldoTotal.Close();
 
   // 2. Delete the year's account balances.
-  ExecutaRegistrando(kExclui + e + kExcluiRevenda + r + kExcluiAno + Ano, kMsgExcluiSaldoAnterior);
+  ExecutaRegistrando(
+      fmt::format(kExclui, fmt::arg("empresa", e), fmt::arg("revenda", r), fmt::arg("ano", Ano)),
+      kMsgExcluiSaldoAnterior);
 
   // 3. The working list of analytic accounts.
   db::ClientDataSet contas("cdsContasEncerramento");
@@ -197,8 +216,7 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   contas.AddIndex("IDX_CONTA", "CONTA");
   contas.SetIndexName("IDX_CONTA");
   sdsAux2.Close();
-  sdsAux2.SetCommandText(kAnaliticas + e + kAnaliticasRevenda + r + kAnaliticasNivel +
-                         kAnaliticasOrdem);
+  sdsAux2.SetCommandText(fmt::format(kAnaliticas, fmt::arg("empresa", e), fmt::arg("revenda", r)));
   sdsAux2.Open();
   for (sdsAux2.First(); !sdsAux2.Eof(); sdsAux2.Next()) {
     contas.Append();
@@ -230,24 +248,25 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   grava.Begin(kCaptionGrava);
   for (contas.First(); !contas.Eof(); contas.Next()) {
     grava.Step();
-    ExecutaRegistrando(kInclui + e + " ," + r + " ,'" + contas.FieldByName("CONTA").AsString() +
-                           "'" + " ," + Ano + " ," +
-                           sql::Amount4(contas.FieldByName("SALDO_ATUAL").AsFloat()) + " )",
-                       kMsgIncluiSaldoAnterior);
+    ExecutaRegistrando(
+        fmt::format(kInclui, fmt::arg("empresa", e), fmt::arg("revenda", r),
+                    fmt::arg("conta", sql::QuotedAsIs(contas.FieldByName("CONTA").AsString())),
+                    fmt::arg("ano", Ano),
+                    fmt::arg("saldo", sql::Amount4(contas.FieldByName("SALDO_ATUAL").AsFloat()))),
+        kMsgIncluiSaldoAnterior);
   }
 
   // 6. Delete the year's division balances.
-  ExecutaRegistrando(kExcluiDivisao + e + kExcluiDivisaoRevenda + r + kExcluiDivisaoAno + Ano,
+  ExecutaRegistrando(fmt::format(kExcluiDivisao, fmt::arg("empresa", e), fmt::arg("revenda", r),
+                                 fmt::arg("ano", Ano)),
                      kMsgExcluiSaldoAnteriorDivisao);
 
   // 7. The division combinations and their balances.
   const std::string anterior = sql::Integer(ano - 1);
   sdsEncerra.Close();
-  sdsEncerra.SetCommandText(kCombinacoes + e + kCombinacoesRevenda + r + kCombinacoesJuncao +
-                            kCombinacoesPeriodo + anterior + kCombinacoesPeriodoMeio + Ano +
-                            kCombinacoesPeriodoFim + kCombinacoesGrupo + kCombinacoesUniao + e +
-                            kCombinacoesUniaoRevenda + r + kCombinacoesUniaoJuncao +
-                            kCombinacoesUniaoAno + anterior + kCombinacoesUniaoGrupo);
+  sdsEncerra.SetCommandText(fmt::format(kCombinacoes, fmt::arg("empresa", e),
+                                        fmt::arg("revenda", r), fmt::arg("ano_anterior", anterior),
+                                        fmt::arg("ano", Ano)));
   sdsEncerra.Open();
   const auto combinacoes = SQLDatasetToClientDataSet(sdsEncerra);
   sdsEncerra.Close();
@@ -270,13 +289,17 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
     if (!conexao_) throw db::DatabaseError("no connection", "");
     const int32_t sequencia =
         BuscaProximoNumeroTran(*conexao_, 1, 1, kTabelaSequencia, kChaveSequencia, 1);
+    const std::string divisoes =
+        Valor(c.FieldByName("REVENDA_DIVISAO").AsString(), false) + Valor(tipo_item, true) +
+        Valor(c.FieldByName("CATEGORIA").AsString(), false) +
+        Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) + Valor(modalidade, true) +
+        Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
+        Valor(c.FieldByName("FONTE").AsString(), false);
     ExecutaRegistrando(
-        kIncluiDivisao + sql::Integer(sequencia) + " ," + e + " ," + r + " ," + Ano + " ," +
-            sql::Quoted(conta) + Valor(c.FieldByName("REVENDA_DIVISAO").AsString(), false) +
-            Valor(tipo_item, true) + Valor(c.FieldByName("CATEGORIA").AsString(), false) +
-            Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) + Valor(modalidade, true) +
-            Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
-            Valor(c.FieldByName("FONTE").AsString(), false) + " ," + sql::Amount4(saldo) + " )",
+        fmt::format(kIncluiDivisao, fmt::arg("sequencia", sql::Integer(sequencia)),
+                    fmt::arg("empresa", e), fmt::arg("revenda", r), fmt::arg("ano", Ano),
+                    fmt::arg("conta", sql::Quoted(conta)), fmt::arg("divisoes", divisoes),
+                    fmt::arg("saldo", sql::Amount4(saldo))),
         kMsgIncluiSaldoAnteriorDivisao);
   }
 
