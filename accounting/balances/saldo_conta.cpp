@@ -19,31 +19,49 @@ namespace {
 
 constexpr char kSped[] = "SPED";
 
-// 6.1 and the no-filter case of 9: the carried-forward rows of the account.
-constexpr char kSaldoAnterior[] = "select saldo   from ";
-constexpr char kSaldoAnteriorEmpresa[] = " where empresa = ";
-constexpr char kSaldoAnteriorConta[] = "   and conta = '";
-constexpr char kSaldoAnteriorAno[] = "   and ano = ";
-constexpr char kSaldoAnteriorAbertura[] = "select saldo from ";
-constexpr char kSaldoAnteriorAberturaAno[] = " and ano = ";
-constexpr char kSaldoAnteriorAberturaConta[] = " and conta = '";
+// 6.1: the carried-forward rows of the account, in the table and with the
+// dealership restriction that DefineTabelaSaldoAnterior chose ({tabela},
+// {restricao_revenda}); {exclusao}: the dealership-exclusion predicate.
+constexpr char kSaldoAnterior[] =
+    "select saldo  "
+    " from {tabela}"
+    " where empresa = {empresa}{restricao_revenda}  "
+    " and conta = {conta}  "
+    " and ano = {ano}{exclusao}";
+
+// The no-filter case of 9 (month 00): the same rows, year before account.
+constexpr char kSaldoAnteriorAbertura[] =
+    "select saldo"
+    " from {tabela}"
+    " where empresa = {empresa}{restricao_revenda}"
+    " and ano = {ano}"
+    " and conta = {conta}{exclusao}";
 
 // 7.1: does the company have any carried-forward row for the year.
-constexpr char kExisteSaldoAnterior[] = "select SALDO   from ";
-constexpr char kExisteSaldoAnteriorAno[] = "   and ano     = ";
+constexpr char kExisteSaldoAnterior[] =
+    "select SALDO  "
+    " from {tabela}"
+    " where empresa = {empresa}{restricao_revenda}  "
+    " and ano     = {ano}{exclusao}";
 
-// 7.2: the carried-forward balance of the account's division rows.
+// 7.2: the carried-forward balance of the account's division rows
+// ({divisoes}: the division filter).
 constexpr char kSaldoAnteriorDivisao[] =
-    "select coalesce(sum(e.saldo),0) saldo   from ctb_saldo_anterior_divisao e  where "
-    "e.empresa = ";
-constexpr char kSaldoAnteriorDivisaoRevenda[] = " and e.revenda = ";
-constexpr char kSaldoAnteriorDivisaoAno[] = " and e.ano = ";
-constexpr char kSaldoAnteriorDivisaoConta[] = " and e.conta = '";
+    "select coalesce(sum(e.saldo),0) saldo  "
+    " from ctb_saldo_anterior_divisao e "
+    " where e.empresa = {empresa}"
+    " and e.revenda = {revenda}"
+    " and e.ano = {ano}"
+    " and e.conta = {conta}{exclusao}{divisoes}";
 
 // 9, second book with a division filter.
 constexpr char kSaldoAnteriorDivisaoCV[] =
-    "select coalesce(sum(saldo),0) saldo   from ctb_saldo_anterior_divisao_cv where empresa = ";
-constexpr char kSaldoAnteriorDivisaoCVRevenda[] = " and revenda = ";
+    "select coalesce(sum(saldo),0) saldo  "
+    " from ctb_saldo_anterior_divisao_cv"
+    " where empresa = {empresa}"
+    " and revenda = {revenda}"
+    " and ano = {ano}"
+    " and conta = {conta}{divisoes}";
 
 // The movement of one account over a range of months, one statement per way
 // of reading it (MovimentoConta chooses). {conta} is the account quoted as it
@@ -121,9 +139,12 @@ constexpr char kMovimentoDivisao[] =
     " group by l.natureza";
 
 // BuscaSaldoConta: the children of a synthetic account.
-constexpr char kFilhas[] = "select conta, nivel from ctb_conta where empresa = ";
-constexpr char kFilhasRevenda[] = " and   revenda = ";
-constexpr char kFilhasSuperiora[] = " and   conta_superiora = '";
+constexpr char kFilhas[] =
+    "select conta, nivel"
+    " from ctb_conta"
+    " where empresa = {empresa}"
+    " and   revenda = {revenda}"
+    " and   conta_superiora = {conta}";
 
 }  // namespace
 
@@ -138,33 +159,33 @@ std::unique_ptr<db::SQLDataSet> TddmContabilidadeBD::NovaConsulta(const char* no
 namespace {}  // namespace
 
 std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
-  std::string fd;
+  std::string filtro;
   if (!f.revendas_divisao.empty())
-    fd += " and revenda_divisao in (" + f.revendas_divisao + ")";
+    filtro += " and revenda_divisao in (" + f.revendas_divisao + ")";
   else if (f.revenda_divisao > -1)
-    fd += " and revenda_divisao = " + sql::Integer(f.revenda_divisao);
+    filtro += " and revenda_divisao = " + sql::Integer(f.revenda_divisao);
   if (!f.centros_custo.empty())
-    fd += " and centro_custo in (" + f.centros_custo + ")";
+    filtro += " and centro_custo in (" + f.centros_custo + ")";
   else if (f.centro_custo > -1)
-    fd += " and centro_custo = " + sql::Integer(f.centro_custo);
+    filtro += " and centro_custo = " + sql::Integer(f.centro_custo);
   if (!f.fontes.empty())
-    fd += " and fonte in (" + f.fontes + ")";
+    filtro += " and fonte in (" + f.fontes + ")";
   else if (f.fonte > -1)
-    fd += " and fonte = " + sql::Integer(f.fonte);
+    filtro += " and fonte = " + sql::Integer(f.fonte);
   if (!f.categorias.empty())
-    fd += " and categoria in (" + f.categorias + ")";
+    filtro += " and categoria in (" + f.categorias + ")";
   else if (f.categoria > -1)
-    fd += " and categoria = " + sql::Integer(f.categoria);
+    filtro += " and categoria = " + sql::Integer(f.categoria);
   if (!f.secoes_oficina.empty())
-    fd += " and secao_oficina in (" + f.secoes_oficina + ")";
+    filtro += " and secao_oficina in (" + f.secoes_oficina + ")";
   else if (f.secao_oficina > -1)
-    fd += " and secao_oficina = " + sql::Integer(f.secao_oficina);
-  if (!f.tipo_item.empty()) fd += " and tipo_item = '" + f.tipo_item + "'";
+    filtro += " and secao_oficina = " + sql::Integer(f.secao_oficina);
+  if (!f.tipo_item.empty()) filtro += " and tipo_item = " + sql::QuotedAsIs(f.tipo_item);
   if (!f.modalidades.empty())
-    fd += " and modalidade_operacao in (" + f.modalidades + ")";
+    filtro += " and modalidade_operacao in (" + f.modalidades + ")";
   else if (!f.modalidade.empty() && f.modalidade != kSped)
-    fd += " and modalidade_operacao = '" + f.modalidade + "'";
-  return fd;
+    filtro += " and modalidade_operacao = " + sql::QuotedAsIs(f.modalidade);
+  return filtro;
 }
 
 // The movement of one account from `primeiro` to `ultimo` (months YYYYMM as
@@ -247,69 +268,83 @@ double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
 
 // Steps 1 to 9 of the analytic balance; the numbers appear in the body.
 double TddmContabilidadeBD::SaldoAnalitico(const FiltroSaldo& f, int32_t AnoMes) {
-  std::string t, rr;  // 1
-  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
+  std::string tabela, restricao_revenda;  // 1
+  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, tabela,
+                            restricao_revenda);
   const std::string mes = sql::Integer(AnoMes);  // 2
   const std::string ano = mes.substr(0, 4);
   const std::string ano_anterior = sql::Integer(std::stoll(ano) - 1);
-  const std::string mm = mes.size() >= 6 ? mes.substr(4, 2) : std::string();
+  const std::string mes_do_ano = mes.size() >= 6 ? mes.substr(4, 2) : std::string();
   const std::string primeiro = ano + "01";
-  const std::string ultimo = ano + fmt::format("{:02}", mm.empty() ? 0 : std::stoi(mm));
-  auto q = NovaConsulta("sdsSaldoConta");   // 3
-  const std::string fd = FiltroDivisao(f);  // 4
-  const std::string exc =
+  const std::string ultimo =
+      ano + fmt::format("{:02}", mes_do_ano.empty() ? 0 : std::stoi(mes_do_ano));
+  auto consulta = NovaConsulta("sdsSaldoConta");  // 3
+  const std::string divisoes = FiltroDivisao(f);  // 4
+  const std::string exclusao =
       VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "", "and", false);
-  const std::string exc_e =
+  const std::string exclusao_e =
       VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "e", "and", false);
-  const std::string e = sql::Integer(f.empresa);
-  const std::string r = sql::Integer(f.revenda);
-  const std::string& conta = f.conta;
+  const std::string empresa = sql::Integer(f.empresa);
+  const std::string revenda = sql::Integer(f.revenda);
+  const std::string conta = sql::QuotedAsIs(f.conta);
   auto fallback = [&]() {  // 5
     return SaldoIntervaloMeses(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
   };
   auto existe_saldo_ano = [&]() {  // 7.1
-    return SomaPrimeiraColuna(*q, kExisteSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
-                                      kExisteSaldoAnteriorAno + ano_anterior + exc)
+    return SomaPrimeiraColuna(
+               *consulta,
+               fmt::format(kExisteSaldoAnterior, fmt::arg("tabela", tabela),
+                           fmt::arg("empresa", empresa),
+                           fmt::arg("restricao_revenda", restricao_revenda),
+                           fmt::arg("ano", ano_anterior), fmt::arg("exclusao", exclusao)))
         .tem_linhas;
   };
   auto saldo_divisoes = [&]() {  // 7.2
-    return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
-                                      kSaldoAnteriorDivisaoAno + ano_anterior +
-                                      kSaldoAnteriorDivisaoConta + conta + "'" + exc_e + fd)
+    return SomaPrimeiraColuna(
+               *consulta, fmt::format(kSaldoAnteriorDivisao, fmt::arg("empresa", empresa),
+                                      fmt::arg("revenda", revenda), fmt::arg("ano", ano_anterior),
+                                      fmt::arg("conta", conta), fmt::arg("exclusao", exclusao_e),
+                                      fmt::arg("divisoes", divisoes)))
         .valor;
   };
   const bool sped = f.modalidade == kSped;
 
-  if (mm == "00") {  // 9
-    if (!fd.empty()) {
+  if (mes_do_ano == "00") {  // 9
+    if (!divisoes.empty()) {
       if (!existe_saldo_ano()) return fallback();
       if (!sped) return saldo_divisoes();
-      return SomaPrimeiraColuna(*q, kSaldoAnteriorDivisaoCV + e + kSaldoAnteriorDivisaoCVRevenda +
-                                        r + kSaldoAnteriorAberturaAno + ano_anterior +
-                                        kSaldoAnteriorAberturaConta + conta + "'" + fd)
+      return SomaPrimeiraColuna(
+                 *consulta, fmt::format(kSaldoAnteriorDivisaoCV, fmt::arg("empresa", empresa),
+                                        fmt::arg("revenda", revenda), fmt::arg("ano", ano_anterior),
+                                        fmt::arg("conta", conta), fmt::arg("divisoes", divisoes)))
           .valor;
     }
-    Soma sa = SomaPrimeiraColuna(*q, kSaldoAnteriorAbertura + t + kSaldoAnteriorEmpresa + e + rr +
-                                         kSaldoAnteriorAberturaAno + ano_anterior +
-                                         kSaldoAnteriorAberturaConta + conta + "'" + exc);
+    Soma sa = SomaPrimeiraColuna(
+        *consulta,
+        fmt::format(kSaldoAnteriorAbertura, fmt::arg("tabela", tabela),
+                    fmt::arg("empresa", empresa), fmt::arg("restricao_revenda", restricao_revenda),
+                    fmt::arg("ano", ano_anterior), fmt::arg("conta", conta),
+                    fmt::arg("exclusao", exclusao)));
     return sa.tem_linhas ? sa.valor : fallback();
   }
 
-  // 6 and 7 look at the arguments, 9 at FD: an integer filter such as -2
+  // 6 and 7 look at the arguments, 9 at the division filter's text: an integer filter such as -2
   // that adds no condition still counts as a filter here. Intended.
   const bool com_filtro = f.ComFiltro();
   double sa = 0;
   if (!com_filtro) {  // 6.1
-    Soma soma = SomaPrimeiraColuna(*q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr +
-                                           kSaldoAnteriorConta + conta + "'" + kSaldoAnteriorAno +
-                                           ano_anterior + exc);
+    Soma soma = SomaPrimeiraColuna(
+        *consulta,
+        fmt::format(kSaldoAnterior, fmt::arg("tabela", tabela), fmt::arg("empresa", empresa),
+                    fmt::arg("restricao_revenda", restricao_revenda), fmt::arg("conta", conta),
+                    fmt::arg("ano", ano_anterior), fmt::arg("exclusao", exclusao)));
     if (!soma.tem_linhas) return fallback();
     sa = soma.valor;
   } else {  // 7.1, 7.2
     if (!existe_saldo_ano()) return fallback();
     sa = saldo_divisoes();
   }
-  return sa + MovimentoConta(*q, f, primeiro, ultimo, com_filtro);  // 6.2, 7.3, 8
+  return sa + MovimentoConta(*consulta, f, primeiro, ultimo, com_filtro);  // 6.2, 7.3, 8
 }
 
 double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
@@ -333,30 +368,37 @@ double TddmContabilidadeBD::BuscaSaldoAntContaAnaliticaPeriodo(
 // December.
 double TddmContabilidadeBD::SaldoIntervaloMeses(const FiltroSaldo& f, int32_t AnoMesInicial,
                                                 int32_t AnoMesFinal) {
-  std::string t, rr;
-  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
+  std::string tabela, restricao_revenda;
+  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, tabela,
+                            restricao_revenda);
   const std::string inicial = sql::Integer(AnoMesInicial);
   const std::string ano_anterior = sql::Integer(std::stoll(inicial.substr(0, 4)) - 1);
-  const std::string e = sql::Integer(f.empresa);
-  const std::string r = sql::Integer(f.revenda);
-  auto q = NovaConsulta("sdsSaldoPeriodo");
+  const std::string empresa = sql::Integer(f.empresa);
+  const std::string revenda = sql::Integer(f.revenda);
+  const std::string conta = sql::QuotedAsIs(f.conta);
+  auto consulta = NovaConsulta("sdsSaldoPeriodo");
   const bool com_filtro = f.ComFiltro();
   double sa;
   if (!com_filtro)
     sa = SomaPrimeiraColuna(
-             *q, kSaldoAnterior + t + kSaldoAnteriorEmpresa + e + rr + kSaldoAnteriorConta +
-                     f.conta + "'" + kSaldoAnteriorAno + ano_anterior +
-                     VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "", "and", false))
+             *consulta,
+             fmt::format(kSaldoAnterior, fmt::arg("tabela", tabela), fmt::arg("empresa", empresa),
+                         fmt::arg("restricao_revenda", restricao_revenda), fmt::arg("conta", conta),
+                         fmt::arg("ano", ano_anterior),
+                         fmt::arg("exclusao", VerifRevendasDesconsiderar(f.revendas_desconsiderar,
+                                                                         false, "", "and", false))))
              .valor;
   else
-    sa = SomaPrimeiraColuna(*q, kSaldoAnteriorDivisao + e + kSaldoAnteriorDivisaoRevenda + r +
-                                    kSaldoAnteriorDivisaoAno + ano_anterior +
-                                    kSaldoAnteriorDivisaoConta + f.conta + "'" +
-                                    VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "e",
-                                                               "and", false) +
-                                    FiltroDivisao(f))
+    sa = SomaPrimeiraColuna(
+             *consulta,
+             fmt::format(kSaldoAnteriorDivisao, fmt::arg("empresa", empresa),
+                         fmt::arg("revenda", revenda), fmt::arg("ano", ano_anterior),
+                         fmt::arg("conta", conta),
+                         fmt::arg("exclusao", VerifRevendasDesconsiderar(f.revendas_desconsiderar,
+                                                                         false, "e", "and", false)),
+                         fmt::arg("divisoes", FiltroDivisao(f))))
              .valor;
-  return sa + MovimentoConta(*q, f, inicial, sql::Integer(AnoMesFinal), com_filtro);
+  return sa + MovimentoConta(*consulta, f, inicial, sql::Integer(AnoMesFinal), com_filtro);
 }
 
 // 1. An analytic account overwrites Saldo. 2. A synthetic account adds the
@@ -371,8 +413,9 @@ double TddmContabilidadeBD::CaminhaPlano(
     return Saldo;
   }
   auto q = NovaConsulta("sdsBuscaFilhas");  // 2
-  q->SetCommandText(kFilhas + sql::Integer(Empresa) + kFilhasRevenda + sql::Integer(Revenda) +
-                    kFilhasSuperiora + Conta + "'");
+  q->SetCommandText(fmt::format(kFilhas, fmt::arg("empresa", sql::Integer(Empresa)),
+                                fmt::arg("revenda", sql::Integer(Revenda)),
+                                fmt::arg("conta", sql::QuotedAsIs(Conta))));
   q->Open();
   // The children are read whole before the recursion runs its own queries.
   const db::ResultSet filhas = q->Rows();
