@@ -26,3 +26,15 @@ if [ -n "$layering" ]; then
   echo "$layering" >&2
   exit 1
 fi
+
+# Every value enters statement text through the typed formatters of
+# accounting/db/sql_format.h: no quote glued to a value by hand in the
+# statement-building layers (messages that quote a value are not statements).
+raw_quotes=$(grep -rnE "\"'\" \+|\+ \"'\"|[=,(] *'\" \+" accounting/balances accounting/carryforward \
+  accounting/closing accounting/entries accounting/module accounting/services accounting/reports |
+  grep -v 'throw ' || true)
+if [ -n "$raw_quotes" ]; then
+  echo "check-format: a value quoted by hand; use sql::Quoted or sql::QuotedAsIs:" >&2
+  echo "$raw_quotes" >&2
+  exit 1
+fi

@@ -310,7 +310,7 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
   auto naturezas = [&](const char* livro) {
     Naturezas n;
     const std::string base =
-        filtro_conta + " and livro = '" + livro + "'" + (aplica_fd ? fd : std::string());
+        filtro_conta + " and livro = " + sql::QuotedAsIs(livro) + (aplica_fd ? fd : std::string());
     auto [debito, linhas_d] = SomaFiltrada(movimento, base + " and natureza = 'D'", "VALOR");
     auto [credito, linhas_c] = SomaFiltrada(movimento, base + " and natureza = 'C'", "VALOR");
     n.debito = debito;

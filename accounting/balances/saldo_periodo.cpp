@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include "accounting/balances/leitura_saldo.h"
 #include "accounting/balances/saldo_filtros.h"
 #include "accounting/db/sql_format.h"
@@ -18,7 +20,6 @@ namespace kvc {
 namespace {
 
 constexpr char kSped[] = "SPED";
-constexpr char kAnd[] = " and ";
 
 // The cache slot of the movement set, and its index.
 constexpr size_t kCacheMovimentoDias = 2;
@@ -26,38 +27,55 @@ constexpr char kIndice[] = "indice";
 constexpr char kCamposIndice[] = "conta;revenda_divisao;centro_custo;natureza";
 
 // 2: the grouped movement of every account of the company, dealership, month
-// and days.
+// and days ({dia_inicial} to {dia_final}); {exclusao}: the dealership-exclusion
+// predicates.
 constexpr char kAgrupado[] =
-    "select l.natureza, d.revenda_divisao, d.revenda_origem, d.centro_custo,        d.fonte, "
-    "d.categoria, d.secao_oficina,        d.tipo_item, d.modalidade_operacao, l.conta,        "
-    "sum(coalesce(d.val_divisao, 0)) total  from ctb_lancamento_dividido d, ctb_lancamento l "
-    "where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda = d.revenda and "
-    "l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kAgrupadoRevenda[] = " and l.revenda = ";
-constexpr char kAgrupadoMes[] = " and l.ano_mes = ";
-constexpr char kAgrupadoDias[] = " and l.dia between ";
-constexpr char kAgrupadoGrupo[] =
-    " group by l.natureza, d.revenda_divisao, d.revenda_origem, d.centro_custo, "
-    "       d.fonte, d.categoria, d.secao_oficina, "
-    "       d.tipo_item, d.modalidade_operacao, l.conta";
+    "select l.natureza, d.revenda_divisao, d.revenda_origem, d.centro_custo,"
+    "        d.fonte, d.categoria, d.secao_oficina,"
+    "        d.tipo_item, d.modalidade_operacao, l.conta,"
+    "        sum(coalesce(d.val_divisao, 0)) total "
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.ano_mes = {ano_mes}"
+    " and l.dia between {dia_inicial} and {dia_final}{exclusao}"
+    " group by l.natureza, d.revenda_divisao, d.revenda_origem, d.centro_custo,"
+    "        d.fonte, d.categoria, d.secao_oficina,"
+    "        d.tipo_item, d.modalidade_operacao, l.conta";
 
 // 4: the filter of the movement set for one account and nature.
-constexpr char kFiltroConta[] = "conta = '";
+constexpr char kFiltroConta[] = "conta = ";
 
-// 5 and 6: the division rows of one account and nature, in the main book and
-// in the second one.
+// 5 and 6: the division rows of one account, in the main book and in the
+// second one; the nature and the division filter follow ({restricoes}).
 constexpr char kMovimento[] =
-    " select sum(coalesce(d.val_divisao, 0)) total  from ctb_lancamento_dividido d, "
-    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda "
-    "= d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
+    " select sum(coalesce(d.val_divisao, 0)) total "
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes = {ano_mes}"
+    " and l.dia between {dia_inicial} and {dia_final}{exclusao}{restricoes}";
 constexpr char kMovimentoCV[] =
-    " select sum(coalesce(d.val_divisao, 0)) total  from ctb_lancamento_dividido_cv d, "
-    "ctb_lancamento_cv l where l.lancamento = d.lancamento and l.empresa = d.empresa and "
-    "l.revenda = d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kMovimentoRevenda[] = " and l.revenda = ";
-constexpr char kMovimentoConta[] = " and l.conta = '";
-constexpr char kMovimentoMes[] = " and l.ano_mes = ";
-constexpr char kMovimentoDias[] = " and l.dia between ";
+    " select sum(coalesce(d.val_divisao, 0)) total "
+    " from ctb_lancamento_dividido_cv d, ctb_lancamento_cv l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes = {ano_mes}"
+    " and l.dia between {dia_inicial} and {dia_final}{restricoes}";
 
 // 4, 5 and 6: the nature of the rows summed.
 constexpr char kDebito[] = " and natureza = 'D'";
@@ -67,9 +85,10 @@ constexpr char kCredito[] = " and natureza = 'C'";
 constexpr char kPlano[] =
     " select EMPRESA, REVENDA, CONTA_SUPERIORA,         CONTA, NIVEL  from CTB_CONTA order by "
     "EMPRESA, REVENDA, CONTA_SUPERIORA";
-constexpr char kFilhasEmpresa[] = "EMPRESA = ";
-constexpr char kFilhasRevenda[] = " and   REVENDA = ";
-constexpr char kFilhasSuperiora[] = " and   CONTA_SUPERIORA = '";
+constexpr char kFilhas[] =
+    "EMPRESA = {empresa}"
+    " and   REVENDA = {revenda}"
+    " and   CONTA_SUPERIORA = {conta}";
 
 }  // namespace
 
@@ -79,12 +98,13 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodo(
     int32_t RevendaDivisao, const std::string& TipoItem, const std::string& Modalidade,
     const std::string& Conta, const std::string& CentrosCusto, bool UsaCache,
     const std::string& RevendasDesconsiderar) {
-  auto q = NovaConsulta("sdsSaldoContaPeriodo");  // 1
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
-  const std::string mes = sql::Integer(AnoMes);
-  const std::string di = sql::Integer(DiaInicial);
-  const std::string df = sql::Integer(DiaFinal);
+  auto consulta = NovaConsulta("sdsSaldoContaPeriodo");  // 1
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
+  const std::string ano_mes = sql::Integer(AnoMes);
+  const std::string dia_inicial = sql::Integer(DiaInicial);
+  const std::string dia_final = sql::Integer(DiaFinal);
+  const std::string conta = sql::QuotedAsIs(Conta);
   const std::string& lista = RevendasDesconsiderar;
 
   // 2. The exclusion list is not part of the key: a later call with another
@@ -95,13 +115,15 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodo(
     chaves_cache_ = chave;
     caches_[kCacheMovimentoDias].reset();
     try {
-      q->SetCommandText(kAgrupado + e + kAgrupadoRevenda + r + kAgrupadoMes + mes + kAgrupadoDias +
-                        di + kAnd + df + VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
-                        VerifRevendasDesconsiderar(lista, false, "D", "and", true) +
-                        kAgrupadoGrupo);
-      q->Open();
-      std::unique_ptr<db::ClientDataSet> movimento = SQLDatasetToClientDataSet(*q);
-      q->Close();
+      consulta->SetCommandText(fmt::format(
+          kAgrupado, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+          fmt::arg("ano_mes", ano_mes), fmt::arg("dia_inicial", dia_inicial),
+          fmt::arg("dia_final", dia_final),
+          fmt::arg("exclusao", VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+                                   VerifRevendasDesconsiderar(lista, false, "D", "and", true))));
+      consulta->Open();
+      std::unique_ptr<db::ClientDataSet> movimento = SQLDatasetToClientDataSet(*consulta);
+      consulta->Close();
       movimento->AddIndex(kIndice, kCamposIndice);
       movimento->SetIndexName(kIndice);
       caches_[kCacheMovimentoDias] = std::move(movimento);
@@ -112,36 +134,45 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodo(
   }
 
   // 3. The division filter, the modality left out when it is "SPED".
-  const std::string fd = FiltroDivisao(FiltroSaldo{
+  const std::string divisoes = FiltroDivisao(FiltroSaldo{
       Empresa, Revenda, CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao, TipoItem,
       Modalidade, Conta, CentrosCusto, false, std::string(), RevendasDesconsiderar});
 
   double debitos = 0, creditos = 0;
   if (UsaCache) {  // 4
     db::ClientDataSet& movimento = *caches_[kCacheMovimentoDias];
-    const std::string filtro = kFiltroConta + Conta + "'" + fd;
+    const std::string filtro = kFiltroConta + conta + divisoes;
     debitos += SomaFiltrada(movimento, filtro + kDebito, "TOTAL").first;
     creditos += SomaFiltrada(movimento, filtro + kCredito, "TOTAL").first;
   } else {  // 5
-    const std::string sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta + Conta + "'" +
-                            kMovimentoMes + mes + kMovimentoDias + di + kAnd + df +
-                            VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
-                            VerifRevendasDesconsiderar(lista, false, "d", "and", true);
-    debitos += PrimeiroValor(*q, sql + kDebito + fd, "TOTAL").AsFloat();
-    creditos += PrimeiroValor(*q, sql + kCredito + fd, "TOTAL").AsFloat();
+    const std::string exclusao = VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
+                                 VerifRevendasDesconsiderar(lista, false, "d", "and", true);
+    auto movimento = [&](const char* natureza) {
+      return fmt::format(kMovimento, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                         fmt::arg("conta", conta), fmt::arg("ano_mes", ano_mes),
+                         fmt::arg("dia_inicial", dia_inicial), fmt::arg("dia_final", dia_final),
+                         fmt::arg("exclusao", exclusao),
+                         fmt::arg("restricoes", natureza + divisoes));
+    };
+    debitos += PrimeiroValor(*consulta, movimento(kDebito), "TOTAL").AsFloat();
+    creditos += PrimeiroValor(*consulta, movimento(kCredito), "TOTAL").AsFloat();
   }
 
   // 6. The second book, cached or not: only the division dealership, the
   // cost centres and the item type narrow it (source, category and workshop
   // section are left out on purpose), and no dealership is excluded.
   if (Modalidade == kSped) {
-    const std::string fd_cv = FiltroDivisao(
+    const std::string divisoes_cv = FiltroDivisao(
         FiltroSaldo{Empresa, Revenda, CentroCusto, -1, -1, -1, RevendaDivisao, TipoItem,
                     std::string(), Conta, CentrosCusto, false, std::string(), std::string()});
-    const std::string sql = kMovimentoCV + e + kMovimentoRevenda + r + kMovimentoConta + Conta +
-                            "'" + kMovimentoMes + mes + kMovimentoDias + di + kAnd + df;
-    debitos += PrimeiroValor(*q, sql + kDebito + fd_cv, "TOTAL").AsFloat();
-    creditos += PrimeiroValor(*q, sql + kCredito + fd_cv, "TOTAL").AsFloat();
+    auto movimento_cv = [&](const char* natureza) {
+      return fmt::format(kMovimentoCV, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                         fmt::arg("conta", conta), fmt::arg("ano_mes", ano_mes),
+                         fmt::arg("dia_inicial", dia_inicial), fmt::arg("dia_final", dia_final),
+                         fmt::arg("restricoes", natureza + divisoes_cv));
+    };
+    debitos += PrimeiroValor(*consulta, movimento_cv(kDebito), "TOTAL").AsFloat();
+    creditos += PrimeiroValor(*consulta, movimento_cv(kCredito), "TOTAL").AsFloat();
   }
   return debitos - creditos;  // 7
 }
@@ -168,16 +199,18 @@ double TddmContabilidadeBD::BuscaSaldoContaPeriodo(
     return Saldo;
   }
 
-  auto q = NovaConsulta("sdsPlanoContas");  // 2
-  q->SetCommandText(kPlano);
-  q->Open();
-  const std::unique_ptr<db::ClientDataSet> plano = SQLDatasetToClientDataSet(*q);
-  q->Close();
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
+  auto consulta = NovaConsulta("sdsPlanoContas");  // 2
+  consulta->SetCommandText(kPlano);
+  consulta->Open();
+  const std::unique_ptr<db::ClientDataSet> plano = SQLDatasetToClientDataSet(*consulta);
+  consulta->Close();
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
   std::function<void(const std::string&)> soma_filhas = [&](const std::string& superiora) {
     plano->SetFiltered(false);
-    plano->SetFilter(kFilhasEmpresa + e + kFilhasRevenda + r + kFilhasSuperiora + superiora + "'");
+    plano->SetFilter(fmt::format(kFilhas, fmt::arg("empresa", empresa),
+                                 fmt::arg("revenda", revenda),
+                                 fmt::arg("conta", sql::QuotedAsIs(superiora))));
     plano->SetFiltered(true);
     std::vector<std::pair<std::string, std::string>> filhas;
     for (plano->First(); !plano->Eof(); plano->Next())
@@ -206,12 +239,13 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodoDivisoes(
     const std::string& Categorias, const std::string& SecoesOficina,
     const std::string& RevendasDivisao, const std::string& Modalidades,
     const std::string& RevendasDesconsiderar) {
-  auto q = NovaConsulta("sdsSaldoContaPeriodoDivisoes");
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
-  const std::string mes = sql::Integer(AnoMes);
-  const std::string di = sql::Integer(DiaInicial);
-  const std::string df = sql::Integer(DiaFinal);
+  auto consulta = NovaConsulta("sdsSaldoContaPeriodoDivisoes");
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
+  const std::string ano_mes = sql::Integer(AnoMes);
+  const std::string dia_inicial = sql::Integer(DiaInicial);
+  const std::string dia_final = sql::Integer(DiaFinal);
+  const std::string conta = sql::QuotedAsIs(Conta);
   const std::string& lista = RevendasDesconsiderar;
   FiltroSaldo filtro{Empresa,        Revenda,
                      CentroCusto,    Fonte,
@@ -225,23 +259,31 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaPeriodoDivisoes(
   filtro.secoes_oficina = SecoesOficina;
   filtro.revendas_divisao = RevendasDivisao;
   filtro.modalidades = Modalidades;
-  const std::string fd = FiltroDivisao(filtro);
-  const std::string sql = kMovimento + e + kMovimentoRevenda + r + kMovimentoConta + Conta + "'" +
-                          kMovimentoMes + mes + kMovimentoDias + di + kAnd + df +
-                          VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
-                          VerifRevendasDesconsiderar(lista, false, "d", "and", true);
-  double debitos = PrimeiroValor(*q, sql + kDebito + fd, "TOTAL").AsFloat();
-  double creditos = PrimeiroValor(*q, sql + kCredito + fd, "TOTAL").AsFloat();
+  const std::string divisoes = FiltroDivisao(filtro);
+  const std::string exclusao = VerifRevendasDesconsiderar(lista, true, "l", "and", true) +
+                               VerifRevendasDesconsiderar(lista, false, "d", "and", true);
+  auto movimento = [&](const char* natureza) {
+    return fmt::format(kMovimento, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                       fmt::arg("conta", conta), fmt::arg("ano_mes", ano_mes),
+                       fmt::arg("dia_inicial", dia_inicial), fmt::arg("dia_final", dia_final),
+                       fmt::arg("exclusao", exclusao), fmt::arg("restricoes", natureza + divisoes));
+  };
+  double debitos = PrimeiroValor(*consulta, movimento(kDebito), "TOTAL").AsFloat();
+  double creditos = PrimeiroValor(*consulta, movimento(kCredito), "TOTAL").AsFloat();
   if (Modalidade == kSped) {
     FiltroSaldo reduzido{Empresa,        Revenda,      CentroCusto,   -1,    -1,           -1,
                          RevendaDivisao, TipoItem,     std::string(), Conta, CentrosCusto, false,
                          std::string(),  std::string()};
     reduzido.revendas_divisao = RevendasDivisao;
-    const std::string fd_cv = FiltroDivisao(reduzido);
-    const std::string sql_cv = kMovimentoCV + e + kMovimentoRevenda + r + kMovimentoConta + Conta +
-                               "'" + kMovimentoMes + mes + kMovimentoDias + di + kAnd + df;
-    debitos += PrimeiroValor(*q, sql_cv + kDebito + fd_cv, "TOTAL").AsFloat();
-    creditos += PrimeiroValor(*q, sql_cv + kCredito + fd_cv, "TOTAL").AsFloat();
+    const std::string divisoes_cv = FiltroDivisao(reduzido);
+    auto movimento_cv = [&](const char* natureza) {
+      return fmt::format(kMovimentoCV, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                         fmt::arg("conta", conta), fmt::arg("ano_mes", ano_mes),
+                         fmt::arg("dia_inicial", dia_inicial), fmt::arg("dia_final", dia_final),
+                         fmt::arg("restricoes", natureza + divisoes_cv));
+    };
+    debitos += PrimeiroValor(*consulta, movimento_cv(kDebito), "TOTAL").AsFloat();
+    creditos += PrimeiroValor(*consulta, movimento_cv(kCredito), "TOTAL").AsFloat();
   }
   return debitos - creditos;
 }

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include <fmt/format.h>
+
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 
@@ -31,119 +33,203 @@ constexpr char kNaoNulo[] = " is not null";
 // ---- single form ----
 
 // 2a: the monthly division balances of the account, all counted as debit.
-constexpr char kMesInicio[] =
-    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = ";
-constexpr char kMesRevenda[] = " and   e.revenda = ";
-constexpr char kMesConta[] = " and   e.conta = '";
-constexpr char kMesPeriodo[] = "' and   e.ano_mes between ";
+// {exclusao}: the dealership-exclusion predicates; {divisao}: the division
+// restriction.
+constexpr char kMes[] =
+    "select 'D' natureza, sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa = {empresa}"
+    " and   e.revenda = {revenda}"
+    " and   e.conta = {conta}"
+    " and   e.ano_mes between {inicio} and {fim}{exclusao}{divisao}";
 
 // 2b: the journal with the dealership exclusion (also step 4's replacement
 // when a list is given).
-constexpr char kExclusaoInicio[] =
-    "select L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from CTB_LANCAMENTO L "
-    "       left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA       "
-    "  and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and D.LANCAMENTO = "
-    "L.LANCAMENTO  where L.EMPRESA = ";
-constexpr char kExclusaoRevenda[] = "   and L.REVENDA = ";
-constexpr char kExclusaoConta[] = "   and L.CONTA = '";
-constexpr char kExclusaoPeriodo[] = "'   and L.ANO_MES between ";
-constexpr char kExclusaoGrupo[] = " group by L.NATUREZA ";
+constexpr char kExclusao[] =
+    "select L.NATUREZA,"
+    "        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL  "
+    " from CTB_LANCAMENTO L       "
+    " left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA        "
+    " and D.REVENDA = L.REVENDA        "
+    " and D.ANO_MES = L.ANO_MES        "
+    " and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = {empresa}  "
+    " and L.REVENDA = {revenda}  "
+    " and L.CONTA = {conta}  "
+    " and L.ANO_MES between {inicio} and {fim}{exclusao}{divisao}"
+    " group by L.NATUREZA ";
 
-// 2c and 3: the division rows of the account, in the main book and in the
-// second one.
-constexpr char kDivididoInicio[] =
-    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, "
-    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda "
-    "= d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kUniaoCVInicio[] =
-    " union select l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
-    "ctb_lancamento_dividido_cv d, ctb_lancamento_cv l where l.lancamento = d.lancamento and "
-    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
+// 2c and 3: the division rows of the account, in the main book ({livro}
+// empty) and in the second one ({livro} "_cv", joined by union).
+constexpr char kDividido[] =
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido{livro} d, ctb_lancamento{livro} l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes between {inicio} and {fim}{divisao}"
+    " group by l.natureza";
 
 // 4: the entries' own values.
-constexpr char kTavroInicio[] =
-    "select l.natureza, sum(l.val_lancamento) total from ctb_lancamento l where l.empresa = ";
-
-// 2c, 3 and 4: the rest of the condition and the grouping.
-constexpr char kRevenda[] = " and l.revenda = ";
-constexpr char kConta[] = " and l.conta = '";
-constexpr char kPeriodo[] = "' and l.ano_mes between ";
-constexpr char kGrupo[] = " group by l.natureza";
+constexpr char kTavro[] =
+    "select l.natureza, sum(l.val_lancamento) total"
+    " from ctb_lancamento l"
+    " where l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes between {inicio} and {fim}"
+    " group by l.natureza";
 
 // ---- Geral form: the statements of cdsSaldoTotal ----
 
 // 1, division mode.
 constexpr char kDivMes[] =
-    "select 'D' natureza,       e.conta,       e.revenda_divisao,       e.centro_custo,       "
-    "e.fonte,       e.categoria,       e.secao_oficina,       e.tipo_item,       "
-    "e.modalidade_operacao,       sum(e.saldo) total from ctb_salant_divisao_mes e  where "
-    "e.empresa    = :EMPRESA and   e.revenda    = :REVENDA and   e.ano_mes between :PERINI and "
-    ":PERFIN";
+    "select 'D' natureza,"
+    "       e.conta,"
+    "       e.revenda_divisao,"
+    "       e.centro_custo,"
+    "       e.fonte,"
+    "       e.categoria,"
+    "       e.secao_oficina,"
+    "       e.tipo_item,"
+    "       e.modalidade_operacao,"
+    "       sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa    = :EMPRESA"
+    " and   e.revenda    = :REVENDA"
+    " and   e.ano_mes between :PERINI and :PERFIN";
 constexpr char kDivMesGrupo[] =
-    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, "
-    "e.secao_oficina, e.tipo_item, e.modalidade_operacao";
-constexpr char kDivExclusaoInicio[] =
-    "select L.NATUREZA,       L.CONTA,       D.REVENDA_DIVISAO,       D.CENTRO_CUSTO,       "
-    "D.FONTE,       D.CATEGORIA,       D.SECAO_OFICINA,       D.TIPO_ITEM,       "
-    "D.MODALIDADE_OPERACAO,       sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from "
-    "CTB_LANCAMENTO L        left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = "
-    "L.EMPRESA         and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and "
-    "D.LANCAMENTO = L.LANCAMENTO  where L.EMPRESA = ";
-constexpr char kGeralExclusaoRevenda[] = "   and L.REVENDA = ";
-constexpr char kGeralExclusaoPeriodo[] = "   and L.ANO_MES between :PERINI and :PERFIN";
-constexpr char kDivExclusaoGrupo[] =
-    " group by L.NATUREZA,           L.CONTA,           D.REVENDA_DIVISAO,           "
-    "D.CENTRO_CUSTO,           D.FONTE,           D.CATEGORIA,           D.SECAO_OFICINA,     "
-    "      D.TIPO_ITEM,           D.MODALIDADE_OPERACAO ";
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria,"
+    " e.secao_oficina, e.tipo_item, e.modalidade_operacao";
+constexpr char kDivExclusao[] =
+    "select L.NATUREZA,"
+    "       L.CONTA,"
+    "       D.REVENDA_DIVISAO,"
+    "       D.CENTRO_CUSTO,"
+    "       D.FONTE,"
+    "       D.CATEGORIA,"
+    "       D.SECAO_OFICINA,"
+    "       D.TIPO_ITEM,"
+    "       D.MODALIDADE_OPERACAO,"
+    "       sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL  "
+    " from CTB_LANCAMENTO L       "
+    " left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA        "
+    " and D.REVENDA = L.REVENDA        "
+    " and D.ANO_MES = L.ANO_MES        "
+    " and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = {empresa}  "
+    " and L.REVENDA = {revenda}  "
+    " and L.ANO_MES between :PERINI and :PERFIN{exclusao}"
+    " group by L.NATUREZA,"
+    "           L.CONTA,"
+    "           D.REVENDA_DIVISAO,"
+    "           D.CENTRO_CUSTO,"
+    "           D.FONTE,"
+    "           D.CATEGORIA,"
+    "           D.SECAO_OFICINA,"
+    "           D.TIPO_ITEM,"
+    "           D.MODALIDADE_OPERACAO ";
 constexpr char kDivDividido[] =
-    "select l.natureza,       l.conta,       d.revenda_divisao,       d.centro_custo,       "
-    "d.fonte,       d.categoria,       d.secao_oficina,       d.tipo_item,       "
-    "d.modalidade_operacao,       sum(coalesce(d.val_divisao, 0)) total from "
-    "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento and l.empresa "
-    "= d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa    = "
-    ":EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group by "
-    "l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, "
-    "d.secao_oficina, d.tipo_item, d.modalidade_operacao";
+    "select l.natureza,"
+    "       l.conta,"
+    "       d.revenda_divisao,"
+    "       d.centro_custo,"
+    "       d.fonte,"
+    "       d.categoria,"
+    "       d.secao_oficina,"
+    "       d.tipo_item,"
+    "       d.modalidade_operacao,"
+    "       sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and   l.empresa    = :EMPRESA"
+    " and   l.revenda    = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria,"
+    " d.secao_oficina, d.tipo_item, d.modalidade_operacao";
 // The second book reports source, category and workshop section as 0 and
 // the modality as an empty text.
 constexpr char kDivUniaoCV[] =
-    " union select l.natureza,       l.conta,       d.revenda_divisao,       d.centro_custo,     "
-    "  0 fonte,       0 categoria,       0 secao_oficina,       d.tipo_item,       '' "
-    "modalidade_operacao,       sum(coalesce(d.val_divisao, 0)) total from "
-    "ctb_lancamento_dividido_cv d, ctb_lancamento_cv l where l.lancamento = d.lancamento and "
-    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa   "
-    " = :EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group "
-    "by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.tipo_item";
+    " union"
+    " select l.natureza,"
+    "       l.conta,"
+    "       d.revenda_divisao,"
+    "       d.centro_custo,"
+    "       0 fonte,"
+    "       0 categoria,"
+    "       0 secao_oficina,"
+    "       d.tipo_item,"
+    "       '' modalidade_operacao,"
+    "       sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido_cv d, ctb_lancamento_cv l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and   l.empresa    = :EMPRESA"
+    " and   l.revenda    = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.tipo_item";
 
 // 2, total mode.
 constexpr char kTotMes[] =
-    "select e.conta,       'D' natureza,       sum(e.saldo) total from ctb_salant_divisao_mes e  "
-    "where e.empresa    = :EMPRESA and   e.revenda    = :REVENDA and   e.ano_mes between :PERINI "
-    "and :PERFIN";
+    "select e.conta,"
+    "       'D' natureza,"
+    "       sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa    = :EMPRESA"
+    " and   e.revenda    = :REVENDA"
+    " and   e.ano_mes between :PERINI and :PERFIN";
 constexpr char kTotMesGrupo[] = " group by e.conta";
-constexpr char kTotExclusaoInicio[] =
-    "select L.CONTA,        L.NATUREZA,        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from "
-    "CTB_LANCAMENTO L        left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = "
-    "L.EMPRESA         and D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and "
-    "D.LANCAMENTO = L.LANCAMENTO  where L.EMPRESA = ";
-constexpr char kTotExclusaoGrupo[] = " group by L.NATUREZA,           L.CONTA ";
+constexpr char kTotExclusao[] =
+    "select L.CONTA,"
+    "        L.NATUREZA,"
+    "        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL  "
+    " from CTB_LANCAMENTO L       "
+    " left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA        "
+    " and D.REVENDA = L.REVENDA        "
+    " and D.ANO_MES = L.ANO_MES        "
+    " and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = {empresa}  "
+    " and L.REVENDA = {revenda}  "
+    " and L.ANO_MES between :PERINI and :PERFIN{exclusao}"
+    " group by L.NATUREZA,"
+    "           L.CONTA ";
 constexpr char kTotDividido[] =
-    "select l.conta, l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
-    "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento and l.empresa "
-    "= d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa    = "
-    ":EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group by "
-    "l.natureza, l.conta";
+    "select l.conta, l.natureza, sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and   l.empresa    = :EMPRESA"
+    " and   l.revenda    = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta";
 constexpr char kTotUniaoCV[] =
-    " union select l.conta, l.natureza, sum(coalesce(d.val_divisao, 0)) total from "
-    "ctb_lancamento_dividido_cv d, ctb_lancamento_cv l where l.lancamento = d.lancamento and "
-    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and   l.empresa   "
-    " = :EMPRESA and   l.revenda    = :REVENDA and   l.ano_mes between :PERINI and :PERFIN group "
-    "by l.natureza, l.conta";
+    " union"
+    " select l.conta, l.natureza, sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido_cv d, ctb_lancamento_cv l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and   l.empresa    = :EMPRESA"
+    " and   l.revenda    = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta";
 
 // The index of the division rows, and the filter on the account.
 constexpr char kIndice[] = "indice";
 constexpr char kCamposIndice[] = "conta;revenda_divisao";
-constexpr char kFiltroConta[] = " CONTA = '";
+constexpr char kFiltroConta[] = " CONTA = ";
 
 // " and <column> = <value>" or " and <column> is null".
 std::string Condicao(const char* coluna, bool informado, const std::string& valor) {
@@ -154,10 +240,10 @@ std::string Condicao(const char* coluna, bool informado, const std::string& valo
 // Item type and modality, alike in both division conditions.
 std::string CondicoesTexto(const std::string& TipoItem, const std::string& ModalidadeOperacao) {
   return (TipoItem.empty() ? Condicao(kTipoItem, false, "")
-                           : Condicao(kTipoItem, true, "'" + TipoItem + "'")) +
+                           : Condicao(kTipoItem, true, sql::QuotedAsIs(TipoItem))) +
          (ModalidadeOperacao.empty() || ModalidadeOperacao == kSped
               ? Condicao(kModalidade, false, "")
-              : Condicao(kModalidade, true, "'" + ModalidadeOperacao + "'"));
+              : Condicao(kModalidade, true, sql::QuotedAsIs(ModalidadeOperacao)));
 }
 
 // Walks the rows: each row of nature "D" or "C" replaces that nature's total
@@ -219,44 +305,55 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodo(
   auto q = std::make_unique<db::SQLDataSet>("sdsMovimentoPeriodo");
   q->SetConnection(Conexao());
 
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
-  const std::string i = sql::Integer(AnoMesInicial);
-  const std::string f = sql::Integer(AnoMesFinal);
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
+  const std::string inicio = sql::Integer(AnoMesInicial);
+  const std::string fim = sql::Integer(AnoMesFinal);
+  const std::string conta = sql::QuotedAsIs(Conta);
   const std::string& lista = RevendasDesconsiderar;
-  const std::string div = PorDivisao ? MontaRestricaoDivisao(CentroCusto, Fonte, Categoria,
-                                                             SecaoOficina, RevendaDivisao, TipoItem,
-                                                             ModalidadeOperacao, RestricaoDivisao)
-                                     : std::string();
+  const std::string divisao =
+      PorDivisao
+          ? MontaRestricaoDivisao(CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
+                                  TipoItem, ModalidadeOperacao, RestricaoDivisao)
+          : std::string();
   auto exclusao = [&](const std::string& condicao_divisao) {
-    return kExclusaoInicio + e + kExclusaoRevenda + r + kExclusaoConta + Conta + kExclusaoPeriodo +
-           i + kAnd + f + VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
-           VerifRevendasDesconsiderar(lista, false, "D", "and", true) + condicao_divisao +
-           kExclusaoGrupo;
+    return fmt::format(
+        kExclusao, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+        fmt::arg("conta", conta), fmt::arg("inicio", inicio), fmt::arg("fim", fim),
+        fmt::arg("exclusao", VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+                                 VerifRevendasDesconsiderar(lista, false, "D", "and", true)),
+        fmt::arg("divisao", condicao_divisao));
+  };
+  auto dividido = [&](const char* livro) {
+    return fmt::format(kDividido, fmt::arg("livro", livro), fmt::arg("empresa", empresa),
+                       fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+                       fmt::arg("inicio", inicio), fmt::arg("fim", fim),
+                       fmt::arg("divisao", divisao));
   };
 
   // 2. The statement.
   std::string sql;
   if (UsaSaldoDivisaoMes) {  // a
-    sql = kMesInicio + e + kMesRevenda + r + kMesConta + Conta + kMesPeriodo + i + kAnd + f +
-          VerifRevendasDesconsiderar(lista, false, "e", "and", false) + div;
+    sql = fmt::format(
+        kMes, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+        fmt::arg("inicio", inicio), fmt::arg("fim", fim),
+        fmt::arg("exclusao", VerifRevendasDesconsiderar(lista, false, "e", "and", false)),
+        fmt::arg("divisao", divisao));
   } else {
     if (!lista.empty())  // b
-      sql = exclusao(div);
+      sql = exclusao(divisao);
     else  // c
-      sql = kDivididoInicio + e + kRevenda + r + kConta + Conta + kPeriodo + i + kAnd + f + div +
-            kGrupo;
+      sql = dividido("");
     // 3. The second book, with no dealership exclusion.
-    if (ModalidadeOperacao == kSped)
-      sql += kUniaoCVInicio + e + kRevenda + r + kConta + Conta + kPeriodo + i + kAnd + f + div +
-             kGrupo;
+    if (ModalidadeOperacao == kSped) sql += " union " + dividido("_cv");
   }
 
   // 4. The entries' own values replace whatever was chosen.
   if (!PorDivisao && RestricaoDivisao == kSpedTavro)
-    sql = !lista.empty()
-              ? exclusao(std::string())
-              : kTavroInicio + e + kRevenda + r + kConta + Conta + kPeriodo + i + kAnd + f + kGrupo;
+    sql = !lista.empty() ? exclusao(std::string())
+                         : fmt::format(kTavro, fmt::arg("empresa", empresa),
+                                       fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+                                       fmt::arg("inicio", inicio), fmt::arg("fim", fim));
 
   // 5. Each row replaces the total of its nature.
   q->SetCommandText(sql);
@@ -273,9 +370,12 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
     int32_t RevendaDivisao, const std::string& TipoItem, const std::string& ModalidadeOperacao,
     const std::string& Conta, bool PorDivisao, bool UsaSaldoDivisaoMes,
     const std::string& RevendasDesconsiderar) {
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
   const std::string& lista = RevendasDesconsiderar;
+  // The dealership-exclusion predicates of the journal forms.
+  const std::string exclusao = VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
+                               VerifRevendasDesconsiderar(lista, false, "D", "and", true);
   const bool sped = ModalidadeOperacao == kSped;
 
   // The key: the four parameters read back as integers. Only the company,
@@ -315,9 +415,8 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
             kDivMes + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + kDivMesGrupo;
       } else {
         if (!lista.empty())
-          comando = kDivExclusaoInicio + e + kGeralExclusaoRevenda + r + kGeralExclusaoPeriodo +
-                    VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
-                    VerifRevendasDesconsiderar(lista, false, "D", "and", true) + kDivExclusaoGrupo;
+          comando = fmt::format(kDivExclusao, fmt::arg("empresa", empresa),
+                                fmt::arg("revenda", revenda), fmt::arg("exclusao", exclusao));
         else
           comando = kDivDividido;
         if (sped) comando += kDivUniaoCV;
@@ -335,9 +434,8 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
           kTotMes + VerifRevendasDesconsiderar(lista, false, "e", "and", false) + kTotMesGrupo;
     } else {
       if (!lista.empty())
-        comando = kTotExclusaoInicio + e + kGeralExclusaoRevenda + r + kGeralExclusaoPeriodo +
-                  VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
-                  VerifRevendasDesconsiderar(lista, false, "D", "and", true) + kTotExclusaoGrupo;
+        comando = fmt::format(kTotExclusao, fmt::arg("empresa", empresa),
+                              fmt::arg("revenda", revenda), fmt::arg("exclusao", exclusao));
       else
         comando = kTotDividido;
       if (sped) comando += kTotUniaoCV;
@@ -348,7 +446,7 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
   }
 
   // 3. The account, and in division mode its division values.
-  std::string filtro = kFiltroConta + Conta + "'";
+  std::string filtro = kFiltroConta + sql::QuotedAsIs(Conta);
   if (PorDivisao)
     filtro += MontaFiltroDivisao(CentroCusto, Fonte, Categoria, SecaoOficina, RevendaDivisao,
                                  TipoItem, ModalidadeOperacao);

@@ -40,8 +40,8 @@ void CondicaoDivisaoSaldo(const db::ClientDataSet& linha, bool com_origem, std::
       condicao += std::string(" and ") + coluna.nome + " is null";
       valores += ",NULL";
     } else if (coluna.texto) {
-      condicao += std::string(" and ") + coluna.nome + " = '" + v.AsString() + "'";
-      valores += ",'" + v.AsString() + "'";
+      condicao += std::string(" and ") + coluna.nome + " = " + sql::QuotedAsIs(v.AsString());
+      valores += "," + sql::QuotedAsIs(v.AsString());
     } else {
       condicao += std::string(" and ") + coluna.nome + " = " + v.AsString();
       valores += "," + v.AsString();

@@ -1,6 +1,8 @@
 // The registry of dialect objects, one per server kind.
 #include "accounting/db/dialect.h"
 
+#include "accounting/db/sql_format.h"
+
 namespace kvc::db {
 
 const Dialect& SqliteDialect();
@@ -9,12 +11,12 @@ const Dialect& PostgresqlDialect();
 const Dialect& SqlServerDialect();
 const Dialect& OracleDialect();
 
-std::string IsoDateLiteral(const DateTime& date) { return "'" + date.ToIsoDate() + "'"; }
+std::string IsoDateLiteral(const DateTime& date) { return sql::QuotedAsIs(date.ToIsoDate()); }
 
 std::string IsoDateTimeLiteral(const DateTime& date_time) {
   DateTime whole = date_time;
   whole.millisecond = 0;
-  return "'" + whole.ToIso() + "'";
+  return sql::QuotedAsIs(whole.ToIso());
 }
 
 const Dialect& DialectFor(ServerKind kind) {

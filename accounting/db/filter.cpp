@@ -104,7 +104,7 @@ class Translator {
 
   std::string Describe(const Token& t) const {
     if (t.kind == Tok::kEnd) return "end of filter";
-    return "'" + std::string(text_.substr(t.offset, t.length)) + "'";
+    return sql::QuotedAsIs(text_.substr(t.offset, t.length));
   }
 
   // ---- tokeniser ----------------------------------------------------------

@@ -194,9 +194,9 @@ void TddmContabilidadeBD::ExcluiLancamentoSelecionado(int32_t Lancamento, const 
           kInsertLog + sql::Integer(numero) + "," + e + "," + r + "," +  // 9.3
           sql::Integer(aplicacao_->CodigoUsuario) + "," + agora + "," + "'E'," + tabela);
       sdsExcluiLanc.ExecSQL();
-      sdsExcluiLanc.SetCommandText(kInsertLogItem + sql::Integer(numero) +  // 9.4
-                                   ",'LANCAMENTO','" + n + "','EXCLUIDO'" + "," + "'" + n + "'" +
-                                   ")");
+      // 9.4: the entry number is written as text in both value columns.
+      sdsExcluiLanc.SetCommandText(kInsertLogItem + sql::Integer(numero) + ",'LANCAMENTO'," +
+                                   sql::QuotedAsIs(n) + ",'EXCLUIDO'," + sql::QuotedAsIs(n) + ")");
       sdsExcluiLanc.ExecSQL();
     }
   }

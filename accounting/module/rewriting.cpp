@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "accounting/services/zorutils.h"
 
@@ -79,9 +80,9 @@ void TddmContabilidadeBD::sdsPadraoBeforeOpen(db::SQLDataSet& dataset) {
   if (second != std::string::npos && second > 0) {
     for (const db::Param& param : dataset.GetParams()) {  // 5
       const std::string v = param.AsString();
-      const std::string q = "'" + v + "'";  // 5.1: not escaped
-      if (v.empty()) continue;              // 5.2
-      inlined = true;                       // 5.3
+      const std::string q = sql::QuotedAsIs(v);  // 5.1: not escaped
+      if (v.empty()) continue;                   // 5.2
+      inlined = true;                            // 5.3
       const std::string marker = "/*" + param.name + "*/";
       if (s.find(':') != std::string::npos) {  // 5.4
         s += " ";

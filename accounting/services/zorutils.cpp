@@ -15,7 +15,7 @@ std::string CompatBanco(const std::string& texto, const std::string& tipo_banco,
 
 std::string DataPSql(const DateTime& data, const std::string& tipo_banco) {
   const db::Dialect* dialect = db::DialectByTipoBanco(tipo_banco);
-  return dialect ? dialect->DateLiteral(data) : "'" + data.ToIsoDate() + "'";
+  return dialect ? dialect->DateLiteral(data) : sql::QuotedAsIs(data.ToIsoDate());
 }
 
 std::string DataHoraPSql(const DateTime& data_hora, const std::string& tipo_banco) {
@@ -23,7 +23,7 @@ std::string DataHoraPSql(const DateTime& data_hora, const std::string& tipo_banc
   if (dialect) return dialect->DateTimeLiteral(data_hora);
   DateTime whole = data_hora;
   whole.millisecond = 0;
-  return "'" + whole.ToIso() + "'";
+  return sql::QuotedAsIs(whole.ToIso());
 }
 
 std::string AjustaInSelect(const std::string& campo, const std::string& lista,

@@ -20,6 +20,7 @@
 
 #include "accounting/db/backends/backend_hooks.h"
 #include "accounting/db/error.h"
+#include "accounting/db/sql_format.h"
 
 namespace kvc::db {
 namespace {
@@ -49,8 +50,11 @@ isc_tr_handle* TransactionHandle(soci::session& session) {
 
 void CreateFirebirdDatabase(const std::string& location, const std::string& user,
                             const std::string& password) {
-  std::string sql = "create database '" + location + "' user '" + user + "'";
-  if (!password.empty()) sql += " password '" + password + "'";
+  // The values are the caller's, copied as they stand (the statement takes
+  // no parameters).
+  std::string sql =
+      "create database " + sql::QuotedAsIs(location) + " user " + sql::QuotedAsIs(user);
+  if (!password.empty()) sql += " password " + sql::QuotedAsIs(password);
   sql += " page_size 8192 default character set UTF8";
   ISC_STATUS_ARRAY status;
   isc_db_handle db = 0;
