@@ -38,10 +38,13 @@ fi
 # CPU seconds a target has had in finished slices.
 used() { awk '{ total += $2 } END { print total + 0 }' "$dir/$1.runs" 2>/dev/null || echo 0; }
 
+# A remainder under a minute (or under the slice) left by rounding is not
+# worth a start: that target counts as done, and the others go on.
+floor=$((slice < 60 ? slice : 60))
 while :; do
   pending=()
   for name in "${targets[@]}"; do
-    [ "$(used "$name")" -lt "$budget" ] && pending+=("$name")
+    [ $((budget - $(used "$name"))) -ge "$floor" ] && pending+=("$name")
   done
   [ "${#pending[@]}" -eq 0 ] && break
   # One slice for each target still short of its budget; the slice is the
@@ -51,10 +54,6 @@ while :; do
     left=$((budget - $(used "$name")))
     [ "$left" -lt "$next" ] && next=$left
   done
-  # A remainder under a minute (or under the slice) left by rounding is not
-  # worth a start: it counts as done.
-  floor=$((slice < 60 ? slice : 60))
-  [ "$next" -lt "$floor" ] && break
   KVC_FUZZ_KEEP="$dir" KVC_FUZZ_TARGETS="${pending[*]}" bash scripts/fuzz.sh --cpu "$next"
 done
 
