@@ -1,6 +1,6 @@
 // The serialised table data of the client dataset
 // (ClientDataSet::LoadFromString / SaveToString,
-// accounting/db/client_dataset.cpp), the form in which the annual closing's
+// accounting/db/client_dataset_json.cpp), the form in which the annual closing's
 // error table travels between the host and the module. The input is the
 // serialised text.
 //
