@@ -2,27 +2,37 @@
 // statement splices in: the dealership-exclusion predicate, the join that
 // applies it through an entry's division rows, and the choice of the
 // carried-forward table. They touch no database and keep no state.
+#include <fmt/format.h>
+
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 
 namespace kvc {
 namespace {
 
-constexpr char kRevendaOperacao[] = "REVENDA_OPERACAO";
-constexpr char kRevendaDivisao[] = "REVENDA_DIVISAO";
-constexpr char kRevendaOrigem[] = "REVENDA_ORIGEM";
+// The dealership-exclusion predicate, one per dealership column: {conector}
+// joins it to what comes before ("and", "or"), {prefixo} is the table alias
+// with its point or nothing, {lista} the host's list "(n,m,...)" as it stands.
+constexpr char kExclusaoRevendaOperacao[] =
+    " {conector} (({prefixo}REVENDA_OPERACAO is null) or ({prefixo}REVENDA_OPERACAO not in {lista})) ";
+constexpr char kExclusaoRevendaDivisao[] =
+    " {conector} (({prefixo}REVENDA_DIVISAO is null) or ({prefixo}REVENDA_DIVISAO not in {lista})) ";
+constexpr char kExclusaoRevendaOrigem[] =
+    " {conector} (({prefixo}REVENDA_ORIGEM is null) or ({prefixo}REVENDA_ORIGEM not in {lista})) ";
+
+// The entry {alias} joined to its division rows outside the excluded
+// dealerships ({exclusao}: the predicate on cld).
+constexpr char kJuncaoDivisoes[] =
+    " inner join CTB_LANCAMENTO_DIVIDIDO cld "
+    "    on (cld.EMPRESA = {alias}.EMPRESA "
+    "   and cld.REVENDA = {alias}.REVENDA "
+    "   and cld.ANO_MES = {alias}.ANO_MES "
+    "   and cld.LANCAMENTO = {alias}.LANCAMENTO {exclusao}) ";
 
 constexpr char kSaldoAnterior[] = "CTB_SALDO_ANTERIOR";
 constexpr char kSaldoAnteriorDivisao[] = "CTB_SALDO_ANTERIOR_DIVISAO";
 constexpr char kSufixoCV[] = "_CV";
-constexpr char kRestricaoRevenda[] = " and REVENDA = ";
-
-// " and ((A.C is null) or (A.C not in LIST)) " for one column.
-std::string Clausula(const std::string& lista, const std::string& alias,
-                     const std::string& conector, const char* coluna) {
-  return " " + conector + " " + "((" + alias + coluna + " is null) or " + "(" + alias + coluna +
-         " not in " + lista + ")) ";
-}
+constexpr char kRestricaoRevenda[] = " and REVENDA = {revenda} ";
 
 }  // namespace
 
@@ -33,11 +43,15 @@ std::string Clausula(const std::string& lista, const std::string& alias,
 std::string TddmContabilidadeBD::VerifRevendasDesconsiderar(
     const std::string& RevendasDesconsiderar, bool Operacao, std::string Alias,
     const std::string& Conector, bool Origem) const {
-  if (RevendasDesconsiderar.empty()) return " ";                                              // 1
-  if (!Alias.empty()) Alias += ".";                                                           // 2
-  if (Operacao) return Clausula(RevendasDesconsiderar, Alias, Conector, kRevendaOperacao);    // 4
-  std::string resultado = Clausula(RevendasDesconsiderar, Alias, Conector, kRevendaDivisao);  // 5
-  if (Origem) resultado += Clausula(RevendasDesconsiderar, Alias, Conector, kRevendaOrigem);
+  if (RevendasDesconsiderar.empty()) return " ";  // 1
+  if (!Alias.empty()) Alias += ".";               // 2
+  auto exclusao = [&](const char* clausula) {
+    return fmt::format(fmt::runtime(clausula), fmt::arg("conector", Conector),
+                       fmt::arg("prefixo", Alias), fmt::arg("lista", RevendasDesconsiderar));
+  };
+  if (Operacao) return exclusao(kExclusaoRevendaOperacao);    // 4
+  std::string resultado = exclusao(kExclusaoRevendaDivisao);  // 5
+  if (Origem) resultado += exclusao(kExclusaoRevendaOrigem);
   return resultado;
 }
 
@@ -46,11 +60,9 @@ std::string TddmContabilidadeBD::VerifRevendasDesconsiderar(
 std::string TddmContabilidadeBD::IncluiRestricaoRevendasDesconsiderar(
     const std::string& RevendasDesconsiderar, const std::string& Alias) const {
   if (RevendasDesconsiderar.empty()) return " ";
-  const std::string filtro =
-      VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "cld", "and", true);
-  return " inner join CTB_LANCAMENTO_DIVIDIDO cld     on (cld.EMPRESA = " + Alias + ".EMPRESA " +
-         "   and cld.REVENDA = " + Alias + ".REVENDA " + "   and cld.ANO_MES = " + Alias +
-         ".ANO_MES " + "   and cld.LANCAMENTO = " + Alias + ".LANCAMENTO " + filtro + ") ";
+  return fmt::format(kJuncaoDivisoes, fmt::arg("alias", Alias),
+                     fmt::arg("exclusao", VerifRevendasDesconsiderar(RevendasDesconsiderar, false,
+                                                                     "cld", "and", true)));
 }
 
 // With an exclusion list the per-division table (the only one with
@@ -67,7 +79,7 @@ void TddmContabilidadeBD::DefineTabelaSaldoAnterior(int32_t Revenda,
     RestricaoRevenda.clear();
   } else {  // 2
     Tabela = kSaldoAnterior;
-    RestricaoRevenda = kRestricaoRevenda + sql::Integer(Revenda) + " ";
+    RestricaoRevenda = fmt::format(kRestricaoRevenda, fmt::arg("revenda", sql::Integer(Revenda)));
   }
   if (!TabelaCV.empty()) Tabela += kSufixoCV;  // 3
   Tabela = " " + Tabela + " ";                 // 4

@@ -28,85 +28,99 @@ namespace {
 constexpr char kSped[] = "SPED";
 constexpr char kIndice[] = "indice";
 constexpr char kCamposIndice[] = "conta;revenda_divisao";
-constexpr char kAnd[] = " and ";
 
-constexpr char kColunasDivisaoD[] =
-    "D.REVENDA_DIVISAO, D.CENTRO_CUSTO, D.FONTE, D.CATEGORIA, D.SECAO_OFICINA, D.TIPO_ITEM, "
-    "D.MODALIDADE_OPERACAO";
-constexpr char kColunasDivisaoDMinusculo[] =
-    "d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item, "
-    "d.modalidade_operacao";
-constexpr char kColunasDivisaoE[] =
-    "e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item, "
-    "e.modalidade_operacao";
+// The host's extra condition on the journal alias.
+constexpr char kAdicional[] = " and {condicao}";
 
-// Movement of every account: the plain entries, by nature and account, and
-// their second-book counterpart.
+// Every statement below reads all the accounts of the company, dealership
+// and period, the movement ones through the :EMPRESA, :REVENDA, :PERINI and
+// :PERFIN parameters. {adicional} is the host's extra condition;
+// {exclusao...} the dealership-exclusion predicates.
+
+// Movement of every account: the plain entries, by nature and account
+// ({sufixo} "_cv": the second book's).
 constexpr char kGeralMovimento[] =
-    "select l.natureza, l.conta, sum(l.val_lancamento) total from ctb_lancamento l where "
-    "l.empresa = :EMPRESA and   l.revenda = :REVENDA and   l.ano_mes between :PERINI and "
-    ":PERFIN";
-constexpr char kGeralMovimentoCV[] =
-    "select l.natureza, l.conta, sum(l.val_lancamento) total from ctb_lancamento_cv l where "
-    "l.empresa = :EMPRESA and   l.revenda = :REVENDA and   l.ano_mes between :PERINI and "
-    ":PERFIN";
-constexpr char kGeralMovimentoGrupo[] = " group by l.natureza, l.conta";
+    "select l.natureza, l.conta, sum(l.val_lancamento) total"
+    " from ctb_lancamento{sufixo} l"
+    " where l.empresa = :EMPRESA"
+    " and   l.revenda = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN{adicional}"
+    " group by l.natureza, l.conta";
 
 // Movement of every account's division rows.
-constexpr char kGeralMovimentoDivisao[] = "select l.natureza, l.conta, ";
-constexpr char kGeralMovimentoDivisaoDe[] =
-    ", sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, ctb_lancamento l "
-    "where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda = d.revenda and "
-    "l.ano_mes = d.ano_mes and l.empresa = :EMPRESA and l.revenda = :REVENDA and   l.ano_mes "
-    "between :PERINI and :PERFIN";
-constexpr char kGeralMovimentoDivisaoGrupo[] = " group by l.natureza, l.conta, ";
+constexpr char kGeralMovimentoDivisao[] =
+    "select l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item, d.modalidade_operacao,"
+    " sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = :EMPRESA"
+    " and l.revenda = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN{adicional}"
+    " group by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item, d.modalidade_operacao";
 
 // Movement with an exclusion list: the entries joined to their division rows.
-constexpr char kGeralMovimentoExclusao[] = "select L.NATUREZA, L.CONTA, ";
-constexpr char kGeralMovimentoExclusaoDe[] =
-    ",        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL   from CTB_LANCAMENTO L        left "
-    "outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA         and "
-    "D.REVENDA = L.REVENDA         and D.ANO_MES = L.ANO_MES         and D.LANCAMENTO = "
-    "L.LANCAMENTO  where L.EMPRESA = :EMPRESA   and L.REVENDA = :REVENDA   and L.ANO_MES between "
-    ":PERINI and :PERFIN";
-constexpr char kGeralMovimentoExclusaoGrupo[] = " group by L.NATUREZA, L.CONTA, ";
+constexpr char kGeralMovimentoExclusao[] =
+    "select L.NATUREZA, L.CONTA, D.REVENDA_DIVISAO, D.CENTRO_CUSTO, D.FONTE, D.CATEGORIA, D.SECAO_OFICINA, D.TIPO_ITEM, D.MODALIDADE_OPERACAO,"
+    "        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL  "
+    " from CTB_LANCAMENTO L       "
+    " left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA        "
+    " and D.REVENDA = L.REVENDA        "
+    " and D.ANO_MES = L.ANO_MES        "
+    " and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = :EMPRESA  "
+    " and L.REVENDA = :REVENDA  "
+    " and L.ANO_MES between :PERINI and :PERFIN{adicional}{exclusao_lancamento}{exclusao_divisao}"
+    " group by L.NATUREZA, L.CONTA, D.REVENDA_DIVISAO, D.CENTRO_CUSTO, D.FONTE, D.CATEGORIA, D.SECAO_OFICINA, D.TIPO_ITEM, D.MODALIDADE_OPERACAO";
 
 // Movement of the division variants with an exclusion list: the entries
-// joined to their division rows outside the excluded dealerships.
-constexpr char kColunasDivisaoCld[] =
-    "cld.REVENDA_DIVISAO, cld.CENTRO_CUSTO, cld.FONTE, cld.CATEGORIA, cld.SECAO_OFICINA, "
-    "cld.TIPO_ITEM, cld.MODALIDADE_OPERACAO";
-constexpr char kGeralMovimentoJuncao[] = "select l.natureza, l.conta, ";
-constexpr char kGeralMovimentoJuncaoDe[] =
-    ", sum(coalesce(cld.VAL_DIVISAO, 0)) total from ctb_lancamento l";
-constexpr char kGeralMovimentoJuncaoEmpresa[] =
-    " where l.empresa = :EMPRESA and l.revenda = :REVENDA and l.ano_mes between :PERINI and "
-    ":PERFIN";
-constexpr char kGeralMovimentoJuncaoGrupo[] = " group by l.natureza, l.conta, ";
+// joined to their division rows outside the excluded dealerships ({juncao}).
+constexpr char kGeralMovimentoJuncao[] =
+    "select l.natureza, l.conta, cld.REVENDA_DIVISAO, cld.CENTRO_CUSTO, cld.FONTE, cld.CATEGORIA, cld.SECAO_OFICINA, cld.TIPO_ITEM, cld.MODALIDADE_OPERACAO,"
+    " sum(coalesce(cld.VAL_DIVISAO, 0)) total"
+    " from ctb_lancamento l{juncao}"
+    " where l.empresa = :EMPRESA"
+    " and l.revenda = :REVENDA"
+    " and l.ano_mes between :PERINI and :PERFIN{exclusao}{adicional}"
+    " group by l.natureza, l.conta, cld.REVENDA_DIVISAO, cld.CENTRO_CUSTO, cld.FONTE, cld.CATEGORIA, cld.SECAO_OFICINA, cld.TIPO_ITEM, cld.MODALIDADE_OPERACAO";
 
 // Movement from the monthly tables.
 constexpr char kGeralMensal[] =
-    "select 'D' natureza, conta, sum(saldo) total from ctb_salant_mes where empresa = :EMPRESA "
-    "and   revenda = :REVENDA and   ano_mes between :PERINI and :PERFIN group by conta";
-constexpr char kGeralMensalDivisao[] = "select 'D' natureza, e.conta, ";
-constexpr char kGeralMensalDivisaoDe[] =
-    ", sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = :EMPRESA and   "
-    "e.revenda = :REVENDA and   e.ano_mes between :PERINI and :PERFIN";
-constexpr char kGeralMensalDivisaoGrupo[] = " group by e.conta, ";
+    "select 'D' natureza, conta, sum(saldo) total"
+    " from ctb_salant_mes"
+    " where empresa = :EMPRESA"
+    " and   revenda = :REVENDA"
+    " and   ano_mes between :PERINI and :PERFIN"
+    " group by conta";
+constexpr char kGeralMensalDivisao[] =
+    "select 'D' natureza, e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item, e.modalidade_operacao,"
+    " sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa = :EMPRESA"
+    " and   e.revenda = :REVENDA"
+    " and   e.ano_mes between :PERINI and :PERFIN{exclusao}"
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item, e.modalidade_operacao";
 
-// Carried-forward balances of every account.
-constexpr char kGeralSaldoAnterior[] = "select conta, sum(saldo) saldo from ";
-constexpr char kGeralSaldoAnteriorEmpresa[] = " where empresa = ";
-constexpr char kGeralSaldoAnteriorAno[] = "   and ano = ";
-constexpr char kGeralSaldoAnteriorGrupo[] = " group by conta";
-constexpr char kGeralSaldoDivisao[] = "select e.conta, ";
-constexpr char kGeralSaldoDivisaoDe[] =
-    ", sum(e.saldo) saldo   from ctb_saldo_anterior_divisao e  where e.empresa = ";
-constexpr char kGeralSaldoDivisaoCVDe[] =
-    ", sum(e.saldo) saldo   from ctb_saldo_anterior_divisao_cv e  where e.empresa = ";
-constexpr char kGeralSaldoDivisaoRevenda[] = " and e.revenda = ";
-constexpr char kGeralSaldoDivisaoAno[] = " and e.ano = ";
-constexpr char kGeralSaldoDivisaoGrupo[] = " group by e.conta, ";
+// Carried-forward balances of every account, in the table and with the
+// dealership restriction that DefineTabelaSaldoAnterior chose ({tabela},
+// {restricao_revenda}).
+constexpr char kGeralSaldoAnterior[] =
+    "select conta, sum(saldo) saldo"
+    " from {tabela}"
+    " where empresa = {empresa}{restricao_revenda}"
+    "   and ano = {ano}{exclusao}"
+    " group by conta";
+// The division rows' ({sufixo} "_cv": the second book's table).
+constexpr char kGeralSaldoDivisao[] =
+    "select e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item, e.modalidade_operacao,"
+    " sum(e.saldo) saldo  "
+    " from ctb_saldo_anterior_divisao{sufixo} e "
+    " where e.empresa = {empresa}"
+    " and e.revenda = {revenda}"
+    " and e.ano = {ano}{exclusao}"
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, e.tipo_item, e.modalidade_operacao";
 
 // Which set each cache slot holds.
 constexpr size_t kCacheMovimento = 0;
@@ -151,27 +165,27 @@ db::ClientDataSet& TddmContabilidadeBD::CarregaCacheGeral(size_t slot, const std
   auto cache = std::make_unique<db::ClientDataSet>(slot == kCacheMovimento ? "cdsMovimentoGeral"
                                                                            : "cdsSaldoGeral");
   cache->DefineFields(kCampos);
-  auto q = NovaConsulta("sdsSaldoGeral");
+  auto consulta = NovaConsulta("sdsSaldoGeral");
   for (const CargaGeral& carga : cargas) {
-    q->Close();
-    q->SetCommandText(carga.sql);
+    consulta->Close();
+    consulta->SetCommandText(carga.sql);
     for (auto [nome, valor] : {std::pair{"EMPRESA", empresa}, std::pair{"REVENDA", revenda},
                                std::pair{"PERINI", perini}, std::pair{"PERFIN", perfin}})
-      if (db::Param* p = q->GetParams().Find(nome)) p->value = valor;
-    q->Open();
-    const db::ResultSet& rs = q->Rows();
+      if (db::Param* parametro = consulta->GetParams().Find(nome)) parametro->value = valor;
+    consulta->Open();
+    const db::ResultSet& resultado = consulta->Rows();
     std::vector<std::optional<size_t>> origem;
     for (size_t i = 2; i + 1 < kCampos.size(); ++i)
-      origem.push_back(rs.FindColumn(kCampos[i].name));
-    std::optional<size_t> valor = rs.FindColumn("TOTAL");
-    if (!valor) valor = rs.FindColumn("SALDO");
-    for (const auto& linha : rs.rows) {
+      origem.push_back(resultado.FindColumn(kCampos[i].name));
+    std::optional<size_t> valor = resultado.FindColumn("TOTAL");
+    if (!valor) valor = resultado.FindColumn("SALDO");
+    for (const auto& linha : resultado.rows) {
       std::vector<db::Value> registro = {db::Value(carga.plano), db::Value(carga.livro)};
       for (const auto& coluna : origem) registro.push_back(coluna ? linha[*coluna] : db::Value());
       registro.push_back(valor ? linha[*valor] : db::Value());
       cache->AppendRecord(registro);
     }
-    q->Close();
+    consulta->Close();
   }
   cache->AddIndex(kIndice, kCamposIndice);
   cache->SetIndexName(kIndice);
@@ -196,20 +210,21 @@ double TddmContabilidadeBD::BuscaSaldoContaAnaliticaGeral(
 }
 
 double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t AnoMes) {
-  std::string t, rr;
-  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, t, rr);
-  const std::string mes = sql::Integer(AnoMes);
-  const std::string ano = mes.substr(0, 4);
+  std::string tabela, restricao_revenda;
+  DefineTabelaSaldoAnterior(f.revenda, f.revendas_desconsiderar, f.modalidade, tabela,
+                            restricao_revenda);
+  const std::string ano_mes = sql::Integer(AnoMes);
+  const std::string ano = ano_mes.substr(0, 4);
   const std::string ano_anterior = sql::Integer(std::stoll(ano) - 1);
-  const std::string mm = mes.size() >= 6 ? mes.substr(4, 2) : std::string();
+  const std::string mes = ano_mes.size() >= 6 ? ano_mes.substr(4, 2) : std::string();
   const int32_t perini = static_cast<int32_t>(std::stoll(ano + "01"));
-  const int32_t perfin =
-      static_cast<int32_t>(std::stoll(ano + fmt::format("{:02}", mm.empty() ? 0 : std::stoi(mm))));
+  const int32_t perfin = static_cast<int32_t>(
+      std::stoll(ano + fmt::format("{:02}", mes.empty() ? 0 : std::stoi(mes))));
   const bool sped = f.modalidade == kSped;
-  const std::string fd = FiltroDivisao(f);
+  const std::string divisoes = FiltroDivisao(f);
   const bool com_filtro = f.ComFiltro();
-  const std::string e = sql::Integer(f.empresa);
-  const std::string r = sql::Integer(f.revenda);
+  const std::string empresa = sql::Integer(f.empresa);
+  const std::string revenda = sql::Integer(f.revenda);
   const std::string filtro_conta = "conta = " + sql::Quoted(f.conta);
   auto fallback = [&]() {
     return SaldoIntervaloMeses(f, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes);
@@ -218,48 +233,55 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
   // Carried-forward balances: the plain set of the chosen table, and the
   // division set (its second-book table for an opening balance in "SPED")
   // when the balance is taken by division.
-  const bool divisao_cv = mm == "00" && sped && !fd.empty();
-  const bool usa_divisao = mm == "00" ? !fd.empty() : com_filtro;
-  const std::string exc =
+  const bool divisao_cv = mes == "00" && sped && !divisoes.empty();
+  const bool usa_divisao = mes == "00" ? !divisoes.empty() : com_filtro;
+  const std::string exclusao =
       VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "", "and", false);
-  const std::string exc_e =
+  const std::string exclusao_divisoes =
       VerifRevendasDesconsiderar(f.revendas_desconsiderar, false, "e", "and", false);
-  std::vector<CargaGeral> cargas_saldo = {{kGeralSaldoAnterior + t + kGeralSaldoAnteriorEmpresa +
-                                               e + rr + kGeralSaldoAnteriorAno + ano_anterior +
-                                               exc + kGeralSaldoAnteriorGrupo,
-                                           1, "P"}};
+  std::vector<CargaGeral> cargas_saldo = {
+      {fmt::format(kGeralSaldoAnterior, fmt::arg("tabela", tabela), fmt::arg("empresa", empresa),
+                   fmt::arg("restricao_revenda", restricao_revenda), fmt::arg("ano", ano_anterior),
+                   fmt::arg("exclusao", exclusao)),
+       1, "P"}};
   if (usa_divisao)
-    cargas_saldo.push_back({kGeralSaldoDivisao + std::string(kColunasDivisaoE) +
-                                (divisao_cv ? kGeralSaldoDivisaoCVDe : kGeralSaldoDivisaoDe) + e +
-                                kGeralSaldoDivisaoRevenda + r + kGeralSaldoDivisaoAno +
-                                ano_anterior + (divisao_cv ? std::string() : exc_e) +
-                                kGeralSaldoDivisaoGrupo + kColunasDivisaoE,
-                            0, "P"});
+    cargas_saldo.push_back(
+        {fmt::format(kGeralSaldoDivisao, fmt::arg("sufixo", divisao_cv ? "_cv" : ""),
+                     fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                     fmt::arg("ano", ano_anterior),
+                     fmt::arg("exclusao", divisao_cv ? std::string() : exclusao_divisoes)),
+         0, "P"});
   db::ClientDataSet& saldos = CarregaCacheGeral(
       kCacheSaldoAnterior,
-      fmt::format("{}|{}|{}|{}|{}|{}", e, r, ano_anterior, t, f.revendas_desconsiderar,
-                  usa_divisao ? (divisao_cv ? "CV" : "D") : "P"),
+      fmt::format("{}|{}|{}|{}|{}|{}", empresa, revenda, ano_anterior, tabela,
+                  f.revendas_desconsiderar, usa_divisao ? (divisao_cv ? "CV" : "D") : "P"),
       cargas_saldo, f.empresa, f.revenda, perini, perfin);
 
   // Plain rows (PLANO 1) say whether the account, or with a division filter
   // the company, has carried-forward rows for the year; division rows
   // (PLANO 0) give the balance under the filter.
-  double sa = 0;
+  double saldo_anterior = 0;
   if (!usa_divisao) {
     auto [valor, linhas] = SomaFiltrada(saldos, filtro_conta + " and plano = 1", "VALOR");
     if (linhas == 0) return fallback();
-    sa = valor;
+    saldo_anterior = valor;
   } else {
     if (SomaFiltrada(saldos, "plano = 1", "VALOR").second == 0) return fallback();
-    sa = SomaFiltrada(saldos, filtro_conta + " and plano = 0" + fd, "VALOR").first;
+    saldo_anterior =
+        SomaFiltrada(saldos, filtro_conta + " and plano = 0" + divisoes, "VALOR").first;
   }
-  if (mm == "00") return sa;
+  if (mes == "00") return saldo_anterior;
 
   // Movement of the period, in the form the plain balance would choose.
   const std::string& lista = f.revendas_desconsiderar;
   auto extra = [&](const char* alias) {
     std::string condicao = TUtilContabil::SetAlias(alias, f.filtro_adicional);
-    return condicao.empty() ? std::string() : kAnd + condicao;
+    return condicao.empty() ? std::string()
+                            : fmt::format(kAdicional, fmt::arg("condicao", condicao));
+  };
+  auto lancamentos = [&](const char* sufixo) {
+    return fmt::format(kGeralMovimento, fmt::arg("sufixo", sufixo),
+                       fmt::arg("adicional", extra("l")));
   };
   std::vector<CargaGeral> cargas;
   std::string forma;
@@ -268,56 +290,53 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
     cargas = {{kGeralMensal, 1, "P"}};
   } else if (f.saldo_mensal) {
     forma = "MD";
-    cargas = {{kGeralMensalDivisao + std::string(kColunasDivisaoE) + kGeralMensalDivisaoDe + exc_e +
-                   kGeralMensalDivisaoGrupo + kColunasDivisaoE,
-               1, "P"}};
+    cargas = {{fmt::format(kGeralMensalDivisao, fmt::arg("exclusao", exclusao_divisoes)), 1, "P"}};
   } else if (!lista.empty() && f.juncao_exclusao) {
     forma = "X";
-    cargas = {{kGeralMovimentoJuncao + std::string(kColunasDivisaoCld) + kGeralMovimentoJuncaoDe +
-                   IncluiRestricaoRevendasDesconsiderar(lista, "l") + kGeralMovimentoJuncaoEmpresa +
-                   VerifRevendasDesconsiderar(lista, true, "l", "and", true) + extra("l") +
-                   kGeralMovimentoJuncaoGrupo + kColunasDivisaoCld,
+    cargas = {{fmt::format(
+                   kGeralMovimentoJuncao,
+                   fmt::arg("juncao", IncluiRestricaoRevendasDesconsiderar(lista, "l")),
+                   fmt::arg("exclusao", VerifRevendasDesconsiderar(lista, true, "l", "and", true)),
+                   fmt::arg("adicional", extra("l"))),
                1, "P"}};
   } else if (!lista.empty()) {
     forma = "X";
-    cargas = {{kGeralMovimentoExclusao + std::string(kColunasDivisaoD) + kGeralMovimentoExclusaoDe +
-                   extra("L") + VerifRevendasDesconsiderar(lista, true, "L", "and", true) +
-                   VerifRevendasDesconsiderar(lista, false, "D", "and", true) +
-                   kGeralMovimentoExclusaoGrupo + kColunasDivisaoD,
+    cargas = {{fmt::format(kGeralMovimentoExclusao, fmt::arg("adicional", extra("L")),
+                           fmt::arg("exclusao_lancamento",
+                                    VerifRevendasDesconsiderar(lista, true, "L", "and", true)),
+                           fmt::arg("exclusao_divisao",
+                                    VerifRevendasDesconsiderar(lista, false, "D", "and", true))),
                1, "P"}};
   } else if (!com_filtro) {
     forma = "P";
-    cargas = {{kGeralMovimento + extra("l") + kGeralMovimentoGrupo, 1, "P"}};
+    cargas = {{lancamentos(""), 1, "P"}};
   } else {
     forma = "D";
-    cargas = {{kGeralMovimentoDivisao + std::string(kColunasDivisaoDMinusculo) +
-                   kGeralMovimentoDivisaoDe + extra("l") + kGeralMovimentoDivisaoGrupo +
-                   kColunasDivisaoDMinusculo,
-               1, "P"}};
+    cargas = {{fmt::format(kGeralMovimentoDivisao, fmt::arg("adicional", extra("l"))), 1, "P"}};
   }
   const bool com_cv = sped && !f.saldo_mensal && !com_filtro;
-  if (com_cv) cargas.push_back({kGeralMovimentoCV + extra("l") + kGeralMovimentoGrupo, 1, "V"});
+  if (com_cv) cargas.push_back({lancamentos("_cv"), 1, "V"});
   db::ClientDataSet& movimento = CarregaCacheGeral(
       kCacheMovimento,
-      fmt::format("{}|{}|{}|{}|{}{}|{}|{}|{}", e, r, perini, perfin, forma,
+      fmt::format("{}|{}|{}|{}|{}{}|{}|{}|{}", empresa, revenda, perini, perfin, forma,
                   f.juncao_exclusao ? "J" : "", com_cv, lista, f.filtro_adicional),
       cargas, f.empresa, f.revenda, perini, perfin);
 
   // Per book, the totals by nature. The division filter applies where the
   // statement had it: the division forms, and the exclusion join when a
   // division filter is in force.
-  const bool aplica_fd = forma == "D" || forma == "MD" || (forma == "X" && com_filtro);
+  const bool aplica_divisoes = forma == "D" || forma == "MD" || (forma == "X" && com_filtro);
   auto naturezas = [&](const char* livro) {
-    Naturezas n;
-    const std::string base =
-        filtro_conta + " and livro = " + sql::QuotedAsIs(livro) + (aplica_fd ? fd : std::string());
+    Naturezas totais;
+    const std::string base = filtro_conta + " and livro = " + sql::QuotedAsIs(livro) +
+                             (aplica_divisoes ? divisoes : std::string());
     auto [debito, linhas_d] = SomaFiltrada(movimento, base + " and natureza = 'D'", "VALOR");
     auto [credito, linhas_c] = SomaFiltrada(movimento, base + " and natureza = 'C'", "VALOR");
-    n.debito = debito;
-    n.tem_debito = linhas_d > 0;
-    n.credito = credito;
-    n.tem_credito = linhas_c > 0;
-    return n;
+    totais.debito = debito;
+    totais.tem_debito = linhas_d > 0;
+    totais.credito = credito;
+    totais.tem_credito = linhas_c > 0;
+    return totais;
   };
   const Naturezas principal = naturezas("P");
   double debitos = principal.debito, creditos = principal.credito;
@@ -332,7 +351,7 @@ double TddmContabilidadeBD::SaldoAnaliticoGeral(const FiltroSaldo& f, int32_t An
     if (cv.tem_credito && !(principal.tem_credito && iguais(principal.credito, cv.credito)))
       creditos += cv.credito;
   }
-  return sa + debitos - creditos;
+  return saldo_anterior + debitos - creditos;
 }
 
 }  // namespace kvc

@@ -5,6 +5,8 @@
 // single-value balance of BuscaSaldoConta.
 #include <string>
 
+#include <fmt/format.h>
+
 #include "accounting/balances/leitura_saldo.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -13,73 +15,89 @@
 namespace kvc {
 namespace {
 
-// 2. The division filter: one condition per list.
+// 2. The division filter: one condition per list ({valores}: the host's
+// list as it stands).
 constexpr char kSemFiltro[] = "-1";
-constexpr char kRevendasDivisao[] = " and revenda_divisao in (";
-constexpr char kCentrosCusto[] = " and centro_custo in (";
-constexpr char kFontes[] = " and fonte in (";
-constexpr char kCategorias[] = " and categoria in (";
-constexpr char kSecoesOficina[] = " and secao_oficina in (";
-constexpr char kTipoItem[] = " and tipo_item = '";
-constexpr char kModalidades[] = " and modalidade_operacao in (";
+constexpr char kRevendasDivisao[] = " and revenda_divisao in ({valores})";
+constexpr char kCentrosCusto[] = " and centro_custo in ({valores})";
+constexpr char kFontes[] = " and fonte in ({valores})";
+constexpr char kCategorias[] = " and categoria in ({valores})";
+constexpr char kSecoesOficina[] = " and secao_oficina in ({valores})";
+constexpr char kTipoItem[] = " and tipo_item = {tipo_item}";
+constexpr char kModalidades[] = " and modalidade_operacao in ({valores})";
+
+// The host's extra condition on the journal alias "l".
+constexpr char kAdicional[] = " and {condicao}";
+
+// In every statement below {conta} is the account quoted as it stands,
+// {exclusao...} the dealership-exclusion predicates and {divisoes} the
+// division filter.
 
 // 3. The carried-forward balance of the account's division rows; null when no
 // row matched.
 constexpr char kSaldoAnterior[] =
-    "select sum(e.saldo) saldo from ctb_saldo_anterior_divisao e  where e.empresa = ";
-constexpr char kSaldoAnteriorRevenda[] = " and e.revenda = ";
-constexpr char kSaldoAnteriorAno[] = " and e.ano = ";
-constexpr char kSaldoAnteriorConta[] = " and e.conta = '";
+    "select sum(e.saldo) saldo"
+    " from ctb_saldo_anterior_divisao e "
+    " where e.empresa = {empresa}"
+    " and e.revenda = {revenda}"
+    " and e.ano = {ano}"
+    " and e.conta = {conta}{exclusao}{divisoes}";
 
 // 5. Movement from the monthly division table.
 constexpr char kMensal[] =
-    "select 'D' natureza, sum(e.saldo) total from ctb_salant_divisao_mes e  where e.empresa = ";
-constexpr char kMensalRevenda[] = " and   e.revenda = ";
-constexpr char kMensalConta[] = " and   e.conta = '";
-constexpr char kMensalPeriodo[] = " and   e.ano_mes between ";
+    "select 'D' natureza, sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa = {empresa}"
+    " and   e.revenda = {revenda}"
+    " and   e.conta = {conta}"
+    " and   e.ano_mes between {primeiro} and {ultimo}{exclusao}{divisoes}";
 
-// 5. Movement of the divided entries.
+// 5. Movement of the divided entries ({adicional}: the host's extra
+// condition).
 constexpr char kDivididos[] =
-    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total from ctb_lancamento_dividido d, "
-    "ctb_lancamento l where l.lancamento = d.lancamento and l.empresa = d.empresa and l.revenda "
-    "= d.revenda and l.ano_mes = d.ano_mes and l.empresa = ";
-constexpr char kDivididosRevenda[] = " and l.revenda = ";
-constexpr char kDivididosConta[] = " and l.conta = '";
-constexpr char kDivididosPeriodo[] = " and l.ano_mes between ";
-constexpr char kDivididosGrupo[] = " group by natureza";
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes between {primeiro} and {ultimo}{exclusao_lancamento}{exclusao_divisao}{adicional}{divisoes}"
+    " group by natureza";
 
 // The period form: the monthly table with single blanks after "and".
 constexpr char kPeriodoMensal[] =
-    "select 'D' natureza, sum(e.saldo) total  from ctb_salant_divisao_mes e  where e.empresa = ";
-constexpr char kPeriodoMensalRevenda[] = " and e.revenda = ";
-constexpr char kPeriodoMensalConta[] = " and e.conta = '";
-constexpr char kPeriodoMensalPeriodo[] = " and e.ano_mes between ";
+    "select 'D' natureza, sum(e.saldo) total "
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa = {empresa}"
+    " and e.revenda = {revenda}"
+    " and e.conta = {conta}"
+    " and e.ano_mes between {inicial} and {final}{exclusao}{divisoes}";
 
 // The period form: the divided entries as a join, the operation dealership's
 // exclusion inside its condition.
 constexpr char kPeriodoJuncao[] =
-    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total  from ctb_lancamento_dividido d"
+    "select l.natureza, sum(coalesce(d.val_divisao, 0)) total "
+    " from ctb_lancamento_dividido d"
     "           inner join  ctb_lancamento l on (l.lancamento = d.lancamento"
     "                                       and  l.empresa = d.empresa"
     "                                       and l.revenda = d.revenda"
     "                                      and l.ano_mes = d.ano_mes"
-    "                                   ";
-constexpr char kPeriodoJuncaoFim[] = ") ";
-constexpr char kPeriodoEmpresa[] = " where l.empresa = ";
-constexpr char kPeriodoRevenda[] = " and l.revenda = ";
-constexpr char kPeriodoConta[] = " and l.conta = '";
-constexpr char kPeriodoPeriodo[] = " and l.ano_mes between ";
-constexpr char kPeriodoGrupo[] = " group by l.natureza";
+    "                                   {exclusao_lancamento}) "
+    " where l.empresa = {empresa}"
+    " and l.revenda = {revenda}"
+    " and l.conta = {conta}"
+    " and l.ano_mes between {inicial} and {final}{exclusao_divisao}{adicional}{divisoes}"
+    " group by l.natureza";
 
-// BuscaSaldoAnteriorFormula: the standard histories left out.
-constexpr char kHistoricoNulo[] = "({$ALIAS$}.HISTORICO_PADRAO is null) or ";
+// BuscaSaldoAnteriorFormula: the standard histories left out ({nao_em}: the
+// utility's "A not in (...)" groups).
+constexpr char kExclusaoHistoricos[] = "(({{$ALIAS$}}.HISTORICO_PADRAO is null) or {nao_em})";
 constexpr char kHistorico[] = "{$ALIAS$}.HISTORICO_PADRAO";
 constexpr char kNaoEm[] = "not in";
 constexpr int32_t kMaximoNaoEm = 995;
-
-constexpr char kAnd[] = " and ";
-constexpr char kAspa[] = "'";
-constexpr char kFecha[] = ")";
 
 // 2. The division filter of the list forms, without table alias.
 std::string FiltroListas(const std::string& CentrosCusto, const std::string& Fontes,
@@ -87,21 +105,24 @@ std::string FiltroListas(const std::string& CentrosCusto, const std::string& Fon
                          const std::string& RevendasDivisao, const std::string& TipoItem,
                          const std::string& Modalidades) {
   auto lista = [](const char* condicao, const std::string& valores) {
-    return valores.empty() || valores == kSemFiltro ? std::string() : condicao + valores + kFecha;
+    return valores.empty() || valores == kSemFiltro
+               ? std::string()
+               : fmt::format(fmt::runtime(condicao), fmt::arg("valores", valores));
   };
-  std::string fd = lista(kRevendasDivisao, RevendasDivisao) + lista(kCentrosCusto, CentrosCusto) +
-                   lista(kFontes, Fontes) + lista(kCategorias, Categorias) +
-                   lista(kSecoesOficina, SecoesOficina);
+  std::string filtro = lista(kRevendasDivisao, RevendasDivisao) +
+                       lista(kCentrosCusto, CentrosCusto) + lista(kFontes, Fontes) +
+                       lista(kCategorias, Categorias) + lista(kSecoesOficina, SecoesOficina);
   // "-1" is a value here, not the absence of a filter.
-  if (!TipoItem.empty()) fd += kTipoItem + TipoItem + kAspa;
-  if (!Modalidades.empty()) fd += kModalidades + Modalidades + kFecha;
-  return fd;
+  if (!TipoItem.empty())
+    filtro += fmt::format(kTipoItem, fmt::arg("tipo_item", sql::QuotedAsIs(TipoItem)));
+  if (!Modalidades.empty()) filtro += fmt::format(kModalidades, fmt::arg("valores", Modalidades));
+  return filtro;
 }
 
 // " and " + the extra condition on the journal alias "l", or nothing.
 std::string Extra(const std::string& FiltroAdicional) {
   const std::string condicao = TUtilContabil::SetAlias("l", FiltroAdicional);
-  return condicao.empty() ? std::string() : kAnd + condicao;
+  return condicao.empty() ? std::string() : fmt::format(kAdicional, fmt::arg("condicao", condicao));
 }
 
 // The previous year of a month YYYYMM, from its first four digits.
@@ -122,21 +143,23 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoes(
   const std::string ano_anterior = AnoAnterior(AnoMes);
   const std::string primeiro = ano + "01";
   const std::string ultimo = sql::Integer(AnoMes);
-  const std::string fd = FiltroListas(CentrosCusto, Fontes, Categorias, SecoesOficina,  // 2
-                                      RevendasDivisao, TipoItem, Modalidades);
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
-  const std::string exc_e =
+  const std::string divisoes = FiltroListas(CentrosCusto, Fontes, Categorias, SecoesOficina,  // 2
+                                            RevendasDivisao, TipoItem, Modalidades);
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
+  const std::string conta = sql::QuotedAsIs(Conta);
+  const std::string exclusao =
       VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
-  auto q = NovaConsulta("sdsSaldoComDivisoes");
+  auto consulta = NovaConsulta("sdsSaldoComDivisoes");
 
   const db::Value saldo = PrimeiroValor(  // 3
-      *q,
-      kSaldoAnterior + e + kSaldoAnteriorRevenda + r + kSaldoAnteriorAno + ano_anterior +
-          kSaldoAnteriorConta + Conta + kAspa + exc_e + fd,
+      *consulta,
+      fmt::format(kSaldoAnterior, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                  fmt::arg("ano", ano_anterior), fmt::arg("conta", conta),
+                  fmt::arg("exclusao", exclusao), fmt::arg("divisoes", divisoes)),
       "SALDO");
   if (saldo.IsNull()) {  // 4: the exclusion list is dropped on purpose.
-    q.reset();
+    consulta.reset();
     return BuscaSaldoComDivisoesPeriodo(
         Empresa, Revenda, static_cast<int32_t>(std::stoll(ano_anterior + "01")), AnoMes,
         CentrosCusto, Fontes, Categorias, SecoesOficina, RevendasDivisao, TipoItem, Modalidades,
@@ -145,15 +168,20 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoes(
 
   std::string sql;  // 5
   if (SaldoMensal)
-    sql = kMensal + e + kMensalRevenda + r + kMensalConta + Conta + kAspa + kMensalPeriodo +
-          primeiro + kAnd + ultimo + exc_e + fd;
+    sql = fmt::format(kMensal, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                      fmt::arg("conta", conta), fmt::arg("primeiro", primeiro),
+                      fmt::arg("ultimo", ultimo), fmt::arg("exclusao", exclusao),
+                      fmt::arg("divisoes", divisoes));
   else
-    sql = kDivididos + e + kDivididosRevenda + r + kDivididosConta + Conta + kAspa +
-          kDivididosPeriodo + primeiro + kAnd + ultimo +
-          VerifRevendasDesconsiderar(RevendasDesconsiderar, true, "l", "and", true) +
-          VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "d", "and", true) +
-          Extra(FiltroAdicional) + fd + kDivididosGrupo;
-  return saldo.AsFloat() + SomaDebitosMenosCreditos(*q, std::move(sql));  // 6
+    sql = fmt::format(
+        kDivididos, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+        fmt::arg("conta", conta), fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
+        fmt::arg("exclusao_lancamento",
+                 VerifRevendasDesconsiderar(RevendasDesconsiderar, true, "l", "and", true)),
+        fmt::arg("exclusao_divisao",
+                 VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "d", "and", true)),
+        fmt::arg("adicional", Extra(FiltroAdicional)), fmt::arg("divisoes", divisoes));
+  return saldo.AsFloat() + SomaDebitosMenosCreditos(*consulta, std::move(sql));  // 6
 }
 
 // As BuscaSaldoComDivisoes over AnoMesInicial to AnoMesFinal, with the
@@ -169,33 +197,40 @@ double TddmContabilidadeBD::BuscaSaldoComDivisoesPeriodo(
   const std::string ano_anterior = AnoAnterior(AnoMesInicial);  // 1
   const std::string inicial = sql::Integer(AnoMesInicial);
   const std::string final_ = sql::Integer(AnoMesFinal);
-  const std::string fd = FiltroListas(CentrosCusto, Fontes, Categorias, SecoesOficina,  // 2
-                                      RevendasDivisao, TipoItem, Modalidades);
-  const std::string e = sql::Integer(Empresa);
-  const std::string r = sql::Integer(Revenda);
-  const std::string exc_e =
+  const std::string divisoes = FiltroListas(CentrosCusto, Fontes, Categorias, SecoesOficina,  // 2
+                                            RevendasDivisao, TipoItem, Modalidades);
+  const std::string empresa = sql::Integer(Empresa);
+  const std::string revenda = sql::Integer(Revenda);
+  const std::string conta = sql::QuotedAsIs(Conta);
+  const std::string exclusao =
       VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "e", "and", false);
-  auto q = NovaConsulta("sdsSaldoComDivisoesPeriodo");
+  auto consulta = NovaConsulta("sdsSaldoComDivisoesPeriodo");
 
   const db::Value saldo = PrimeiroValor(  // 3, with no fallback (4)
-      *q,
-      kSaldoAnterior + e + kSaldoAnteriorRevenda + r + kSaldoAnteriorAno + ano_anterior +
-          kSaldoAnteriorConta + Conta + kAspa + exc_e + fd,
+      *consulta,
+      fmt::format(kSaldoAnterior, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                  fmt::arg("ano", ano_anterior), fmt::arg("conta", conta),
+                  fmt::arg("exclusao", exclusao), fmt::arg("divisoes", divisoes)),
       "SALDO");
 
   std::string sql;  // 5
   if (SaldoMensal)
-    sql = kPeriodoMensal + e + kPeriodoMensalRevenda + r + kPeriodoMensalConta + Conta + kAspa +
-          kPeriodoMensalPeriodo + inicial + kAnd + final_ + exc_e + fd;
+    sql = fmt::format(kPeriodoMensal, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                      fmt::arg("conta", conta), fmt::arg("inicial", inicial),
+                      fmt::arg("final", final_), fmt::arg("exclusao", exclusao),
+                      fmt::arg("divisoes", divisoes));
   else
-    sql = kPeriodoJuncao +
-          VerifRevendasDesconsiderar(RevendasDesconsiderar, true, "l", "and", true) +
-          kPeriodoJuncaoFim + kPeriodoEmpresa + e + kPeriodoRevenda + r + kPeriodoConta + Conta +
-          kAspa + kPeriodoPeriodo + inicial + kAnd + final_ +
-          VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "d", "and", true) +
-          Extra(FiltroAdicional) + fd + kPeriodoGrupo;
+    sql = fmt::format(
+        kPeriodoJuncao,
+        fmt::arg("exclusao_lancamento",
+                 VerifRevendasDesconsiderar(RevendasDesconsiderar, true, "l", "and", true)),
+        fmt::arg("empresa", empresa), fmt::arg("revenda", revenda), fmt::arg("conta", conta),
+        fmt::arg("inicial", inicial), fmt::arg("final", final_),
+        fmt::arg("exclusao_divisao",
+                 VerifRevendasDesconsiderar(RevendasDesconsiderar, false, "d", "and", true)),
+        fmt::arg("adicional", Extra(FiltroAdicional)), fmt::arg("divisoes", divisoes));
   return (saldo.IsNull() ? 0.0 : saldo.AsFloat()) +
-         SomaDebitosMenosCreditos(*q, std::move(sql));  // 6
+         SomaDebitosMenosCreditos(*consulta, std::move(sql));  // 6
 }
 
 // Steps 1 to 5; the numbers appear in the body.
@@ -215,7 +250,9 @@ double TddmContabilidadeBD::BuscaSaldoAnteriorFormula(
   const std::string lista_historicos =
       AjustaInSelect(kHistorico, HistoricosExcluidos, kNaoEm, 0, kMaximoNaoEm);
   const std::string filtro =
-      lista_historicos.empty() ? std::string() : "(" + (kHistoricoNulo + lista_historicos) + kFecha;
+      lista_historicos.empty()
+          ? std::string()
+          : fmt::format(kExclusaoHistoricos, fmt::arg("nao_em", lista_historicos));
 
   Saldo = 0;  // 2
   int32_t ano = Data.year;
@@ -231,9 +268,9 @@ double TddmContabilidadeBD::BuscaSaldoAnteriorFormula(
                                   RevendasDivisao, TipoItem, Modalidades};
 
   bool todas_vazias = true, alguma_lista = false;
-  for (const std::string& d : divisoes) {
-    todas_vazias = todas_vazias && d.empty();
-    alguma_lista = alguma_lista || d.find(',') != std::string::npos;
+  for (const std::string& divisao : divisoes) {
+    todas_vazias = todas_vazias && divisao.empty();
+    alguma_lista = alguma_lista || divisao.find(',') != std::string::npos;
   }
   // The single-value balance gets 0 for its two unused integers, Geral false
   // and no dealership exclusion; the formula has none of these.

@@ -3,6 +3,8 @@
 // writes one side per call, linked through the caller's variable. Both write
 // to CTB_LANCAMENTO with the same insert and complete each entry with its
 // division split. Neither begins a transaction: the caller holds one.
+#include <fmt/format.h>
+
 #include "accounting/db/sql_format.h"
 #include "accounting/entries/registro_interface.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -10,13 +12,18 @@
 namespace kvc {
 namespace {
 
+// One entry; {lco_origem} is the entry it points at or NULL.
 constexpr char kInsertLancamento[] =
-    " insert into CTB_LANCAMENTO                 (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-    "LCO_ORIGEM,            USUARIO, CONTA, HISTORICO_PADRAO, DIA, NATUREZA,              "
-    "VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,          LCO_OK, OPERACAO, "
-    "REVENDA_OPERACAO)                   values ( ";
+    " insert into CTB_LANCAMENTO"
+    "                 (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, LCO_ORIGEM,"
+    "            USUARIO, CONTA, HISTORICO_PADRAO, DIA, NATUREZA,"
+    "              VAL_LANCAMENTO, ORIGEM, HIS_COMPLEMENTAR, DOCUMENTO,"
+    "          LCO_OK, OPERACAO, REVENDA_OPERACAO)"
+    "                   values ( {empresa}, {revenda}, {ano_mes}, {lancamento}, {lco_origem},"
+    " {usuario}, {conta}, {historico_padrao}, {dia}, {natureza},"
+    " {valor}, 'O', {historico_complementar}, {documento},"
+    " 'N', NULL, {revenda})";
 constexpr char kNull[] = "NULL";
-constexpr char kSeparador[] = ", ";
 
 // An unquoted value that the record or the caller may leave blank: a blank
 // one is written as NULL rather than leaving a hole in the statement.
@@ -30,28 +37,18 @@ std::string TddmContabilidadeBD::MontaInsertLancamento(
     int32_t lancamento, const std::string& lco_origem, const std::string& conta,
     const std::string& historico_padrao, const std::string& dia, const std::string& natureza,
     double valor, const std::string& historico_complementar, const std::string& documento) const {
-  std::string sql = kInsertLancamento;
-  sql += empresa + kSeparador;
-  sql += revenda + kSeparador;
-  sql += ano_mes + kSeparador;
-  sql += sql::Integer(lancamento) + kSeparador;
-  sql += lco_origem + kSeparador;
-  sql += sql::Integer(aplicacao_->CodigoUsuario) + kSeparador;
-  sql += sql::QuotedAsIs(conta) + kSeparador;
-  sql += OuNull(historico_padrao) + kSeparador;
-  sql += dia + kSeparador;
-  sql += sql::QuotedAsIs(natureza) + kSeparador;
-  sql += sql::Amount(valor) + kSeparador;
-  sql += "'O'" + std::string(kSeparador);
   // The complementary history is free text written as the record carries
   // it, without escaping.
-  sql += sql::QuotedAsIs(historico_complementar) + kSeparador;
-  sql += OuNull(documento) + kSeparador;
-  sql += "'N'" + std::string(kSeparador);
-  sql += std::string(kNull) + kSeparador;
-  sql += revenda;
-  sql += ")";
-  return sql;
+  return fmt::format(kInsertLancamento, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                     fmt::arg("ano_mes", ano_mes), fmt::arg("lancamento", sql::Integer(lancamento)),
+                     fmt::arg("lco_origem", lco_origem),
+                     fmt::arg("usuario", sql::Integer(aplicacao_->CodigoUsuario)),
+                     fmt::arg("conta", sql::QuotedAsIs(conta)),
+                     fmt::arg("historico_padrao", OuNull(historico_padrao)), fmt::arg("dia", dia),
+                     fmt::arg("natureza", sql::QuotedAsIs(natureza)),
+                     fmt::arg("valor", sql::Amount(valor)),
+                     fmt::arg("historico_complementar", sql::QuotedAsIs(historico_complementar)),
+                     fmt::arg("documento", OuNull(documento)));
 }
 
 void TddmContabilidadeBD::ExecutaInsertLancamento(const std::string& sql) {
@@ -67,31 +64,34 @@ void TddmContabilidadeBD::ExecutaInsertLancamento(const std::string& sql) {
 void TddmContabilidadeBD::GravaLancamento(const std::string& registro, const std::string& empresa,
                                           const std::string& revenda, const std::string& documento,
                                           const std::string& textoDivisao, bool codigoNaConta) {
-  const RegistroInterface r = LeRegistro(registro);  // 1
+  const RegistroInterface lido = LeRegistro(registro);  // 1
   // The side mark "-" credits the first account field; anything else the
   // second.
-  const bool credita_primeiro = r.marca_lado == "-";
+  const bool credita_primeiro = lido.marca_lado == "-";
   const ContaDivisao credito =
-      LeContaDivisao(credita_primeiro ? r.primeiro_campo_conta : r.segundo_campo_conta,
-                     codigoNaConta, r.codigo_divisao);
+      LeContaDivisao(credita_primeiro ? lido.primeiro_campo_conta : lido.segundo_campo_conta,
+                     codigoNaConta, lido.codigo_divisao);
 
-  const int32_t n1 = PegaNovoLancamento(empresa, revenda, r.ano_mes);                    // 2
-  ExecutaInsertLancamento(MontaInsertLancamento(empresa, revenda, r.ano_mes, n1, kNull,  // 3
-                                                credito.conta, r.historico_padrao, r.dia, "C",
-                                                r.valor, r.historico_complementar, documento));
-  (void)LancaDivisao(empresa, revenda, r.ano_mes, sql::Integer(n1), credito.codigo_divisao,  // 4
-                     credito.conta, "C", textoDivisao, r.valor);
+  const int32_t lancamento_credito = PegaNovoLancamento(empresa, revenda, lido.ano_mes);  // 2
+  ExecutaInsertLancamento(
+      MontaInsertLancamento(empresa, revenda, lido.ano_mes, lancamento_credito, kNull,  // 3
+                            credito.conta, lido.historico_padrao, lido.dia, "C", lido.valor,
+                            lido.historico_complementar, documento));
+  (void)LancaDivisao(empresa, revenda, lido.ano_mes,  // 4
+                     sql::Integer(lancamento_credito), credito.codigo_divisao, credito.conta, "C",
+                     textoDivisao, lido.valor);
 
   const ContaDivisao debito =  // 5
-      LeContaDivisao(credita_primeiro ? r.segundo_campo_conta : r.primeiro_campo_conta,
-                     codigoNaConta, r.codigo_divisao);
-  const int32_t n2 = PegaNovoLancamento(empresa, revenda, r.ano_mes);             // 6
-  ExecutaInsertLancamento(MontaInsertLancamento(empresa, revenda, r.ano_mes, n2,  // 7
-                                                sql::Integer(n1), debito.conta, r.historico_padrao,
-                                                r.dia, "D", r.valor, r.historico_complementar,
-                                                documento));
-  (void)LancaDivisao(empresa, revenda, r.ano_mes, sql::Integer(n2), debito.codigo_divisao,  // 8
-                     debito.conta, "D", textoDivisao, r.valor);
+      LeContaDivisao(credita_primeiro ? lido.segundo_campo_conta : lido.primeiro_campo_conta,
+                     codigoNaConta, lido.codigo_divisao);
+  const int32_t lancamento_debito = PegaNovoLancamento(empresa, revenda, lido.ano_mes);  // 6
+  ExecutaInsertLancamento(
+      MontaInsertLancamento(empresa, revenda, lido.ano_mes, lancamento_debito,  // 7
+                            sql::Integer(lancamento_credito), debito.conta, lido.historico_padrao,
+                            lido.dia, "D", lido.valor, lido.historico_complementar, documento));
+  (void)LancaDivisao(empresa, revenda, lido.ano_mes,  // 8
+                     sql::Integer(lancamento_debito), debito.codigo_divisao, debito.conta, "D",
+                     textoDivisao, lido.valor);
 }
 
 // 1. Read the record. 2. Draw a number, whatever the side. 3. The first call
@@ -107,28 +107,28 @@ void TddmContabilidadeBD::GravaLancamentoSAP(const std::string& registro,
                                              const std::string& natureza, bool reservado,
                                              int32_t& lancamentoOrigem) {
   (void)reservado;
-  const RegistroInterface r = LeRegistro(registro);                   // 1
-  const int32_t n = PegaNovoLancamento(empresa, revenda, r.ano_mes);  // 2
-  std::string origem;                                                 // 3
+  const RegistroInterface lido = LeRegistro(registro);                            // 1
+  const int32_t lancamento = PegaNovoLancamento(empresa, revenda, lido.ano_mes);  // 2
+  std::string origem;                                                             // 3
   if (lancamentoOrigem == 0) {
     origem = kNull;
-    lancamentoOrigem = n;
+    lancamentoOrigem = lancamento;
   } else {
     origem = sql::Integer(lancamentoOrigem);
   }
   std::string conta;
   if (natureza == "C")  // 4
-    conta = Apara(r.segundo_campo_conta);
+    conta = Apara(lido.segundo_campo_conta);
   else if (natureza == "D")  // 5
-    conta = Apara(r.primeiro_campo_conta);
+    conta = Apara(lido.primeiro_campo_conta);
   else
     return;
   // The standard-history code is read but deliberately not written.
-  ExecutaInsertLancamento(MontaInsertLancamento(empresa, revenda, r.ano_mes, n, origem, conta, "",
-                                                r.dia, natureza, r.valor, r.historico_complementar,
-                                                documento));
-  (void)LancaDivisao(empresa, revenda, r.ano_mes, sql::Integer(n), r.codigo_divisao, conta,
-                     natureza, textoDivisao, r.valor);
+  ExecutaInsertLancamento(MontaInsertLancamento(empresa, revenda, lido.ano_mes, lancamento, origem,
+                                                conta, "", lido.dia, natureza, lido.valor,
+                                                lido.historico_complementar, documento));
+  (void)LancaDivisao(empresa, revenda, lido.ano_mes, sql::Integer(lancamento), lido.codigo_divisao,
+                     conta, natureza, textoDivisao, lido.valor);
 }
 
 }  // namespace kvc

@@ -3,6 +3,8 @@
 // balances are told, and one division row carries the whole amount.
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -10,22 +12,37 @@
 namespace kvc {
 namespace {
 
+// 2. The account's division settings.
 constexpr char kSelectContaDivisao[] =
-    " select coalesce(NIVEL_DIVISAO,0) NIVEL_DIVISAO,         LANCAMENTO_DIVIDIDO,         "
-    "CONTA     from CTB_CONTA    where EMPRESA = ";
-constexpr char kSelectContaDivisaoRevenda[] = "     and REVENDA = ";
-constexpr char kSelectContaDivisaoConta[] = "     and CONTA = ";
+    " select coalesce(NIVEL_DIVISAO,0) NIVEL_DIVISAO,"
+    "         LANCAMENTO_DIVIDIDO,"
+    "         CONTA    "
+    " from CTB_CONTA   "
+    " where EMPRESA = {empresa}"
+    "     and REVENDA = {revenda}"
+    "     and CONTA = {conta}";
 
+// 3. The division types up to the account's division level.
 constexpr char kSelectTipoDivisao[] =
-    "select TIPO_DIVISAO  from CTB_DIVISAO_CONTABIL  where  EMPRESA = ";
-constexpr char kSelectTipoDivisaoRevenda[] = " and    REVENDA = ";
-constexpr char kSelectTipoDivisaoNivel[] = " and    NIVEL <= ";
+    "select TIPO_DIVISAO "
+    " from CTB_DIVISAO_CONTABIL "
+    " where  EMPRESA = {empresa}"
+    " and    REVENDA = {revenda}"
+    " and    NIVEL <= {nivel}";
 
+// 7. The one division row; {centro_custo} is the cost centre or NULL.
 constexpr char kInsertDivisao[] =
-    "insert into ctb_lancamento_dividido                        (SEQUENCIA, EMPRESA, REVENDA, "
-    "ANO_MES, LANCAMENTO,         CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA,            "
-    "TIPO_ITEM, MODALIDADE_OPERACAO, REVENDA_DIVISAO,          REVENDA_ORIGEM,         "
-    "VAL_DIVISAO)       values ( ";
+    "insert into ctb_lancamento_dividido"
+    "                        (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, LANCAMENTO,"
+    "         CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA,"
+    "            TIPO_ITEM, MODALIDADE_OPERACAO, REVENDA_DIVISAO,"
+    "          REVENDA_ORIGEM,"
+    "         VAL_DIVISAO)"
+    "       values ( {sequencia}, {empresa}, {revenda}, {ano_mes}, {lancamento},"
+    " {centro_custo}, NULL, NULL, NULL,"
+    " NULL, NULL, {revenda_divisao},"
+    " {revenda_origem},"
+    " {valor})";
 
 constexpr char kTipoCentroCusto[] = "C";
 constexpr char kSemCentroCusto[] = "NULL";
@@ -33,10 +50,10 @@ constexpr char kSemCentroCusto[] = "NULL";
 }  // namespace
 
 int32_t TddmContabilidadeBD::StrToInt(const std::string& texto, const char* argumento) {
-  int64_t v = 0;
-  if (!sql::ParseInteger(texto, v) || v < INT32_MIN || v > INT32_MAX)
+  int64_t valor = 0;
+  if (!sql::ParseInteger(texto, valor) || valor < INT32_MIN || valor > INT32_MAX)
     throw std::invalid_argument("'" + texto + "' is not a valid integer value (" + argumento + ")");
-  return static_cast<int32_t>(v);
+  return static_cast<int32_t>(valor);
 }
 
 // Steps 1 to 8; the numbers appear in the body.
@@ -54,8 +71,9 @@ bool TddmContabilidadeBD::LancaDivisao(const std::string& empresa, const std::st
   }
 
   sdsConsultaLoc1.Close();  // 2
-  sdsConsultaLoc1.SetCommandText(kSelectContaDivisao + empresa + kSelectContaDivisaoRevenda +
-                                 revenda + kSelectContaDivisaoConta + sql::Quoted(conta));
+  sdsConsultaLoc1.SetCommandText(fmt::format(kSelectContaDivisao, fmt::arg("empresa", empresa),
+                                             fmt::arg("revenda", revenda),
+                                             fmt::arg("conta", sql::Quoted(conta))));
   sdsConsultaLoc1.Open();
   // An account that does not exist reads as level 0 with no flag.
   const int64_t nivel = sdsConsultaLoc1.FieldByName("NIVEL_DIVISAO").AsInteger();
@@ -65,8 +83,9 @@ bool TddmContabilidadeBD::LancaDivisao(const std::string& empresa, const std::st
   sdsConsultaLoc1.Close();
 
   if (nivel > 0) {  // 3
-    sdsConsultaLoc1.SetCommandText(kSelectTipoDivisao + empresa + kSelectTipoDivisaoRevenda +
-                                   revenda + kSelectTipoDivisaoNivel + sql::Integer(nivel));
+    sdsConsultaLoc1.SetCommandText(fmt::format(kSelectTipoDivisao, fmt::arg("empresa", empresa),
+                                               fmt::arg("revenda", revenda),
+                                               fmt::arg("nivel", sql::Integer(nivel))));
     sdsConsultaLoc1.Open();
     bool tem_centro_custo = false;
     for (sdsConsultaLoc1.First(); !sdsConsultaLoc1.Eof(); sdsConsultaLoc1.Next())
@@ -98,12 +117,13 @@ bool TddmContabilidadeBD::LancaDivisao(const std::string& empresa, const std::st
 
   ++contador_divisao_;  // 7
   sdsExecutaSQL.Close();
-  const std::string sep = ", ";
-  sdsExecutaSQL.SetCommandText(
-      kInsertDivisao + sql::Integer(contador_divisao_) + sep + empresa + sep + revenda + sep +
-      anoMes + sep + lancamento + sep + texto_centro_custo + sep + "NULL" + sep + "NULL" + sep +
-      "NULL" + sep + "NULL" + sep + "NULL" + sep + textoDivisao + sep +
-      sql::Integer(aplicacao_->RevendaAplicacao) + sep + sql::Amount(valor) + ")");
+  sdsExecutaSQL.SetCommandText(fmt::format(
+      kInsertDivisao, fmt::arg("sequencia", sql::Integer(contador_divisao_)),
+      fmt::arg("empresa", empresa), fmt::arg("revenda", revenda), fmt::arg("ano_mes", anoMes),
+      fmt::arg("lancamento", lancamento), fmt::arg("centro_custo", texto_centro_custo),
+      fmt::arg("revenda_divisao", textoDivisao),
+      fmt::arg("revenda_origem", sql::Integer(aplicacao_->RevendaAplicacao)),
+      fmt::arg("valor", sql::Amount(valor))));
   try {
     sdsExecutaSQL.ExecSQL();
   } catch (const std::exception&) {

@@ -11,30 +11,47 @@ namespace {
 // Statement S1 of sdsSaldoTotal: the division movement of every account of a
 // company and dealership over a range of months.
 constexpr char kSqlSaldoTotal[] =
-    "select l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, "
-    "d.secao_oficina, d.tipo_item, d.modalidade_operacao, sum(d.val_divisao) total from "
-    "ctb_lancamento_dividido d, ctb_lancamento l where l.lancamento = d.lancamento and "
-    "l.empresa = d.empresa and l.revenda = d.revenda and l.ano_mes = d.ano_mes and l.empresa "
-    "= :EMPRESA and l.revenda = :REVENDA and l.ano_mes between :PERINI and :PERFIN group by "
-    "l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, "
-    "d.secao_oficina, d.tipo_item, d.modalidade_operacao";
+    "select l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item, d.modalidade_operacao, sum(d.val_divisao) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = :EMPRESA"
+    " and l.revenda = :REVENDA"
+    " and l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, d.secao_oficina, d.tipo_item, d.modalidade_operacao";
 
 constexpr char kSqlContaSuperiora[] =
-    "select CONTA_SUPERIORA from CTB_CONTA where empresa = :EMPRESA and REVENDA = :REVENDA and "
-    "CONTA = :CONTA";
+    "select CONTA_SUPERIORA"
+    " from CTB_CONTA"
+    " where empresa = :EMPRESA"
+    " and REVENDA = :REVENDA"
+    " and CONTA = :CONTA";
 
 constexpr char kSqlBuscaContaSaldo[] =
-    "select CONTA, SALDO from CTB_SALDO_ANTERIOR where EMPRESA = :EMPRESA and REVENDA = "
-    ":REVENDA and CONTA = :CONTA and ANO = :ANO";
+    "select CONTA, SALDO"
+    " from CTB_SALDO_ANTERIOR"
+    " where EMPRESA = :EMPRESA"
+    " and REVENDA = :REVENDA"
+    " and CONTA = :CONTA"
+    " and ANO = :ANO";
 
 // Statement S2 of sdsBuscaSaldoDivisao.
 constexpr char kSqlBuscaSaldoDivisao[] =
-    "select CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO, MODALIDADE_OPERACAO, "
-    "SECAO_OFICINA, FONTE, SALDO from CTB_SALDO_ANTERIOR_DIVISAO where EMPRESA = :EMPRESA and "
-    "REVENDA = :REVENDA and CONTA = :CONTA and REVENDA_DIVISAO = :REVENDA_DIVISAO and "
-    "TIPO_ITEM = :TIPO_ITEM and CATEGORIA = :CATEGORIA and CENTRO_CUSTO = :CENTRO_CUSTO and "
-    "MODALIDADE_OPERACAO = :MODALIDADE_OPERACAO and SECAO_OFICINA = :SECAO_OFICINA and FONTE = "
-    ":FONTE and ANO = :ANO";
+    "select CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO, MODALIDADE_OPERACAO, SECAO_OFICINA, FONTE, SALDO"
+    " from CTB_SALDO_ANTERIOR_DIVISAO"
+    " where EMPRESA = :EMPRESA"
+    " and REVENDA = :REVENDA"
+    " and CONTA = :CONTA"
+    " and REVENDA_DIVISAO = :REVENDA_DIVISAO"
+    " and TIPO_ITEM = :TIPO_ITEM"
+    " and CATEGORIA = :CATEGORIA"
+    " and CENTRO_CUSTO = :CENTRO_CUSTO"
+    " and MODALIDADE_OPERACAO = :MODALIDADE_OPERACAO"
+    " and SECAO_OFICINA = :SECAO_OFICINA"
+    " and FONTE = :FONTE"
+    " and ANO = :ANO";
 
 constexpr char kMsgVersaoGeral[] = "Versão da DLL KVGeral01.dll ";
 constexpr char kMsgVersaoIntegracao[] = "Versão da DLL KVIntegracaoContabil01.dll ";
@@ -84,14 +101,14 @@ TddmContabilidadeBD::~TddmContabilidadeBD() = default;
 // parameters, the rewriting handler on the datasets that have it from the
 // start, and the index of cdsSaldoTotal.
 void TddmContabilidadeBD::SetFixedContent() {
-  for (db::SQLDataSet* ds : {&sdsDataHora, &sdsNumerador, &sdsAAux, &sdsExecutaSQL,
-                             &sdsConsultaLoc1, &sdsAux, &sdsSaldoContaAnalitica}) {
-    InstallRewriting(*ds);
-    ds->SetNoMetadata(true);
+  for (db::SQLDataSet* dataset : {&sdsDataHora, &sdsNumerador, &sdsAAux, &sdsExecutaSQL,
+                                  &sdsConsultaLoc1, &sdsAux, &sdsSaldoContaAnalitica}) {
+    InstallRewriting(*dataset);
+    dataset->SetNoMetadata(true);
   }
   // No limit on large-object size on these.
-  for (db::SQLDataSet* ds : {&sdsDataHora, &sdsExecutaSQL, &sdsConsultaLoc1, &sdsAux})
-    ds->SetMaxBlobSize(-1);
+  for (db::SQLDataSet* dataset : {&sdsDataHora, &sdsExecutaSQL, &sdsConsultaLoc1, &sdsAux})
+    dataset->SetMaxBlobSize(-1);
 
   sdsSaldoTotal.SetCommandText(kSqlSaldoTotal);
   for (const char* name : {"EMPRESA", "REVENDA", "PERINI", "PERFIN"})
@@ -134,9 +151,9 @@ void TddmContabilidadeBD::AtualizaTAplicacao(THostContext& owner, db::Connection
   aplicacao_->AtualizaPropriedades(owner);  // 1
   conexao_ = connection;                    // 2
   handle_aplicacao_ = handle;
-  for (db::SQLDataSet* ds : command_datasets_)  // 3
-    if (!ds->HasBeforeOpen()) InstallRewriting(*ds);
-  for (db::SQLDataSet* ds : command_datasets_) ds->SetNoMetadata(true);
+  for (db::SQLDataSet* dataset : command_datasets_)  // 3
+    if (!dataset->HasBeforeOpen()) InstallRewriting(*dataset);
+  for (db::SQLDataSet* dataset : command_datasets_) dataset->SetNoMetadata(true);
   if (!InicializaDLLs()) owner.RequestTerminate();  // 4
 }
 

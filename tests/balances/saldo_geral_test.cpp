@@ -12,6 +12,140 @@
 namespace kvc::testing {
 namespace {
 
+// ---- the grouped statements of the general balance, company 1, dealership 1,
+// carried-forward year 2023 (the movement ones take their values as
+// parameters)
+
+constexpr char kSaldoAnterior[] =
+    "select conta, sum(saldo) saldo"
+    " from  CTB_SALDO_ANTERIOR "
+    " where empresa = 1 and REVENDA = 1 "
+    "   and ano = 2023 "
+    " group by conta";
+constexpr char kSaldoAnteriorCV[] =
+    "select conta, sum(saldo) saldo"
+    " from  CTB_SALDO_ANTERIOR_CV "
+    " where empresa = 1 and REVENDA = 1 "
+    "   and ano = 2023 "
+    " group by conta";
+// With the exclusion list (9): the division table, no dealership condition.
+constexpr char kSaldoAnteriorExclusao9[] =
+    "select conta, sum(saldo) saldo"
+    " from  CTB_SALDO_ANTERIOR_DIVISAO "
+    " where empresa = 1"
+    "   and ano = 2023"
+    " and ((REVENDA_DIVISAO is null) or (REVENDA_DIVISAO not in (9))) "
+    " group by conta";
+constexpr char kSaldoDivisao[] =
+    "select e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, "
+    "e.tipo_item, e.modalidade_operacao,"
+    " sum(e.saldo) saldo  "
+    " from ctb_saldo_anterior_divisao e "
+    " where e.empresa = 1"
+    " and e.revenda = 1"
+    " and e.ano = 2023 "
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, "
+    "e.tipo_item, e.modalidade_operacao";
+constexpr char kSaldoDivisaoCV[] =
+    "select e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, "
+    "e.tipo_item, e.modalidade_operacao,"
+    " sum(e.saldo) saldo  "
+    " from ctb_saldo_anterior_divisao_cv e "
+    " where e.empresa = 1"
+    " and e.revenda = 1"
+    " and e.ano = 2023"
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, "
+    "e.tipo_item, e.modalidade_operacao";
+
+constexpr char kMovimento[] =
+    "select l.natureza, l.conta, sum(l.val_lancamento) total"
+    " from ctb_lancamento l"
+    " where l.empresa = :EMPRESA"
+    " and   l.revenda = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta";
+constexpr char kMovimentoHistorico2[] =
+    "select l.natureza, l.conta, sum(l.val_lancamento) total"
+    " from ctb_lancamento l"
+    " where l.empresa = :EMPRESA"
+    " and   l.revenda = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " and l.HISTORICO_PADRAO <> 2"
+    " group by l.natureza, l.conta";
+constexpr char kMovimentoCV[] =
+    "select l.natureza, l.conta, sum(l.val_lancamento) total"
+    " from ctb_lancamento_cv l"
+    " where l.empresa = :EMPRESA"
+    " and   l.revenda = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta";
+constexpr char kMovimentoDivisao[] =
+    "select l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, "
+    "d.secao_oficina, d.tipo_item, d.modalidade_operacao,"
+    " sum(coalesce(d.val_divisao, 0)) total"
+    " from ctb_lancamento_dividido d, ctb_lancamento l"
+    " where l.lancamento = d.lancamento"
+    " and l.empresa = d.empresa"
+    " and l.revenda = d.revenda"
+    " and l.ano_mes = d.ano_mes"
+    " and l.empresa = :EMPRESA"
+    " and l.revenda = :REVENDA"
+    " and   l.ano_mes between :PERINI and :PERFIN"
+    " group by l.natureza, l.conta, d.revenda_divisao, d.centro_custo, d.fonte, d.categoria, "
+    "d.secao_oficina, d.tipo_item, d.modalidade_operacao";
+constexpr char kMovimentoExclusao9[] =
+    "select L.NATUREZA, L.CONTA, D.REVENDA_DIVISAO, D.CENTRO_CUSTO, D.FONTE, D.CATEGORIA, "
+    "D.SECAO_OFICINA, D.TIPO_ITEM, D.MODALIDADE_OPERACAO,"
+    "        sum(coalesce(D.VAL_DIVISAO, 0)) as TOTAL  "
+    " from CTB_LANCAMENTO L       "
+    " left outer join CTB_LANCAMENTO_DIVIDIDO D          on D.EMPRESA = L.EMPRESA        "
+    " and D.REVENDA = L.REVENDA        "
+    " and D.ANO_MES = L.ANO_MES        "
+    " and D.LANCAMENTO = L.LANCAMENTO "
+    " where L.EMPRESA = :EMPRESA  "
+    " and L.REVENDA = :REVENDA  "
+    " and L.ANO_MES between :PERINI and :PERFIN"
+    " and ((L.REVENDA_OPERACAO is null) or (L.REVENDA_OPERACAO not in (9))) "
+    " and ((D.REVENDA_DIVISAO is null) or (D.REVENDA_DIVISAO not in (9))) "
+    " and ((D.REVENDA_ORIGEM is null) or (D.REVENDA_ORIGEM not in (9))) "
+    " group by L.NATUREZA, L.CONTA, D.REVENDA_DIVISAO, D.CENTRO_CUSTO, D.FONTE, D.CATEGORIA, "
+    "D.SECAO_OFICINA, D.TIPO_ITEM, D.MODALIDADE_OPERACAO";
+constexpr char kMovimentoJuncao9[] =
+    "select l.natureza, l.conta, cld.REVENDA_DIVISAO, cld.CENTRO_CUSTO, cld.FONTE, cld.CATEGORIA, "
+    "cld.SECAO_OFICINA, cld.TIPO_ITEM, cld.MODALIDADE_OPERACAO,"
+    " sum(coalesce(cld.VAL_DIVISAO, 0)) total"
+    " from ctb_lancamento l"
+    " inner join CTB_LANCAMENTO_DIVIDIDO cld "
+    "    on (cld.EMPRESA = l.EMPRESA "
+    "   and cld.REVENDA = l.REVENDA "
+    "   and cld.ANO_MES = l.ANO_MES "
+    "   and cld.LANCAMENTO = l.LANCAMENTO "
+    " and ((cld.REVENDA_DIVISAO is null) or (cld.REVENDA_DIVISAO not in (9))) "
+    " and ((cld.REVENDA_ORIGEM is null) or (cld.REVENDA_ORIGEM not in (9))) ) "
+    " where l.empresa = :EMPRESA"
+    " and l.revenda = :REVENDA"
+    " and l.ano_mes between :PERINI and :PERFIN"
+    " and ((l.REVENDA_OPERACAO is null) or (l.REVENDA_OPERACAO not in (9))) "
+    " group by l.natureza, l.conta, cld.REVENDA_DIVISAO, cld.CENTRO_CUSTO, cld.FONTE, "
+    "cld.CATEGORIA, cld.SECAO_OFICINA, cld.TIPO_ITEM, cld.MODALIDADE_OPERACAO";
+constexpr char kMensal[] =
+    "select 'D' natureza, conta, sum(saldo) total"
+    " from ctb_salant_mes"
+    " where empresa = :EMPRESA"
+    " and   revenda = :REVENDA"
+    " and   ano_mes between :PERINI and :PERFIN"
+    " group by conta";
+constexpr char kMensalDivisao[] =
+    "select 'D' natureza, e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, "
+    "e.secao_oficina, e.tipo_item, e.modalidade_operacao,"
+    " sum(e.saldo) total"
+    " from ctb_salant_divisao_mes e "
+    " where e.empresa = :EMPRESA"
+    " and   e.revenda = :REVENDA"
+    " and   e.ano_mes between :PERINI and :PERFIN "
+    " group by e.conta, e.revenda_divisao, e.centro_custo, e.fonte, e.categoria, e.secao_oficina, "
+    "e.tipo_item, e.modalidade_operacao";
+
 class SaldoGeralTest : public ModuleTest {
  protected:
   // Random journal rows (with division rows for most), carried-forward rows
@@ -279,6 +413,73 @@ TEST_P(SaldoGeralTest, DivisionChartWalkerSumsAnalyticDescendants) {
                                      "1,2", "", "", "", "", "", saldo, geral, false, ""),
         esperado, 0.005);
   }
+}
+
+// The exact text of each grouped statement, one test per way of reading the
+// sets; account 1.0 always has carried-forward rows, so no fallback runs.
+TEST_P(SaldoGeralTest, PlainGeneralBalanceReadsEachSetInOneStatement) {
+  Popula(31);
+  Bind();
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1.0", "",
+                                     false, "{$ALIAS$}.HISTORICO_PADRAO <> 2", "");
+  EXPECT_EQ(trace_->Statements(), (std::vector<std::string>{kSaldoAnterior, kMovimentoHistorico2}));
+}
+
+TEST_P(SaldoGeralTest, GeneralBalanceWithADivisionFilterReadsTheDivisionSets) {
+  Popula(31);
+  Bind();
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202406, 0, 0, 2, -1, -1, -1, -1, "", "", "1.0", "",
+                                     false, "", "");
+  EXPECT_EQ(trace_->Statements(),
+            (std::vector<std::string>{kSaldoAnterior, kSaldoDivisao, kMovimentoDivisao}));
+}
+
+TEST_P(SaldoGeralTest, GeneralBalanceWithAnExclusionListJoinsTheDivisionRows) {
+  Popula(31);
+  Bind();
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1.0", "",
+                                     false, "", "(9)");
+  EXPECT_EQ(trace_->Statements(),
+            (std::vector<std::string>{kSaldoAnteriorExclusao9, kMovimentoExclusao9}));
+  // The division variant keeps the carried-forward set and reads the
+  // movement through the join that excludes the dealerships.
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeralDivisoes(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1.0",
+                                             "", "", "", "", "", "", false, "(9)");
+  EXPECT_EQ(trace_->Statements(), (std::vector<std::string>{kMovimentoJuncao9}));
+}
+
+TEST_P(SaldoGeralTest, GeneralBalanceFromTheMonthlyTables) {
+  Popula(31);
+  Bind();
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "", "1.0", "",
+                                     true, "", "");
+  EXPECT_EQ(trace_->Statements(), (std::vector<std::string>{kSaldoAnterior, kMensal}));
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202406, 0, 0, 2, -1, -1, -1, -1, "", "", "1.0", "", true,
+                                     "", "");
+  EXPECT_EQ(trace_->Statements(),
+            (std::vector<std::string>{kSaldoAnterior, kSaldoDivisao, kMensalDivisao}));
+}
+
+TEST_P(SaldoGeralTest, GeneralBalanceOfTheSecondBook) {
+  Popula(31);
+  Bind();
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202406, 0, 0, -1, -1, -1, -1, -1, "", "SPED", "1.0", "",
+                                     false, "", "");
+  EXPECT_EQ(trace_->Statements(),
+            (std::vector<std::string>{kSaldoAnteriorCV, kMovimento, kMovimentoCV}));
+  // The opening balance with a division filter reads the second book's
+  // division rows, without the exclusion predicate.
+  trace_->Clear();
+  dm_->BuscaSaldoContaAnaliticaGeral(1, 1, 202400, 0, 0, -1, -1, -1, -1, 1, "", "SPED", "1.0", "",
+                                     false, "", "");
+  EXPECT_EQ(trace_->Statements(), (std::vector<std::string>{kSaldoAnteriorCV, kSaldoDivisaoCV}));
 }
 
 KVC_INSTANTIATE_BACKENDS(SaldoGeralTest);
