@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "accounting/db/client_dataset.h"
+#include "accounting/module/log_erros.h"
 #include "cli/closed_periods.h"
 #include "cli/commands.h"
 #include "cli/validate.h"
@@ -186,8 +187,9 @@ int RunCloseYear(const RunContext& ctx, const std::string& year_text, const std:
   });
   db::ClientDataSet table("errors");
   if (!erros.empty()) table.LoadFromString(erros);
-  const Output out = erros.empty() ? Output{{"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"}, {}, false}
-                                   : ErrorRows(table);
+  const Output out = erros.empty()
+                         ? Output{{kCamposLogErros.begin(), kCamposLogErros.end()}, {}, false}
+                         : ErrorRows(table);
   if (!errors.empty()) {
     std::ofstream file(errors, std::ios::trunc);
     file << ToJson(out).dump(2) << "\n";

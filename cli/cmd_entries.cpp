@@ -320,37 +320,32 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   const size_t total = records.Records();
   size_t posted = 0;
   if (total >= kProgressFrom) session.Progress().Counted(0, total, "records");
-  BeginTransaction(dm);
-  try {
-    records.ForEach([&](const NumberedRecord& r) {
-      try {
-        if (erp) {
-          int32_t origem = 0;
-          dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "C", false,
-                                origem);
-          dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "D", false,
-                                origem);
-        } else {
-          dm.GravaLancamento(r.text, empresa, revenda, document, division_dealership,
-                             code_in_account);
-        }
-      } catch (const std::exception& e) {
-        RethrowForLine(o.file, r.line, e, " (nothing of the file was posted)");
+  db::TransactionGuard transaction = BeginTransaction(dm);
+  records.ForEach([&](const NumberedRecord& r) {
+    try {
+      if (erp) {
+        int32_t origem = 0;
+        dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "C", false,
+                              origem);
+        dm.GravaLancamentoSAP(r.text, empresa, revenda, document, division_dealership, "D", false,
+                              origem);
+      } else {
+        dm.GravaLancamento(r.text, empresa, revenda, document, division_dealership,
+                           code_in_account);
       }
-      if (total >= kProgressFrom) session.Progress().Counted(++posted, total, "records");
-      if (o.dry_run && o.list)
-        out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
-                            r.credit, Amount{r.fields.valor}});
-    });
-  } catch (...) {
-    (void)dm.RollbackTransacao();
-    throw;
-  }
+    } catch (const std::exception& e) {
+      RethrowForLine(o.file, r.line, e, " (nothing of the file was posted)");
+    }
+    if (total >= kProgressFrom) session.Progress().Counted(++posted, total, "records");
+    if (o.dry_run && o.list)
+      out.rows.push_back({static_cast<int64_t>(r.line), r.fields.ano_mes, r.fields.dia, r.debit,
+                          r.credit, Amount{r.fields.valor}});
+  });
   const auto count = static_cast<int64_t>(total);
   if (o.dry_run) {
-    if (!dm.RollbackTransacao()) throw std::runtime_error("the dry run could not be rolled back");
+    if (!transaction.Rollback()) throw std::runtime_error("the dry run could not be rolled back");
   } else {
-    CommitTransaction(session, "the entries");
+    CommitTransaction(session, transaction, "the entries");
   }
   records.AnnounceApostrophes();
   PrintWarnings(division_codes.Warnings());

@@ -223,11 +223,12 @@ void SetSessionTraceObserver(std::function<void(db::TracingConnection&)> observe
 
 // SQLite waits for a busy database (see the connection's busy timeout)
 // before a begin gives up; a server refuses it when the connection is lost.
-void BeginTransaction(TddmContabilidadeBD& dm) {
-  if (!dm.IniciaTransacao())
-    throw std::runtime_error(
-        "cannot begin a transaction: the database is busy or unreachable (another program may "
-        "be writing to it; run the command again when it has finished)");
+db::TransactionGuard BeginTransaction(TddmContabilidadeBD& dm) {
+  db::TransactionGuard transaction = dm.NovaTransacao();
+  if (transaction.Begun()) return transaction;
+  throw std::runtime_error(
+      "cannot begin a transaction: the database is busy or unreachable (another program may "
+      "be writing to it; run the command again when it has finished)");
 }
 
 namespace {
@@ -342,28 +343,18 @@ void EnsureBookNumbering(Session& session) {
     session.Connection().Execute(kInsertBookNumbering, params);
 }
 
-void CommitTransaction(Session& session, const std::string& what) {
-  if (session.Module().ComitaTransacao()) return;
+void CommitTransaction(Session& session, db::TransactionGuard& transaction,
+                       const std::string& what) {
+  if (transaction.Commit()) return;
   const std::string& reason = session.LastCommitError();
   throw std::runtime_error(
       fmt::format("{} could not be committed{}{}", what, reason.empty() ? "" : ": ", reason));
 }
 
 void InTransaction(Session& session, const std::string& what, const std::function<bool()>& work) {
-  TddmContabilidadeBD& dm = session.Module();
-  BeginTransaction(dm);
-  bool keep = false;
-  try {
-    keep = work();
-  } catch (...) {
-    (void)dm.RollbackTransacao();
-    throw;
-  }
-  if (!keep) {
-    (void)dm.RollbackTransacao();
-    return;
-  }
-  CommitTransaction(session, what);
+  db::TransactionGuard transaction = BeginTransaction(session.Module());
+  // Raising or returning false leaves the rollback to the guard.
+  if (work()) CommitTransaction(session, transaction, what);
 }
 
 void Session::Bind() {

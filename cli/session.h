@@ -157,18 +157,20 @@ std::string DatabaseConditionHint(const std::string& message, int32_t busy_secon
 // "never calculated".
 void EnsureBookNumbering(Session& session);
 
-// Commits the module's transaction, or throws std::runtime_error saying that
+// Commits the guarded transaction, or throws std::runtime_error saying that
 // `what` could not be committed and what the server answered.
-void CommitTransaction(Session& session, const std::string& what);
+void CommitTransaction(Session& session, db::TransactionGuard& transaction,
+                       const std::string& what);
 
 // Runs `work` inside a transaction of the module: rolled back when it raises
 // (the exception goes on) or returns false, committed otherwise
 // (CommitTransaction, naming `what`).
 void InTransaction(Session& session, const std::string& what, const std::function<bool()>& work);
 
-// Begins the module's transaction, or throws std::runtime_error saying why a
-// begin can fail: the module answers only false.
-void BeginTransaction(TddmContabilidadeBD& dm);
+// Begins the module's transaction and returns its guard (rolling back unless
+// committed), or throws std::runtime_error saying why a begin can fail: the
+// module answers only false.
+[[nodiscard]] db::TransactionGuard BeginTransaction(TddmContabilidadeBD& dm);
 
 // For the tests: a function called with the statement trace of every session
 // the tool opens, before its first statement, to inject faults or count

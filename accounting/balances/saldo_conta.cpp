@@ -148,16 +148,6 @@ constexpr char kFilhas[] =
 
 }  // namespace
 
-std::unique_ptr<db::SQLDataSet> TddmContabilidadeBD::NovaConsulta(const char* nome) {
-  auto consulta = std::make_unique<db::SQLDataSet>(nome);
-  consulta->SetConnection(conexao_);
-  InstallRewriting(*consulta);
-  consulta->SetNoMetadata(true);
-  return consulta;
-}
-
-namespace {}  // namespace
-
 std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
   std::string filtro;
   if (!f.revendas_divisao.empty())

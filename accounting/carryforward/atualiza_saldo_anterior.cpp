@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 
 #include "accounting/carryforward/saldo_anterior_comum.h"
-#include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 
@@ -114,42 +113,6 @@ constexpr char kIncluiDivisao[] =
 
 }  // namespace
 
-db::ClientDataSet& TddmContabilidadeBD::LogErrosGarantido() {
-  // The annual closing creates the log; a direct call from the host that
-  // finds none gets a new empty one here rather than failing.
-  if (!log_erros_) {
-    log_erros_ = std::make_unique<db::ClientDataSet>("cdsErros");
-    log_erros_->DefineFields({{"DTA_ERRO", db::FieldType::kDateTime},
-                              {"MENSAGEM", db::FieldType::kString},
-                              {"SQL", db::FieldType::kString},
-                              {"EMESSAGE", db::FieldType::kString}});
-  }
-  return *log_erros_;
-}
-
-void TddmContabilidadeBD::RegistraErro(const std::string& mensagem, const std::exception& erro) {
-  db::ClientDataSet& log = LogErrosGarantido();
-  const DateTime agora = DataHoraBD(false, true);
-  const auto* db_erro = dynamic_cast<const db::DatabaseError*>(&erro);
-  log.Append();
-  log.SetFieldValue("DTA_ERRO", agora);
-  log.SetFieldValue("MENSAGEM", mensagem);
-  log.SetFieldValue("SQL", sdsAux.CommandText());
-  log.SetFieldValue("EMESSAGE", db_erro ? db_erro->ServerMessage() : std::string(erro.what()));
-  log.Post();
-}
-
-// Runs `sql` on sdsAux; a failure is logged with `mensagem` and swallowed.
-void TddmContabilidadeBD::ExecutaRegistrando(const std::string& sql, const char* mensagem) {
-  try {
-    sdsAux.Close();
-    sdsAux.SetCommandText(sql);
-    sdsAux.ExecSQL();
-  } catch (const std::exception& erro) {
-    RegistraErro(mensagem, erro);
-  }
-}
-
 // The superior account of `conta` ("" at the root or when unknown).
 std::string TddmContabilidadeBD::ContaSuperiora(const std::string& conta) {
   sdsContaSuperiora.Close();
@@ -160,6 +123,18 @@ std::string TddmContabilidadeBD::ContaSuperiora(const std::string& conta) {
   std::string superiora = sdsContaSuperiora.FieldByName("CONTA_SUPERIORA").AsString();
   sdsContaSuperiora.Close();
   return superiora;
+}
+
+void TddmContabilidadeBD::SobeContasSuperioras(
+    const std::string& conta_analitica, double saldo_analitico,
+    const std::function<std::optional<double>(const std::string& conta)>& gravado,
+    const std::function<void(const std::string& conta, bool existe, double saldo)>& grava) {
+  double parcela = 0;  // the analytic account itself: its row as it is
+  for (std::string conta = conta_analitica; !conta.empty(); conta = ContaSuperiora(conta)) {
+    const std::optional<double> atual = gravado(conta);
+    grava(conta, atual.has_value(), atual ? *atual + parcela : saldo_analitico);
+    parcela = saldo_analitico;
+  }
 }
 
 std::optional<double> TddmContabilidadeBD::SaldoAnteriorGravado(const std::string& conta,
@@ -213,20 +188,20 @@ void TddmContabilidadeBD::AtualizaSaldoAnterior(const std::string& Ano,
     const std::string ano = analiticas.FieldByName("ANO").AsString();
     const double saldo = analiticas.FieldByName("SALDO").AsFloat();
     (void)ContaSuperiora(conta_analitica);  // opened, its result not used here
-    double parcela = 0;
-    for (std::string conta = conta_analitica; !conta.empty();) {
-      const std::optional<double> atual = SaldoAnteriorGravado(conta, ano);
-      ExecutaRegistrando(
-          atual ? fmt::format(kAtualiza, fmt::arg("saldo", ValorSaldoAnterior(*atual + parcela)),
-                              fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                              fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano))
-                : fmt::format(kInclui, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                              fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
-                              fmt::arg("saldo", ValorSaldoAnterior(saldo))),
-          kMsgIncluiSaldoAnterior);
-      conta = ContaSuperiora(conta);
-      parcela = saldo;
-    }
+    SobeContasSuperioras(
+        conta_analitica, saldo,
+        [&](const std::string& conta) { return SaldoAnteriorGravado(conta, ano); },
+        [&](const std::string& conta, bool existe, double novo_saldo) {
+          ExecutaRegistrando(
+              existe
+                  ? fmt::format(kAtualiza, fmt::arg("saldo", ValorSaldoAnterior(novo_saldo)),
+                                fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano))
+                  : fmt::format(kInclui, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                                fmt::arg("saldo", ValorSaldoAnterior(novo_saldo))),
+              kMsgIncluiSaldoAnterior);
+        });
   }
   analiticas.Close();  // 5
 }
@@ -255,37 +230,37 @@ void TddmContabilidadeBD::AtualizaSaldoAnteriorDivisao(const std::string& Ano,
     std::string condicao, valores;
     CondicaoDivisaoSaldo(analiticas, false, condicao, valores);
     (void)ContaSuperiora(conta_analitica);
-    double parcela = 0;
-    for (std::string conta = conta_analitica; !conta.empty();) {
-      const std::optional<double> atual = SaldoAnteriorDivisaoGravado(conta, ano, condicao);  // 5
-      try {  // 6, 7
-        std::string sql;
-        if (atual) {
-          sql =
-              fmt::format(kAtualizaDivisao, fmt::arg("saldo", ValorSaldoAnterior(*atual + parcela)),
-                          fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                          fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
-                          fmt::arg("divisao", condicao));
-        } else {
-          // Always drawn under company 1 and dealership 1: one sequence for
-          // the whole database.
-          const int32_t sequencia =
-              BuscaProximoNumeroTran(*conexao_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO", "SEQUENCIA", 1);
-          sql = fmt::format(kIncluiDivisao, fmt::arg("sequencia", sql::Integer(sequencia)),
-                            fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                            fmt::arg("ano", ano), fmt::arg("conta", sql::QuotedAsIs(conta)),
-                            fmt::arg("valores", valores),
-                            fmt::arg("saldo", ValorSaldoAnterior(saldo)));
-        }
-        sdsAux.Close();
-        sdsAux.SetCommandText(sql);
-        sdsAux.ExecSQL();
-      } catch (const std::exception& erro) {
-        RegistraErro(kMsgIncluiSaldoAnteriorDivisao, erro);
-      }
-      conta = ContaSuperiora(conta);
-      parcela = saldo;
-    }
+    SobeContasSuperioras(
+        conta_analitica, saldo,
+        [&](const std::string& conta) {
+          return SaldoAnteriorDivisaoGravado(conta, ano, condicao);  // 5
+        },
+        [&](const std::string& conta, bool existe, double novo_saldo) {
+          try {  // 6, 7
+            std::string sql;
+            if (existe) {
+              sql = fmt::format(kAtualizaDivisao, fmt::arg("saldo", ValorSaldoAnterior(novo_saldo)),
+                                fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                                fmt::arg("divisao", condicao));
+            } else {
+              // Always drawn under company 1 and dealership 1: one sequence for
+              // the whole database.
+              const int32_t sequencia = BuscaProximoNumeroTran(
+                  *conexao_, 1, 1, "CTB_SALDO_ANTERIOR_DIVISAO", "SEQUENCIA", 1);
+              sql = fmt::format(kIncluiDivisao, fmt::arg("sequencia", sql::Integer(sequencia)),
+                                fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                fmt::arg("ano", ano), fmt::arg("conta", sql::QuotedAsIs(conta)),
+                                fmt::arg("valores", valores),
+                                fmt::arg("saldo", ValorSaldoAnterior(novo_saldo)));
+            }
+            sdsAux.Close();
+            sdsAux.SetCommandText(sql);
+            sdsAux.ExecSQL();
+          } catch (const std::exception& erro) {
+            RegistraErro(kMsgIncluiSaldoAnteriorDivisao, erro);
+          }
+        });
   }
   analiticas.Close();
 }

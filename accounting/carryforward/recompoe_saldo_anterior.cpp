@@ -176,7 +176,8 @@ void TddmContabilidadeBD::ExecutaEscrita(const std::string& sql) {
 bool TddmContabilidadeBD::RecompoeSaldoAnterior(const std::string& Ano) {
   const std::string empresa = sql::Integer(aplicacao_->Empresa);
   const std::string revenda = sql::Integer(aplicacao_->Revenda);
-  if (!IniciaTransacao()) return false;  // 1
+  db::TransactionGuard transacao = NovaTransacao();  // 1
+  if (!transacao.Begun()) return false;
   try {
     ExecutaEscrita(fmt::format(kExcluiSinteticas, fmt::arg("empresa", empresa),  // 2
                                fmt::arg("revenda", revenda), fmt::arg("ano", Ano)));
@@ -189,24 +190,25 @@ bool TddmContabilidadeBD::RecompoeSaldoAnterior(const std::string& Ano) {
     for (analiticas->First(); !analiticas->Eof(); analiticas->Next()) {  // 4
       const std::string ano = analiticas->FieldByName("ANO").AsString();
       const double saldo = analiticas->FieldByName("SALDO").AsFloat();
-      double parcela = 0;
-      for (std::string conta = analiticas->FieldByName("CONTA").AsString(); !conta.empty();) {
-        const std::optional<double> atual = SaldoAnteriorGravado(conta, ano);
-        ExecutaEscrita(
-            atual ? fmt::format(kAtualiza, fmt::arg("saldo", ValorSaldoAnterior(*atual + parcela)),
-                                fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                                fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano))
-                  : fmt::format(kInclui, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                                fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
-                                fmt::arg("saldo", ValorSaldoAnterior(saldo))));
-        conta = ContaSuperiora(conta);
-        parcela = saldo;
-      }
+      SobeContasSuperioras(
+          analiticas->FieldByName("CONTA").AsString(), saldo,
+          [&](const std::string& conta) { return SaldoAnteriorGravado(conta, ano); },
+          [&](const std::string& conta, bool existe, double novo_saldo) {
+            ExecutaEscrita(
+                existe
+                    ? fmt::format(kAtualiza, fmt::arg("saldo", ValorSaldoAnterior(novo_saldo)),
+                                  fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                  fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano))
+                    : fmt::format(kInclui, fmt::arg("empresa", empresa),
+                                  fmt::arg("revenda", revenda),
+                                  fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                                  fmt::arg("saldo", ValorSaldoAnterior(novo_saldo))));
+          });
     }
-    return ComitaTransacao();  // 5
+    return transacao.Commit();  // 5
   } catch (const std::exception&) {
-    // Any failure: everything is undone, nothing is reported but the result.
-    (void)RollbackTransacao();
+    // Any failure: the guard has undone everything; nothing is reported but
+    // the result.
     return false;
   }
 }
@@ -214,7 +216,8 @@ bool TddmContabilidadeBD::RecompoeSaldoAnterior(const std::string& Ano) {
 bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
   const std::string empresa = sql::Integer(aplicacao_->Empresa);
   const std::string revenda = sql::Integer(aplicacao_->Revenda);
-  if (!IniciaTransacao()) return false;  // 1
+  db::TransactionGuard transacao = NovaTransacao();  // 1
+  if (!transacao.Begun()) return false;
   try {
     ExecutaEscrita(fmt::format(kExcluiSinteticasDivisao, fmt::arg("empresa", empresa),  // 2
                                fmt::arg("revenda", revenda), fmt::arg("ano", Ano)));
@@ -236,24 +239,26 @@ bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
       const db::Value& origem = analiticas->FieldByName("REVENDA_ORIGEM");
       const std::string texto_origem = origem.IsNull() ? "NULL" : origem.AsString();
       CondicaoDivisaoSaldo(*analiticas, true, condicao, valores);
-      double parcela = 0;
-      for (std::string conta = analiticas->FieldByName("CONTA").AsString(); !conta.empty();) {
-        const std::optional<double> atual = SaldoAnteriorDivisaoGravado(conta, ano, condicao);
-        ExecutaEscrita(
-            atual ? fmt::format(kAtualizaDivisao,
-                                fmt::arg("saldo", ValorSaldoAnterior(*atual + parcela)),
-                                fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                                fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
-                                fmt::arg("divisao", condicao))
-                  : fmt::format(kIncluiDivisao, fmt::arg("sequencia", sequencia()),
-                                fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                                fmt::arg("ano", ano), fmt::arg("conta", sql::QuotedAsIs(conta)),
-                                fmt::arg("valores", valores),
-                                fmt::arg("saldo", ValorSaldoAnterior(saldo)),
-                                fmt::arg("revenda_origem", texto_origem)));
-        conta = ContaSuperiora(conta);
-        parcela = saldo;
-      }
+      SobeContasSuperioras(
+          analiticas->FieldByName("CONTA").AsString(), saldo,
+          [&](const std::string& conta) {
+            return SaldoAnteriorDivisaoGravado(conta, ano, condicao);
+          },
+          [&](const std::string& conta, bool existe, double novo_saldo) {
+            ExecutaEscrita(
+                existe
+                    ? fmt::format(kAtualizaDivisao,
+                                  fmt::arg("saldo", ValorSaldoAnterior(novo_saldo)),
+                                  fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                  fmt::arg("conta", sql::QuotedAsIs(conta)), fmt::arg("ano", ano),
+                                  fmt::arg("divisao", condicao))
+                    : fmt::format(kIncluiDivisao, fmt::arg("sequencia", sequencia()),
+                                  fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
+                                  fmt::arg("ano", ano), fmt::arg("conta", sql::QuotedAsIs(conta)),
+                                  fmt::arg("valores", valores),
+                                  fmt::arg("saldo", ValorSaldoAnterior(novo_saldo)),
+                                  fmt::arg("revenda_origem", texto_origem)));
+          });
     }
     sdsAux.Close();  // 5
     sdsAux.SetCommandText(fmt::format(
@@ -272,9 +277,8 @@ bool TddmContabilidadeBD::RecompoeSaldoAnteriorDivisao(const std::string& Ano) {
           fmt::arg("valores", valores),
           fmt::arg("revenda_origem", origem.IsNull() ? std::string("NULL") : origem.AsString())));
     }
-    return ComitaTransacao();  // 7
+    return transacao.Commit();  // 7
   } catch (const std::exception&) {
-    (void)RollbackTransacao();
     return false;
   }
 }

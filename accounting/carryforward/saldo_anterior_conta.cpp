@@ -33,6 +33,30 @@ constexpr char kSaldoTotal[] =
 
 }  // namespace
 
+double TddmContabilidadeBD::SaldoAnteriorDaConta(const ContaAnalitica& conta, int32_t ano_mes,
+                                                 bool usa_movimento_geral) {
+  return CalculaSaldoAnteriorContaAnalitica(
+      conta.empresa, conta.revenda, ano_mes, conta.centro_custo, conta.fonte, conta.categoria,
+      conta.secao_oficina, conta.revenda_divisao, conta.tipo_item, conta.modalidade_operacao,
+      conta.conta, conta.por_divisao, usa_movimento_geral, conta.restricao_divisao,
+      conta.usa_saldo_divisao_mes, conta.revendas_desconsiderar);
+}
+
+double TddmContabilidadeBD::MovimentoDaConta(const ContaAnalitica& conta, int32_t ano_mes_inicial,
+                                             int32_t ano_mes_final, bool usa_movimento_geral) {
+  if (usa_movimento_geral)
+    return CalculaMovimentoContaAnaliticaPeriodoGeral(
+        conta.empresa, conta.revenda, ano_mes_inicial, ano_mes_final, conta.centro_custo,
+        conta.fonte, conta.categoria, conta.secao_oficina, conta.revenda_divisao, conta.tipo_item,
+        conta.modalidade_operacao, conta.conta, conta.por_divisao, conta.usa_saldo_divisao_mes,
+        conta.revendas_desconsiderar);
+  return CalculaMovimentoContaAnaliticaPeriodo(
+      conta.empresa, conta.revenda, ano_mes_inicial, ano_mes_final, conta.centro_custo, conta.fonte,
+      conta.categoria, conta.secao_oficina, conta.revenda_divisao, conta.tipo_item,
+      conta.modalidade_operacao, conta.conta, conta.por_divisao, conta.restricao_divisao,
+      conta.usa_saldo_divisao_mes, conta.revendas_desconsiderar);
+}
+
 // Steps 1 to 8; the numbers appear in the body.
 double TddmContabilidadeBD::CalculaSaldoAnteriorContaAnalitica(
     int32_t Empresa, int32_t Revenda, int32_t AnoMes, int32_t CentroCusto, int32_t Fonte,
@@ -108,16 +132,23 @@ double TddmContabilidadeBD::CalculaSaldoAnteriorContaAnalitica(
     const int32_t ultimo_mes =
         static_cast<int32_t>(std::stol(mes_do_ano > 1 ? fmt::format("{}{:02}", ano, mes_do_ano - 1)
                                                       : fmt::format("{}12", ano_anterior)));
-    // The Geral movement deliberately gets no exclusion list.
-    saldo += UsaMovimentoGeral
-                 ? CalculaMovimentoContaAnaliticaPeriodoGeral(
-                       Empresa, Revenda, primeiro_mes, ultimo_mes, CentroCusto, Fonte, Categoria,
-                       SecaoOficina, RevendaDivisao, TipoItem, ModalidadeOperacao, Conta,
-                       PorDivisao, UsaSaldoDivisaoMes, "")
-                 : CalculaMovimentoContaAnaliticaPeriodo(
-                       Empresa, Revenda, primeiro_mes, ultimo_mes, CentroCusto, Fonte, Categoria,
-                       SecaoOficina, RevendaDivisao, TipoItem, ModalidadeOperacao, Conta,
-                       PorDivisao, RestricaoDivisao, UsaSaldoDivisaoMes, RevendasDesconsiderar);
+    saldo += MovimentoDaConta(
+        {.empresa = Empresa,
+         .revenda = Revenda,
+         .conta = Conta,
+         .por_divisao = PorDivisao,
+         .centro_custo = CentroCusto,
+         .fonte = Fonte,
+         .categoria = Categoria,
+         .secao_oficina = SecaoOficina,
+         .revenda_divisao = RevendaDivisao,
+         .tipo_item = TipoItem,
+         .modalidade_operacao = ModalidadeOperacao,
+         .restricao_divisao = RestricaoDivisao,
+         .usa_saldo_divisao_mes = UsaSaldoDivisaoMes,
+         // The Geral movement deliberately gets no exclusion list.
+         .revendas_desconsiderar = UsaMovimentoGeral ? std::string() : RevendasDesconsiderar},
+        primeiro_mes, ultimo_mes, UsaMovimentoGeral);
   }
   return saldo;  // 8
 }

@@ -465,7 +465,8 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
   sdsAux2.Close();
 
   // 6 to 9: one guarded block from the opening of the transaction to its end.
-  if (!IniciaTransacao()) {
+  db::TransactionGuard transacao = NovaTransacao();
+  if (!transacao.Begun()) {
     Mensagem = kMsgIniciaTransacao;
     return false;
   }
@@ -525,16 +526,16 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
     // 9. Commit, or roll back a preview.
     if (!Confirmar) {
-      if (!RollbackTransacao()) throw std::runtime_error(kMsgDesfazSimulacao);
-    } else if (!ComitaTransacao()) {
+      if (!transacao.Rollback()) throw std::runtime_error(kMsgDesfazSimulacao);
+    } else if (!transacao.Commit()) {
       // ComitaTransacao has already rolled back.
       Mensagem = kMsgConfirmaTransacao;
       return false;
     }
     return true;
   } catch (const std::exception& erro) {
+    // The guard rolls back what is still open when it goes.
     Mensagem = erro.what();
-    (void)RollbackTransacao();
     return false;
   }
 }

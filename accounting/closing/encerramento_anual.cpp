@@ -15,6 +15,7 @@
 #include "accounting/db/error.h"
 #include "accounting/db/result_set.h"
 #include "accounting/db/sql_format.h"
+#include "accounting/module/log_erros.h"
 #include "accounting/module/uddmContabilidadeBD.h"
 #include "accounting/services/zorutils.h"
 
@@ -114,8 +115,6 @@ constexpr char kIncluiDivisao[] =
 // 8. The roll-up.
 constexpr char kCaptionSuperioras[] = "Atualizando saldo das contas superioras ...";
 
-constexpr const char* kCamposErro[] = {"DTA_ERRO", "MENSAGEM", "SQL", "EMESSAGE"};
-
 // " ,value" for a division value, " ,NULL" for an empty one.
 std::string Valor(const std::string& texto, bool aspas) {
   if (texto.empty()) return " ,NULL";
@@ -133,29 +132,26 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   const int32_t ano = StrToInt(Ano, "Ano");
   const int32_t empresa = aplicacao_->Empresa;
   const int32_t revenda = aplicacao_->Revenda;
-  const std::string e = sql::Integer(empresa);
-  const std::string r = sql::Integer(revenda);
+  const std::string empresa_sql = sql::Integer(empresa);
+  const std::string revenda_sql = sql::Integer(revenda);
   const int32_t mes_seguinte = (ano + 1) * 100 + 1;
 
   // The caller's error table, read before anything runs: data that is not
   // an error table is refused whole.
   auto erros = std::make_unique<db::ClientDataSet>("cdsErros");
   if (Erros.empty()) {
-    erros->DefineFields({{"DTA_ERRO", db::FieldType::kDateTime},
-                         {"MENSAGEM", db::FieldType::kString},
-                         {"SQL", db::FieldType::kString},
-                         {"EMESSAGE", db::FieldType::kString}});
+    erros->DefineFields(DefinicaoLogErros());
   } else {
     erros->LoadFromString(Erros);
-    for (const char* campo : kCamposErro)
+    for (const char* campo : kCamposLogErros)
       if (!erros->HasField(campo))
         throw std::invalid_argument(std::string("Erros: the error table has no field ") + campo);
     // The fields must take the values of an error row (RegistraErro): a
     // date-time (or its text) and three texts; found out only when a
     // statement failed, the wrong type would stop the run halfway.
     for (const db::FieldDef& campo : erros->FieldDefs()) {
-      const bool data = db::SameFieldName(campo.name, kCamposErro[0]);
-      const bool texto = !data && std::any_of(std::begin(kCamposErro) + 1, std::end(kCamposErro),
+      const bool data = db::SameFieldName(campo.name, kErroData);
+      const bool texto = !data && std::any_of(kCamposLogErros.begin() + 1, kCamposLogErros.end(),
                                               [&](const char* nome) {
                                                 return db::SameFieldName(campo.name, nome);
                                               });
@@ -170,8 +166,8 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
 
   // 1. Consistency check.
   sdsAux2.Close();
-  sdsAux2.SetCommandText(
-      fmt::format(kAutoReferencia, fmt::arg("empresa", e), fmt::arg("revenda", r)));
+  sdsAux2.SetCommandText(fmt::format(kAutoReferencia, fmt::arg("empresa", empresa_sql),
+                                     fmt::arg("revenda", revenda_sql)));
   sdsAux2.Open();
   if (!sdsAux2.IsEmpty()) {
     std::string lista;
@@ -203,9 +199,9 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   cdsSaldoTotal.Close();
 
   // 2. Delete the year's account balances.
-  ExecutaRegistrando(
-      fmt::format(kExclui, fmt::arg("empresa", e), fmt::arg("revenda", r), fmt::arg("ano", Ano)),
-      kMsgExcluiSaldoAnterior);
+  ExecutaRegistrando(fmt::format(kExclui, fmt::arg("empresa", empresa_sql),
+                                 fmt::arg("revenda", revenda_sql), fmt::arg("ano", Ano)),
+                     kMsgExcluiSaldoAnterior);
 
   // 3. The working list of analytic accounts.
   db::ClientDataSet contas("cdsContasEncerramento");
@@ -216,7 +212,8 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   contas.AddIndex("IDX_CONTA", "CONTA");
   contas.SetIndexName("IDX_CONTA");
   sdsAux2.Close();
-  sdsAux2.SetCommandText(fmt::format(kAnaliticas, fmt::arg("empresa", e), fmt::arg("revenda", r)));
+  sdsAux2.SetCommandText(
+      fmt::format(kAnaliticas, fmt::arg("empresa", empresa_sql), fmt::arg("revenda", revenda_sql)));
   sdsAux2.Open();
   for (sdsAux2.First(); !sdsAux2.Eof(); sdsAux2.Next()) {
     contas.Append();
@@ -235,9 +232,9 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   saldos.Begin(kCaptionSaldos);
   for (contas.First(); !contas.Eof(); contas.Next()) {
     saldos.Step();
-    const double saldo = CalculaSaldoAnteriorContaAnalitica(
-        empresa, revenda, mes_seguinte, -1, -1, -1, -1, -1, "", "",
-        contas.FieldByName("CONTA").AsString(), false, true, "", false, "");
+    const double saldo = SaldoAnteriorDaConta(
+        {.empresa = empresa, .revenda = revenda, .conta = contas.FieldByName("CONTA").AsString()},
+        mes_seguinte, /*usa_movimento_geral=*/true);
     contas.Edit();
     contas.SetFieldValue("SALDO_ATUAL", saldo);
     contas.Post();
@@ -249,7 +246,7 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   for (contas.First(); !contas.Eof(); contas.Next()) {
     grava.Step();
     ExecutaRegistrando(
-        fmt::format(kInclui, fmt::arg("empresa", e), fmt::arg("revenda", r),
+        fmt::format(kInclui, fmt::arg("empresa", empresa_sql), fmt::arg("revenda", revenda_sql),
                     fmt::arg("conta", sql::QuotedAsIs(contas.FieldByName("CONTA").AsString())),
                     fmt::arg("ano", Ano),
                     fmt::arg("saldo", sql::Amount4(contas.FieldByName("SALDO_ATUAL").AsFloat()))),
@@ -257,16 +254,16 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   }
 
   // 6. Delete the year's division balances.
-  ExecutaRegistrando(fmt::format(kExcluiDivisao, fmt::arg("empresa", e), fmt::arg("revenda", r),
-                                 fmt::arg("ano", Ano)),
+  ExecutaRegistrando(fmt::format(kExcluiDivisao, fmt::arg("empresa", empresa_sql),
+                                 fmt::arg("revenda", revenda_sql), fmt::arg("ano", Ano)),
                      kMsgExcluiSaldoAnteriorDivisao);
 
   // 7. The division combinations and their balances.
   const std::string anterior = sql::Integer(ano - 1);
   sdsEncerra.Close();
-  sdsEncerra.SetCommandText(fmt::format(kCombinacoes, fmt::arg("empresa", e),
-                                        fmt::arg("revenda", r), fmt::arg("ano_anterior", anterior),
-                                        fmt::arg("ano", Ano)));
+  sdsEncerra.SetCommandText(fmt::format(kCombinacoes, fmt::arg("empresa", empresa_sql),
+                                        fmt::arg("revenda", revenda_sql),
+                                        fmt::arg("ano_anterior", anterior), fmt::arg("ano", Ano)));
   sdsEncerra.Open();
   const auto combinacoes = SQLDatasetToClientDataSet(sdsEncerra);
   sdsEncerra.Close();
@@ -274,32 +271,39 @@ void TddmContabilidadeBD::EncerramentoAnual(const std::string& Ano, std::string&
   divisoes.Begin(kCaptionDivisoes);
   for (combinacoes->First(); !combinacoes->Eof(); combinacoes->Next()) {
     divisoes.Step();
-    const db::ClientDataSet& c = *combinacoes;
-    const std::string conta = c.FieldByName("CONTA").AsString();
-    const std::string tipo_item = c.FieldByName("TIPO_ITEM").AsString();
-    const std::string modalidade = c.FieldByName("MODALIDADE_OPERACAO").AsString();
+    const db::ClientDataSet& combinacao = *combinacoes;
+    const std::string conta = combinacao.FieldByName("CONTA").AsString();
+    const std::string tipo_item = combinacao.FieldByName("TIPO_ITEM").AsString();
+    const std::string modalidade = combinacao.FieldByName("MODALIDADE_OPERACAO").AsString();
     // An empty division value is -1 for the balance query, which then asks
     // for the rows where that column is null: the combination's own rows.
-    const double saldo = CalculaSaldoAnteriorContaAnalitica(
-        empresa, revenda, mes_seguinte, InteiroOuNenhum(c.FieldByName("CENTRO_CUSTO")),
-        InteiroOuNenhum(c.FieldByName("FONTE")), InteiroOuNenhum(c.FieldByName("CATEGORIA")),
-        InteiroOuNenhum(c.FieldByName("SECAO_OFICINA")),
-        InteiroOuNenhum(c.FieldByName("REVENDA_DIVISAO")), tipo_item, modalidade, conta, true, true,
-        "", false, "");
+    const double saldo = SaldoAnteriorDaConta(
+        {.empresa = empresa,
+         .revenda = revenda,
+         .conta = conta,
+         .por_divisao = true,
+         .centro_custo = InteiroOuNenhum(combinacao.FieldByName("CENTRO_CUSTO")),
+         .fonte = InteiroOuNenhum(combinacao.FieldByName("FONTE")),
+         .categoria = InteiroOuNenhum(combinacao.FieldByName("CATEGORIA")),
+         .secao_oficina = InteiroOuNenhum(combinacao.FieldByName("SECAO_OFICINA")),
+         .revenda_divisao = InteiroOuNenhum(combinacao.FieldByName("REVENDA_DIVISAO")),
+         .tipo_item = tipo_item,
+         .modalidade_operacao = modalidade},
+        mes_seguinte, /*usa_movimento_geral=*/true);
     if (!conexao_) throw db::DatabaseError("no connection", "");
     const int32_t sequencia =
         BuscaProximoNumeroTran(*conexao_, 1, 1, kTabelaSequencia, kChaveSequencia, 1);
     const std::string divisoes =
-        Valor(c.FieldByName("REVENDA_DIVISAO").AsString(), false) + Valor(tipo_item, true) +
-        Valor(c.FieldByName("CATEGORIA").AsString(), false) +
-        Valor(c.FieldByName("CENTRO_CUSTO").AsString(), false) + Valor(modalidade, true) +
-        Valor(c.FieldByName("SECAO_OFICINA").AsString(), false) +
-        Valor(c.FieldByName("FONTE").AsString(), false);
+        Valor(combinacao.FieldByName("REVENDA_DIVISAO").AsString(), false) +
+        Valor(tipo_item, true) + Valor(combinacao.FieldByName("CATEGORIA").AsString(), false) +
+        Valor(combinacao.FieldByName("CENTRO_CUSTO").AsString(), false) + Valor(modalidade, true) +
+        Valor(combinacao.FieldByName("SECAO_OFICINA").AsString(), false) +
+        Valor(combinacao.FieldByName("FONTE").AsString(), false);
     ExecutaRegistrando(
         fmt::format(kIncluiDivisao, fmt::arg("sequencia", sql::Integer(sequencia)),
-                    fmt::arg("empresa", e), fmt::arg("revenda", r), fmt::arg("ano", Ano),
-                    fmt::arg("conta", sql::Quoted(conta)), fmt::arg("divisoes", divisoes),
-                    fmt::arg("saldo", sql::Amount4(saldo))),
+                    fmt::arg("empresa", empresa_sql), fmt::arg("revenda", revenda_sql),
+                    fmt::arg("ano", Ano), fmt::arg("conta", sql::Quoted(conta)),
+                    fmt::arg("divisoes", divisoes), fmt::arg("saldo", sql::Amount4(saldo))),
         kMsgIncluiSaldoAnteriorDivisao);
   }
 

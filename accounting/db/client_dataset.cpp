@@ -15,6 +15,7 @@
 
 namespace kvc::db {
 
+using client_dataset_detail::BeginTransaction;
 using client_dataset_detail::EditState;
 using client_dataset_detail::FieldMap;
 using client_dataset_detail::IndexDef;
@@ -22,7 +23,6 @@ using client_dataset_detail::kTable;
 using client_dataset_detail::ResetOnExit;
 using client_dataset_detail::Stmt;
 using client_dataset_detail::ToFieldType;
-using client_dataset_detail::Transaction;
 
 namespace client_dataset_detail {
 
@@ -177,7 +177,7 @@ void ClientDataSet::Impl::Rebuild(std::vector<FieldDef> defs, std::vector<IndexD
   FinalizeStatements();
   std::string new_pk = PickRowidName(defs);
   {
-    Transaction transaction(store);
+    TransactionGuard transaction = BeginTransaction(store);
     store.Exec(std::string("DROP TABLE IF EXISTS ") + kTable);
     std::string create =
         std::string("CREATE TABLE ") + kTable + " (" + new_pk + " INTEGER PRIMARY KEY";
@@ -192,7 +192,7 @@ void ClientDataSet::Impl::Rebuild(std::vector<FieldDef> defs, std::vector<IndexD
       ix.sql_name = "ix" + std::to_string(next_index_id++);
       store.Exec(IndexSql(ix, defs));
     }
-    transaction.Commit();
+    (void)transaction.Commit();
   }
 
   std::string old_index_name = active_index_name;

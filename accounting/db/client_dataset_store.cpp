@@ -93,4 +93,19 @@ Value ReadColumn(sqlite3_stmt* s, int col, FieldType type) {
   return Value();
 }
 
+TransactionGuard BeginTransaction(SqliteStore& store) {
+  return TransactionGuard(
+      [&store] {
+        store.Exec("BEGIN");
+        return true;
+      },
+      [&store] {
+        store.Exec("COMMIT");
+        return true;
+      },
+      [&store] {
+        return sqlite3_exec(store.db_, "ROLLBACK", nullptr, nullptr, nullptr) == SQLITE_OK;
+      });
+}
+
 }  // namespace kvc::db::client_dataset_detail

@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "accounting/db/transaction_guard.h"
 #include "accounting/db/value.h"
 
 namespace kvc::db::client_dataset_detail {
@@ -68,33 +69,16 @@ class SqliteStore {
   [[noreturn]] void Throw(const std::string& sql) const;
 
  private:
-  friend class Transaction;
+  friend TransactionGuard BeginTransaction(SqliteStore& store);
 
   sqlite3* db_ = nullptr;
   std::unordered_map<std::string, Stmt> cache_;
 };
 
-// BEGIN on construction; ROLLBACK on leaving the scope unless Commit() ran
-// (a failed COMMIT rolls back too). A failed BEGIN throws and leaves nothing
-// to roll back.
-class Transaction {
- public:
-  explicit Transaction(SqliteStore& store) : store_(store) { store_.Exec("BEGIN"); }
-  ~Transaction() {
-    if (!committed_) sqlite3_exec(store_.db_, "ROLLBACK", nullptr, nullptr, nullptr);
-  }
-  Transaction(const Transaction&) = delete;
-  Transaction& operator=(const Transaction&) = delete;
-
-  void Commit() {
-    store_.Exec("COMMIT");
-    committed_ = true;
-  }
-
- private:
-  SqliteStore& store_;
-  bool committed_ = false;
-};
+// BEGIN now, and the guard that ends it: COMMIT through its Commit() (a failed
+// COMMIT raises, and the guard rolls back), ROLLBACK on leaving the scope
+// without one. A failed BEGIN raises and leaves nothing to roll back.
+TransactionGuard BeginTransaction(SqliteStore& store);
 
 // Column `col` of the current row of `s` as a Value of `type`.
 Value ReadColumn(sqlite3_stmt* s, int col, FieldType type);

@@ -230,7 +230,7 @@ constexpr size_t kMaxPreparedShapes = 256;
 
 class SociConnection final : public Connection {
  public:
-  SociConnection(const DatabaseUrl& url) : dialect_(&DialectFor(url.kind)), kind_(url.kind) {
+  SociConnection(const DatabaseUrl& url) : dialect_(&DialectFor(url.kind)) {
     try {
       session_.open(url.soci);
     } catch (const std::exception& e) {
@@ -241,35 +241,28 @@ class SociConnection final : public Connection {
       throw DatabaseError("cannot connect to " + url.display + ": " + reason, "");
     }
     session_.uppercase_column_names(true);
-    if (kind_ == ServerKind::kSqlite) {
-      // Foreign keys are not declared; a busy database waits instead of
-      // failing at once.
-      Run("pragma busy_timeout = 30000", {}, nullptr);
+    for (const std::string& setting : dialect_->SessionSetup()) Run(setting, {}, nullptr);
+    if (dialect_->IsEmbedded()) {
       // Statements are prepared once per shape (see statement_shape.h); the
       // variable turns that off, to compare or to rule it out.
       const char* off = std::getenv("KVC_NO_STATEMENT_CACHE");
       reuse_shapes_ = !(off && *off && std::string_view(off) != "0");
     }
-    if (kind_ == ServerKind::kFirebird) {
+    if (dialect_->HasImplicitTransaction()) {
       try {
         CheckFirebirdTransactionHandle(session_);
       } catch (const soci::soci_error& e) {
         throw DatabaseError(e.get_error_message(), "connect");
       }
     }
-    if (kind_ == ServerKind::kPostgresql) {
-      // The client library prints the server's notices (such as "does not
-      // exist, skipping") on standard error; only warnings and errors are
-      // worth a user's attention there.
-      Run("set client_min_messages to warning", {}, nullptr);
-    }
   }
 
   ~SociConnection() override {
-    // The Firebird backend commits pending work when the session closes;
-    // work of an unfinished transaction must be rolled back instead.
+    // A client library with an implicit transaction commits pending work
+    // when the session closes; work of an unfinished transaction must be
+    // rolled back instead.
     try {
-      if (in_transaction_ || kind_ == ServerKind::kFirebird) session_.rollback();
+      if (in_transaction_ || dialect_->HasImplicitTransaction()) session_.rollback();
     } catch (...) {
     }
   }
@@ -291,23 +284,19 @@ class SociConnection final : public Connection {
   void Begin(Isolation) override {
     if (in_transaction_) throw DatabaseError("a transaction is already active", "begin");
     try {
-      // Read committed wherever the server has it: the server default on
-      // PostgreSQL and SQL Server, set explicitly on PostgreSQL; on Firebird
-      // a read-committed transaction replaces the implicit one that SOCI
-      // keeps open for reads (SOCI itself would begin a snapshot). SQLite
-      // transactions are serialisable by nature; they begin immediate, taking
-      // the write lock at once (waiting out the busy timeout for another
-      // writer), since a deferred transaction that reads before it writes
-      // cannot wait for the lock later and would fail at its first write or
-      // its commit.
-      if (kind_ == ServerKind::kFirebird) {
+      // Read committed wherever the server has it (the dialect says how):
+      // the server default on PostgreSQL and SQL Server, set explicitly on
+      // PostgreSQL; with an implicit transaction (Firebird) a read-committed
+      // transaction replaces the one that SOCI keeps open for reads (SOCI
+      // itself would begin a snapshot); SQLite begins immediate.
+      if (dialect_->HasImplicitTransaction()) {
         BeginFirebirdReadCommitted(session_);
-      } else if (kind_ == ServerKind::kSqlite) {
-        session_ << "begin immediate";
+      } else if (const std::string begin = dialect_->BeginStatement(); !begin.empty()) {
+        session_ << begin;
       } else {
         session_.begin();
-        if (kind_ == ServerKind::kPostgresql)
-          session_ << "set transaction isolation level read committed";
+        if (const std::string isolation = dialect_->IsolationStatement(); !isolation.empty())
+          session_ << isolation;
       }
       in_transaction_ = true;
     } catch (const soci::soci_error& e) {
@@ -359,7 +348,7 @@ class SociConnection final : public Connection {
     }
     PositionalText positional = ToPositional(sql);
     std::string text = positional.text;
-    if (kind_ != ServerKind::kSqlite) text = DropAmbiguousComments(text);
+    if (dialect_->MisreadsComments()) text = DropAmbiguousComments(text);
     // One slot per placeholder occurrence, bound in text order.
     std::deque<BindSlot> slots;
     try {
@@ -374,7 +363,7 @@ class SociConnection final : public Connection {
       st.define_and_bind();
       ExecuteAndRead(st, row, rs, affected);
       st.clean_up();
-      if (!in_transaction_ && kind_ == ServerKind::kFirebird) session_.commit();
+      if (!in_transaction_ && dialect_->HasImplicitTransaction()) session_.commit();
     } catch (const soci::soci_error& e) {
       AfterFailure();
       throw DatabaseError(e.get_error_message(), sql);
@@ -470,7 +459,7 @@ class SociConnection final : public Connection {
   }
 
   void AfterFailure() {
-    if (!in_transaction_ && kind_ == ServerKind::kFirebird) {
+    if (!in_transaction_ && dialect_->HasImplicitTransaction()) {
       try {
         session_.rollback();
       } catch (...) {
@@ -502,7 +491,7 @@ class SociConnection final : public Connection {
           rs.types[i] = FieldType::kString;
       }
     }
-    if (kind_ == ServerKind::kSqlite && n > 0) expression_columns_ = SqliteExpressionColumns(st, n);
+    if (dialect_->IsEmbedded() && n > 0) expression_columns_ = SqliteExpressionColumns(st, n);
   }
 
   void ReadRow(const soci::row& row, ResultSet& rs) {
@@ -584,7 +573,6 @@ class SociConnection final : public Connection {
 
   soci::session session_;
   const Dialect* dialect_;
-  ServerKind kind_;
   bool in_transaction_ = false;
   std::vector<bool> expression_columns_;
   // One prepared statement per shape, by the shape's key; declared after the

@@ -116,8 +116,11 @@ void TddmContabilidadeBD::ExcluiLancamentoSelecionado(int32_t Lancamento, const 
   const std::string revenda = sql::Integer(aplicacao_->Revenda);
   const std::string lancamento = sql::Integer(Lancamento);
   bool falhou = false;  // 1
-  (void)IniciaTransacao();
   try {
+    // Whether the begin succeeded is not asked: the deletion ends the
+    // connection's transaction either way.
+    db::TransactionGuard transacao =
+        NovaTransacao(db::TransactionGuard::WhenBeginFails::kFinishAnyway);
     sdsExcluiLanc.Close();  // 2
     sdsExcluiLanc.SetCommandText(
         fmt::format(kSelectDivisoes, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
@@ -200,14 +203,14 @@ void TddmContabilidadeBD::ExcluiLancamentoSelecionado(int32_t Lancamento, const 
     sdsAux2.ExecSQL();
 
     if (falhou)  // 7
-      (void)RollbackTransacao();
+      (void)transacao.Rollback();
     else
-      (void)ComitaTransacao();
+      (void)transacao.Commit();
   } catch (const std::exception&) {
-    // 8. A database failure is rolled back and swallowed; the flag stays as
-    // it was, so the audit records below are still written. Intended: the
-    // audit log also records an attempted deletion.
-    (void)RollbackTransacao();
+    // 8. A database failure is rolled back (by the guard, on the way out of
+    // the block) and swallowed; the flag stays as it was, so the audit
+    // records below are still written. Intended: the audit log also records
+    // an attempted deletion.
   }
 
   if (!falhou) {  // 9

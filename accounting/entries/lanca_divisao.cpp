@@ -49,13 +49,6 @@ constexpr char kSemCentroCusto[] = "NULL";
 
 }  // namespace
 
-int32_t TddmContabilidadeBD::StrToInt(const std::string& texto, const char* argumento) {
-  int64_t valor = 0;
-  if (!sql::ParseInteger(texto, valor) || valor < INT32_MIN || valor > INT32_MAX)
-    throw std::invalid_argument("'" + texto + "' is not a valid integer value (" + argumento + ")");
-  return static_cast<int32_t>(valor);
-}
-
 // Steps 1 to 8; the numbers appear in the body.
 bool TddmContabilidadeBD::LancaDivisao(const std::string& empresa, const std::string& revenda,
                                        const std::string& anoMes, const std::string& lancamento,

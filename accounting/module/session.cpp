@@ -53,4 +53,11 @@ bool TddmContabilidadeBD::RollbackTransacao() {
   }
 }
 
+db::TransactionGuard TddmContabilidadeBD::NovaTransacao(
+    db::TransactionGuard::WhenBeginFails when_begin_fails) {
+  return db::TransactionGuard([this] { return IniciaTransacao(); },
+                              [this] { return ComitaTransacao(); },
+                              [this] { return RollbackTransacao(); }, when_begin_fails);
+}
+
 }  // namespace kvc

@@ -19,6 +19,7 @@
 #include "accounting/db/connection.h"
 #include "accounting/db/provider.h"
 #include "accounting/db/sql_dataset.h"
+#include "accounting/db/transaction_guard.h"
 #include "accounting/db/value.h"
 #include "accounting/module/formato_numerico.h"
 #include "accounting/services/aplicacao.h"
@@ -88,6 +89,12 @@ class TddmContabilidadeBD {
   [[nodiscard]] bool ComitaTransacao();
   // Rolls back and releases Transacao. Never raises; false on failure.
   [[nodiscard]] bool RollbackTransacao();
+  // IniciaTransacao now, and a guard that ends the transaction with
+  // ComitaTransacao or RollbackTransacao: committed only by its Commit(),
+  // rolled back when it goes out of scope without one.
+  [[nodiscard]] db::TransactionGuard NovaTransacao(
+      db::TransactionGuard::WhenBeginFails when_begin_fails =
+          db::TransactionGuard::WhenBeginFails::kLeaveAlone);
   // The statement-rewriting step run before a command dataset opens.
   void sdsPadraoBeforeOpen(db::SQLDataSet& dataset);
 
@@ -555,6 +562,42 @@ class TddmContabilidadeBD {
   void RegistraErro(const std::string& mensagem, const std::exception& erro);
   void ExecutaRegistrando(const std::string& sql, const char* mensagem);
   std::string ContaSuperiora(const std::string& conta);
+  // An analytic account, or one division combination of it, as the internal
+  // callers of the carried-forward balance and the movement name it (the
+  // public signatures keep their positional arguments).
+  struct ContaAnalitica {
+    int32_t empresa = 0;
+    int32_t revenda = 0;
+    std::string conta;
+    // The combination, with -1 or "" for a dimension not asked for.
+    bool por_divisao = false;
+    int32_t centro_custo = -1;
+    int32_t fonte = -1;
+    int32_t categoria = -1;
+    int32_t secao_oficina = -1;
+    int32_t revenda_divisao = -1;
+    std::string tipo_item;
+    std::string modalidade_operacao;
+    std::string restricao_divisao;
+    bool usa_saldo_divisao_mes = false;
+    std::string revendas_desconsiderar;
+  };
+  // CalculaSaldoAnteriorContaAnalitica for `conta`.
+  double SaldoAnteriorDaConta(const ContaAnalitica& conta, int32_t ano_mes,
+                              bool usa_movimento_geral);
+  // CalculaMovimentoContaAnaliticaPeriodo, or its ...Geral form (which takes
+  // no division restriction), for `conta`.
+  double MovimentoDaConta(const ContaAnalitica& conta, int32_t ano_mes_inicial,
+                          int32_t ano_mes_final, bool usa_movimento_geral);
+  // The roll-up walk of the roll-up and the rebuild, plain and by division:
+  // from an analytic account up CONTA_SUPERIORA to the root. `gravado` reads
+  // each account's carried-forward balance; `grava(conta, existe, saldo)`
+  // writes it: a row that exists gets the analytic balance added (the
+  // analytic account's own row, nothing), a missing row is created with it.
+  void SobeContasSuperioras(
+      const std::string& conta_analitica, double saldo_analitico,
+      const std::function<std::optional<double>(const std::string& conta)>& gravado,
+      const std::function<void(const std::string& conta, bool existe, double saldo)>& grava);
   // The stored carried-forward balance of an account and year (plain, or of
   // one division combination given as its condition) of the current company
   // and dealership; empty when there is no row.

@@ -6,6 +6,7 @@
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
+#include "accounting/db/transaction_guard.h"
 #include "accounting/services/service_libraries.h"
 
 namespace kvc {
@@ -58,19 +59,12 @@ class Geral01 final : public IGeral01 {
     if (conexao.InTransaction())
       return DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo, tipo_banco,
                                         valor_numeracao, handle);
-    conexao.Begin(db::Isolation::kReadCommitted);
-    try {
-      int32_t n = DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave, passo,
-                                             tipo_banco, valor_numeracao, handle);
-      conexao.Commit();
-      return n;
-    } catch (...) {
-      try {
-        conexao.Rollback();
-      } catch (...) {
-      }
-      throw;
-    }
+    db::TransactionGuard transacao =
+        db::TransactionGuard::Over(conexao, db::Isolation::kReadCommitted);
+    const int32_t numero = DLL_BuscaProximoNumeroTran(conexao, empresa, revenda, tabela, chave,
+                                                      passo, tipo_banco, valor_numeracao, handle);
+    (void)transacao.Commit();
+    return numero;
   }
 
   // Raises the last number of the key by `passo` (creating the key at

@@ -10,16 +10,17 @@ class Firebird final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kFirebird; }
   std::string_view TipoBanco() const override { return "FIREBIRD"; }
   std::string_view SchemaName() const override { return "firebird"; }
-  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
-  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   std::string ServerTimeQuery() const override {
     return "select current_timestamp AGORA from rdb$database";
   }
   std::string DummyFrom() const override { return " from rdb$database"; }
-  // Statements of the common dialect run unchanged.
-  std::string Adapt(std::string text) const override { return text; }
   // Fixed-width text and text literals come back padded with blanks.
   bool TrimsReadText() const override { return true; }
+  // The client library keeps a snapshot transaction open for every
+  // statement; an explicit one is begun read committed through the client
+  // library's transaction parameters (backend_hooks.h), since the
+  // connection layer offers no option for it.
+  bool HasImplicitTransaction() const override { return true; }
 };
 
 }  // namespace

@@ -21,8 +21,6 @@ class Oracle final : public Dialect {
   }
   std::string ServerTimeQuery() const override { return "select sysdate AGORA from dual"; }
   std::string DummyFrom() const override { return " from dual"; }
-  // Statements of the common dialect run unchanged.
-  std::string Adapt(std::string text) const override { return text; }
 };
 
 }  // namespace

@@ -9,14 +9,20 @@ class Postgresql final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kPostgresql; }
   std::string_view TipoBanco() const override { return "POSTGRESQL"; }
   std::string_view SchemaName() const override { return "postgresql"; }
-  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
-  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   std::string ServerTimeQuery() const override {
     return "select cast(localtimestamp as varchar(30)) AGORA";
   }
-  std::string DummyFrom() const override { return {}; }
-  // Statements of the common dialect run unchanged.
-  std::string Adapt(std::string text) const override { return text; }
+  // The client library prints the server's notices (such as "does not
+  // exist, skipping") on standard error; only warnings and errors are worth
+  // a user's attention there.
+  std::vector<std::string> SessionSetup() const override {
+    return {"set client_min_messages to warning"};
+  }
+  // Read committed is the server's default; it is set all the same, so that
+  // a changed server default cannot change what the module sees.
+  std::string IsolationStatement() const override {
+    return "set transaction isolation level read committed";
+  }
 };
 
 }  // namespace

@@ -10,16 +10,22 @@ class Sqlite final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kSqlite; }
   std::string_view TipoBanco() const override { return "SQLITE"; }
   std::string_view SchemaName() const override { return "sqlite"; }
-  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
-  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   // The embedded engine's server is the process itself: its local time, with
   // milliseconds, is the database time.
   std::string ServerTimeQuery() const override {
     return "select strftime('%Y-%m-%d %H:%M:%f', 'now', 'localtime') AGORA";
   }
-  std::string DummyFrom() const override { return {}; }
-  // Statements of the common dialect run unchanged.
-  std::string Adapt(std::string text) const override { return text; }
+  // Foreign keys are not declared; a busy database waits instead of failing
+  // at once.
+  std::vector<std::string> SessionSetup() const override { return {"pragma busy_timeout = 30000"}; }
+  // Transactions are serialisable by nature; they begin immediate, taking
+  // the write lock at once (waiting out the busy timeout for another
+  // writer), since a deferred transaction that reads before it writes cannot
+  // wait for the lock later and would fail at its first write or its commit.
+  std::string BeginStatement() const override { return "begin immediate"; }
+  // The driver leaves comments alone.
+  bool MisreadsComments() const override { return false; }
+  bool IsEmbedded() const override { return true; }
 };
 
 }  // namespace

@@ -13,12 +13,7 @@ class SqlServer final : public Dialect {
   ServerKind Kind() const override { return ServerKind::kSqlServer; }
   std::string_view TipoBanco() const override { return "SQLSERVER"; }
   std::string_view SchemaName() const override { return "sqlserver"; }
-  std::string DateLiteral(const DateTime& d) const override { return IsoDateLiteral(d); }
-  std::string DateTimeLiteral(const DateTime& d) const override { return IsoDateTimeLiteral(d); }
   std::string ServerTimeQuery() const override { return "select getdate() AGORA"; }
-  std::string DummyFrom() const override { return {}; }
-  // Statements of the common dialect run unchanged.
-  std::string Adapt(std::string text) const override { return text; }
 };
 
 }  // namespace
