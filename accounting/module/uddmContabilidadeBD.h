@@ -568,7 +568,7 @@ class TddmContabilidadeBD {
   struct ContaAnalitica {
     int32_t empresa = 0;
     int32_t revenda = 0;
-    std::string conta;
+    std::string conta{};
     // The combination, with -1 or "" for a dimension not asked for.
     bool por_divisao = false;
     int32_t centro_custo = -1;
@@ -576,11 +576,11 @@ class TddmContabilidadeBD {
     int32_t categoria = -1;
     int32_t secao_oficina = -1;
     int32_t revenda_divisao = -1;
-    std::string tipo_item;
-    std::string modalidade_operacao;
-    std::string restricao_divisao;
+    std::string tipo_item{};
+    std::string modalidade_operacao{};
+    std::string restricao_divisao{};
     bool usa_saldo_divisao_mes = false;
-    std::string revendas_desconsiderar;
+    std::string revendas_desconsiderar{};
   };
   // CalculaSaldoAnteriorContaAnalitica for `conta`.
   double SaldoAnteriorDaConta(const ContaAnalitica& conta, int32_t ano_mes,
