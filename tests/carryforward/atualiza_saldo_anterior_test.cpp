@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "accounting/db/error.h"
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -23,24 +24,16 @@ class Comandos : public IProgressCallback {
 class AtualizaSaldoAnteriorTest : public ModuleTest {
  protected:
   void Conta(const std::string& conta, const std::string& superiora, const std::string& nivel) {
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                              "NIVEL) values (1, 1, '{}', {}, '{}')",
-                              conta, superiora.empty() ? "null" : "'" + superiora + "'", nivel),
-                  {});
+    DadosDeTeste(*raw_).Conta(conta, {.superiora = NuloSeVazio(superiora), .nivel = nivel});
   }
   void Saldo(const std::string& conta, double saldo, int ano = 2023) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, '{}', {}, {})", conta,
-                              ano, saldo),
-                  {});
+    DadosDeTeste(*raw_).SaldoAnterior(conta, ano, saldo);
   }
   void SaldoDivisao(const std::string& conta, double saldo, const std::string& tipo_item,
                     int revenda_divisao) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                              "REVENDA, ANO, CONTA, REVENDA_DIVISAO, TIPO_ITEM, SALDO) values ({}, "
-                              "1, 1, 2023, '{}', {}, {}, {})",
-                              ++sequencia_, conta, revenda_divisao,
-                              tipo_item.empty() ? "null" : "'" + tipo_item + "'", saldo),
-                  {});
+    DadosDeTeste(*raw_).SaldoAnteriorDivisao(
+        ++sequencia_, conta, 2023, saldo,
+        {.revenda_divisao = revenda_divisao, .tipo_item = NuloSeVazio(tipo_item)});
   }
   std::vector<Linha> Saldos() {
     return Linhas(*raw_,

@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -51,8 +52,17 @@ struct Chamada {
   int revenda = 1;
 };
 
-std::string Opcional(const std::optional<int>& v) { return v ? std::to_string(*v) : "null"; }
-std::string Opcional(const std::optional<std::string>& v) { return v ? "'" + *v + "'" : "null"; }
+// The dimensions of `d`; the monthly balance table has no REVENDA_ORIGEM.
+Dimensoes DimensoesDe(const Divisao& d, bool com_revenda_origem = true) {
+  return {.revenda_divisao = d.revenda_divisao,
+          .centro_custo = d.centro_custo,
+          .fonte = d.fonte,
+          .categoria = d.categoria,
+          .secao_oficina = d.secao_oficina,
+          .tipo_item = d.tipo_item,
+          .modalidade_operacao = d.modalidade,
+          .revenda_origem = com_revenda_origem ? d.revenda_origem : std::nullopt};
+}
 
 class MovimentoPeriodoTest : public ModuleTest {
  protected:
@@ -61,23 +71,12 @@ class MovimentoPeriodoTest : public ModuleTest {
                   double valor, const std::vector<Divisao>& divisoes = {},
                   std::optional<int> revenda_operacao = std::nullopt,
                   const std::string& livro = "") {
-    raw_->Execute(
-        fmt::format("insert into CTB_LANCAMENTO{} (EMPRESA, REVENDA, ANO_MES, "
-                    "LANCAMENTO, CONTA, NATUREZA, VAL_LANCAMENTO, DIA, "
-                    "REVENDA_OPERACAO) values (1, 1, {}, {}, '{}', '{}', {}, 1, {})",
-                    livro, ano_mes, numero, conta, natureza, valor, Opcional(revenda_operacao)),
-        {});
+    DadosDeTeste dados(*raw_);
+    if (livro == "_CV") dados = dados.SegundoLivro();
+    dados.Lancamento(ano_mes, numero, conta, natureza, valor,
+                     {.dia = 1, .revenda_operacao = revenda_operacao});
     for (const Divisao& d : divisoes)
-      raw_->Execute(
-          fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, REVENDA, "
-                      "ANO_MES, LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
-                      "SECAO_OFICINA, TIPO_ITEM, MODALIDADE_OPERACAO, REVENDA_ORIGEM, "
-                      "VAL_DIVISAO) values ({}, 1, 1, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {})",
-                      livro, ++sequencia_, ano_mes, numero, Opcional(d.revenda_divisao),
-                      Opcional(d.centro_custo), Opcional(d.fonte), Opcional(d.categoria),
-                      Opcional(d.secao_oficina), Opcional(d.tipo_item), Opcional(d.modalidade),
-                      Opcional(d.revenda_origem), d.valor),
-          {});
+      dados.LancamentoDividido(++sequencia_, ano_mes, numero, d.valor, DimensoesDe(d));
   }
   // An entry with one division row of the whole amount.
   void Dividido(int numero, int ano_mes, const std::string& conta, const std::string& natureza,
@@ -88,14 +87,7 @@ class MovimentoPeriodoTest : public ModuleTest {
   }
   // A monthly division balance row.
   void SaldoMes(int ano_mes, const std::string& conta, double saldo, Divisao d = {}) {
-    raw_->Execute(fmt::format("insert into CTB_SALANT_DIVISAO_MES (EMPRESA, REVENDA, CONTA, "
-                              "ANO_MES, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
-                              "SECAO_OFICINA, TIPO_ITEM, MODALIDADE_OPERACAO, SALDO) values (1, "
-                              "1, '{}', {}, {}, {}, {}, {}, {}, {}, {}, {})",
-                              conta, ano_mes, Opcional(d.revenda_divisao), Opcional(d.centro_custo),
-                              Opcional(d.fonte), Opcional(d.categoria), Opcional(d.secao_oficina),
-                              Opcional(d.tipo_item), Opcional(d.modalidade), saldo),
-                  {});
+    DadosDeTeste(*raw_).SaldoDivisaoMes(conta, ano_mes, saldo, DimensoesDe(d, false));
   }
   double Unica(const Chamada& c) {
     return dm_->CalculaMovimentoContaAnaliticaPeriodo(

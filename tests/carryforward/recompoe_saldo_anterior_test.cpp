@@ -3,9 +3,11 @@
 // the all-or-nothing rule.
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
+#include <optional>
+#include <string>
 
 #include "accounting/db/error.h"
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -43,24 +45,22 @@ class RecompoeSaldoAnteriorTest : public ModuleTest {
  protected:
   void Conta(const std::string& conta, const std::string& superiora, const std::string& nivel,
              const std::string& dividido = "N") {
-    raw_->Execute(
-        fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                    "NIVEL, LANCAMENTO_DIVIDIDO) values (1, 1, '{}', {}, '{}', '{}')",
-                    conta, superiora.empty() ? "null" : "'" + superiora + "'", nivel, dividido),
-        {});
+    DadosDeTeste(*raw_).Conta(
+        conta,
+        {.superiora = NuloSeVazio(superiora), .nivel = nivel, .lancamento_dividido = dividido});
   }
   void Saldo(const std::string& conta, int ano, double saldo) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, '{}', {}, {})", conta,
-                              ano, saldo),
-                  {});
+    DadosDeTeste(*raw_).SaldoAnterior(conta, ano, saldo);
   }
+  // `rd` and `origem` are numbers, or "null".
   void SaldoDivisao(const std::string& conta, int ano, double saldo, const std::string& rd,
                     const std::string& origem = "null") {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                              "REVENDA, ANO, CONTA, REVENDA_DIVISAO, REVENDA_ORIGEM, SALDO) values "
-                              "({}, 1, 1, {}, '{}', {}, {}, {})",
-                              ++sequencia_, ano, conta, rd, origem, saldo),
-                  {});
+    auto numero = [](const std::string& v) {
+      return v == "null" ? std::nullopt : std::optional<int>(std::stoi(v));
+    };
+    DadosDeTeste(*raw_).SaldoAnteriorDivisao(
+        ++sequencia_, conta, ano, saldo,
+        {.revenda_divisao = numero(rd), .revenda_origem = numero(origem)});
   }
   std::vector<Linha> Tabelas() {
     auto a = Linhas(*raw_, "select CONTA, ANO, SALDO from CTB_SALDO_ANTERIOR order by CONTA, ANO");

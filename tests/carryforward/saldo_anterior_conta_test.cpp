@@ -1,8 +1,10 @@
 // The balance an analytic account carries into a month, on each database.
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
+#include <optional>
+#include <string>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -10,33 +12,21 @@ namespace {
 
 class SaldoAnteriorContaTest : public ModuleTest {
  protected:
+  // An entry of account 5.1 with its one division row, both numbered by numero_.
   void Lancamento(int ano_mes, const std::string& natureza, double valor, int revenda = 1,
                   std::optional<int> revenda_divisao = std::nullopt) {
     ++numero_;
-    raw_->Execute(fmt::format("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-                              "CONTA, NATUREZA, VAL_LANCAMENTO, DIA) values (1, {}, {}, {}, "
-                              "'5.1', '{}', {}, 1)",
-                              revenda, ano_mes, numero_, natureza, valor),
-                  {});
-    raw_->Execute(fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, "
-                              "ANO_MES, LANCAMENTO, REVENDA_DIVISAO, VAL_DIVISAO) values ({}, 1, "
-                              "{}, {}, {}, {}, {})",
-                              numero_, revenda, ano_mes, numero_,
-                              revenda_divisao ? std::to_string(*revenda_divisao) : "null", valor),
-                  {});
+    DadosDeTeste(*raw_, 1, revenda)
+        .Lancamento(ano_mes, numero_, "5.1", natureza, valor, {.dia = 1})
+        .LancamentoDividido(numero_, ano_mes, numero_, valor, {.revenda_divisao = revenda_divisao});
   }
   void Anterior(int ano, double saldo, int revenda = 1) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, {}, '5.1', {}, {})",
-                              revenda, ano, saldo),
-                  {});
+    DadosDeTeste(*raw_, 1, revenda).SaldoAnterior("5.1", ano, saldo);
   }
   void AnteriorDivisao(int ano, double saldo, int revenda_divisao, int revenda = 1) {
     ++numero_;
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                              "REVENDA, ANO, CONTA, REVENDA_DIVISAO, SALDO) values ({}, 1, {}, {}, "
-                              "'5.1', {}, {})",
-                              numero_, revenda, ano, revenda_divisao, saldo),
-                  {});
+    DadosDeTeste(*raw_, 1, revenda)
+        .SaldoAnteriorDivisao(numero_, "5.1", ano, saldo, {.revenda_divisao = revenda_divisao});
   }
   double Total(int ano_mes, bool geral = false, const std::string& lista = "") {
     return dm_->CalculaSaldoAnteriorContaAnalitica(1, 1, ano_mes, -1, -1, -1, -1, -1, "", "", "5.1",

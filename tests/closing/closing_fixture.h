@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <fmt/format.h>
-
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -35,16 +34,14 @@ struct Div {
 
 class ClosingTest : public ModuleTest {
  protected:
-  static std::string Num(const std::optional<int>& v) {
-    return v ? std::to_string(*v) : std::string("null");
+  // The rows' writer for the fixture's company and dealership, amounts with
+  // two decimals.
+  DadosDeTeste Dados() const {
+    return DadosDeTeste(*raw_, empresa_, revenda_).ComValores(EscritaDeValor::kDuasCasas);
   }
-  static std::string Txt(const std::string& v) { return v.empty() ? "null" : "'" + v + "'"; }
 
   void Conta(const std::string& conta, const std::string& superiora, const std::string& nivel) {
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                              "NIVEL) values ({}, {}, '{}', {}, '{}')",
-                              empresa_, revenda_, conta, Txt(superiora), nivel),
-                  {});
+    Dados().Conta(conta, {.superiora = NuloSeVazio(superiora), .nivel = nivel});
   }
 
   // An entry of the fixture's company and dealership with its division rows; numbers
@@ -53,52 +50,37 @@ class ClosingTest : public ModuleTest {
                  double valor, const std::vector<Div>& divisoes, int historico = 10,
                  std::optional<int> revenda_operacao = std::nullopt) {
     const int numero = ++ultimo_lancamento_;
-    raw_->Execute(fmt::format("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-                              "CONTA, HISTORICO_PADRAO, DIA, NATUREZA, VAL_LANCAMENTO, ORIGEM, "
-                              "REVENDA_OPERACAO) values ({}, {}, {}, {}, '{}', {}, {}, '{}', "
-                              "{:.2f}, 'T', {})",
-                              empresa_, revenda_, ano_mes, numero, conta, historico, dia, natureza,
-                              valor, Num(revenda_operacao)),
-                  {});
+    DadosDeTeste dados = Dados();
+    dados.Lancamento(ano_mes, numero, conta, natureza, valor,
+                     {.dia = dia,
+                      .historico_padrao = historico,
+                      .origem = "T",
+                      .revenda_operacao = revenda_operacao});
     for (const Div& d : divisoes)
-      raw_->Execute(
-          fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-                      "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, TIPO_ITEM, VAL_DIVISAO) "
-                      "values ({}, {}, {}, {}, {}, {}, {}, {}, {}, {:.2f})",
-                      ++ultima_sequencia_, empresa_, revenda_, ano_mes, numero,
-                      Num(d.revenda_divisao), Num(d.centro_custo), Num(d.fonte), Txt(d.tipo_item),
-                      d.valor),
-          {});
+      dados.LancamentoDividido(++ultima_sequencia_, ano_mes, numero, d.valor,
+                               {.revenda_divisao = d.revenda_divisao,
+                                .centro_custo = d.centro_custo,
+                                .fonte = d.fonte,
+                                .tipo_item = NuloSeVazio(d.tipo_item)});
     return numero;
   }
 
   void SaldoAnterior(const std::string& conta, int ano, double saldo) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, "
-                              "SALDO) values ({}, {}, '{}', {}, {:.2f})",
-                              empresa_, revenda_, conta, ano, saldo),
-                  {});
+    Dados().SaldoAnterior(conta, ano, saldo);
   }
 
   void SaldoAnteriorDivisao(const std::string& conta, int ano, double saldo,
                             std::optional<int> centro_custo = std::nullopt,
                             std::optional<int> revenda_divisao = std::nullopt) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                              "REVENDA, ANO, CONTA, CENTRO_CUSTO, REVENDA_DIVISAO, SALDO) values "
-                              "({}, {}, {}, {}, '{}', {}, {}, {:.2f})",
-                              ++ultima_sequencia_, empresa_, revenda_, ano, conta,
-                              Num(centro_custo), Num(revenda_divisao), saldo),
-                  {});
+    Dados().SaldoAnteriorDivisao(
+        ++ultima_sequencia_, conta, ano, saldo,
+        {.revenda_divisao = revenda_divisao, .centro_custo = centro_custo});
   }
 
   // The numbering-book row of the company and dealership ("null" for an empty
   // date, or an ISO date).
   void Numeracao(const std::string& data = "null") {
-    raw_->Execute(
-        "insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA, ANOMES_APURACAO_RESULTADO) "
-        "values (" +
-            std::to_string(empresa_) + ", " + std::to_string(revenda_) + ", " +
-            (data == "null" ? data : "'" + data + "'") + ")",
-        {});
+    Dados().NumeracaoLivros(data == "null" ? std::nullopt : std::optional<std::string>(data));
   }
 
   // Every row of every table, each table's rows sorted.

@@ -13,6 +13,7 @@
 #include <fmt/format.h>
 
 #include "accounting/db/dialect.h"
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -44,14 +45,13 @@ std::string Registro(std::mt19937& rng) {
 
 Resultados Cenario(const BackendName& backend, db::Connection& c) {
   // The chart: 1 and 3 with eight analytic accounts each, 2.9 for the result.
-  auto conta = [&c](const std::string& codigo, const std::string& superiora,
-                    const std::string& nivel, int nivel_divisao, const char* dividido) {
-    c.Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL, "
-                          "NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) values (1, 1, '{}', {}, '{}', {}, "
-                          "'{}')",
-                          codigo, superiora.empty() ? "null" : "'" + superiora + "'", nivel,
-                          nivel_divisao, dividido),
-              {});
+  DadosDeTeste dados(c);
+  auto conta = [&dados](const std::string& codigo, const std::string& superiora,
+                        const std::string& nivel, int nivel_divisao, const char* dividido) {
+    dados.Conta(codigo, {.superiora = NuloSeVazio(superiora),
+                         .nivel = nivel,
+                         .nivel_divisao = nivel_divisao,
+                         .lancamento_dividido = dividido});
   };
   std::vector<std::string> contas = {"1", "2", "2.9", "3"};
   conta("1", "", "S", 0, "N");
@@ -64,8 +64,7 @@ Resultados Cenario(const BackendName& backend, db::Connection& c) {
     contas.push_back(fmt::format("1.{:02}", i));
     contas.push_back(fmt::format("3.{:02}", i));
   }
-  c.Execute("insert into CTB_DIVISAO_CONTABIL values (1, 1, 1, 'C')", {});
-  c.Execute("insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA) values (1, 1)", {});
+  dados.DivisaoContabil(1, "C").NumeracaoLivros();
 
   TSimpleHostContext host;
   host.tipo_banco = backend == "sqlserver" ? "SQLSERVER" : std::string(c.dialect().TipoBanco());

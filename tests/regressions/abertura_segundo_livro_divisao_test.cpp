@@ -5,8 +5,7 @@
 // The plain, general and synthetic-account paths all threw there.
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
-
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -17,27 +16,15 @@ class AberturaSegundoLivroDivisaoTest : public ModuleTest {
   void SetUp() override {
     ModuleTest::SetUp();
     if (!raw_) return;
-    raw_->Execute(
-        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
-        "(1, 1, '1', null, 'S')",
-        {});
-    raw_->Execute(
-        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
-        "(1, 1, '1.1', '1', 'A')",
-        {});
+    DadosDeTeste dados(*raw_);
+    dados.Conta("1", {.nivel = "S"}).Conta("1.1", {.superiora = "1", .nivel = "A"});
     // The second book's plain row answers the existence query.
-    raw_->Execute("insert into CTB_SALDO_ANTERIOR_CV values (1, 1, '1.1', 2023, 3)", {});
-    SaldoDivisao("CTB_SALDO_ANTERIOR_DIVISAO_CV", 1, 2, 11);
-    SaldoDivisao("CTB_SALDO_ANTERIOR_DIVISAO_CV", 2, 4, 22);
+    DadosDeTeste cv = dados.SegundoLivro();
+    cv.SaldoAnterior("1.1", 2023, 3)
+        .SaldoAnteriorDivisao(1, "1.1", 2023, 11, {.revenda_divisao = 2})
+        .SaldoAnteriorDivisao(2, "1.1", 2023, 22, {.revenda_divisao = 4});
     // The main book's division row must not be read.
-    SaldoDivisao("CTB_SALDO_ANTERIOR_DIVISAO", 3, 2, 999);
-  }
-
-  void SaldoDivisao(const char* tabela, int sequencia, int revenda_divisao, double saldo) {
-    raw_->Execute(fmt::format("insert into {} (SEQUENCIA, EMPRESA, REVENDA, ANO, CONTA, "
-                              "REVENDA_DIVISAO, SALDO) values ({}, 1, 1, 2023, '1.1', {}, {})",
-                              tabela, sequencia, revenda_divisao, saldo),
-                  {});
+    dados.SaldoAnteriorDivisao(3, "1.1", 2023, 999, {.revenda_divisao = 2});
   }
 };
 

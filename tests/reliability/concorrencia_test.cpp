@@ -20,6 +20,7 @@
 #include "accounting/db/dialect.h"
 #include "accounting/db/provider.h"
 #include "accounting/db/schema.h"
+#include "support/dados_teste.h"
 #include "support/records.h"
 #include "support/test_db.h"
 
@@ -103,10 +104,7 @@ class ConcorrenciaTest : public ::testing::TestWithParam<BackendName> {
       }
     }
     for (const char* conta : {"3101001", "1101001", "2101001"})
-      primeira_->Execute(std::string("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, "
-                                     "NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) values (1, 1, '") +
-                             conta + "', 0, 'N')",
-                         {});
+      DadosDeTeste(*primeira_).Conta(conta, {.nivel_divisao = 0, .lancamento_dividido = "N"});
   }
 
   void TearDown() override {

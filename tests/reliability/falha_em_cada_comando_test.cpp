@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "support/dados_teste.h"
 #include "support/records.h"
 #include "support/test_db.h"
 
@@ -29,10 +30,7 @@ class FalhaEmCadaComandoTest : public ModuleTest {
     Bind();
     EmptyAllTables(*raw_);
     for (const char* conta : {"3101001", "1101001", "2101001"})
-      raw_->Execute(std::string("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL_DIVISAO, "
-                                "LANCAMENTO_DIVIDIDO) values (1, 1, '") +
-                        conta + "', 0, 'N')",
-                    {});
+      DadosDeTeste(*raw_).Conta(conta, {.nivel_divisao = 0, .lancamento_dividido = "N"});
     ASSERT_TRUE(dm_->IniciaTransacao());
     dm_->GravaLancamento(Registro(RegistroCampos()), "1", "1", "4711", "9", false);
     ASSERT_TRUE(dm_->ComitaTransacao());

@@ -64,6 +64,7 @@
 #include "accounting/db/client_dataset.h"
 #include "accounting/db/schema.h"
 #include "accounting/entries/registro_interface.h"
+#include "support/dados_teste.h"
 #include "support/records.h"
 #include "support/test_db.h"
 
@@ -656,18 +657,13 @@ class InvariantesTest : public ModuleTest {
       dm_.reset();
     }
     EmptyAllTables(*raw_);
+    DadosDeTeste dados(*raw_);
     for (const ContaPlano& c : kPlano)
-      raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                                "NIVEL, NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) values (1, 1, '{}', "
-                                "{}, '{}', {}, '{}')",
-                                c.codigo, *c.superiora ? fmt::format("'{}'", c.superiora) : "null",
-                                c.analitica ? "A" : "S", c.nivel_divisao, c.dividido ? "S" : "N"),
-                    {});
-    raw_->Execute(
-        "insert into CTB_DIVISAO_CONTABIL (EMPRESA, REVENDA, NIVEL, TIPO_DIVISAO) values "
-        "(1, 1, 1, 'C')",
-        {});
-    raw_->Execute("insert into FAT_NUMERACAO_LIVROS (EMPRESA, REVENDA) values (1, 1)", {});
+      dados.Conta(c.codigo, {.superiora = NuloSeVazio(c.superiora),
+                             .nivel = c.analitica ? "A" : "S",
+                             .nivel_divisao = c.nivel_divisao,
+                             .lancamento_dividido = c.dividido ? "S" : "N"});
+    dados.DivisaoContabil(1, "C").NumeracaoLivros();
     // The module works on the connection itself: the statement trace would
     // keep every statement of a thousand scenarios.
     dm_ = std::make_unique<TddmContabilidadeBD>();

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <tuple>
@@ -13,10 +14,10 @@
 
 #include <fmt/format.h>
 
-#include "accounting/db/sql_format.h"
 #include "accounting/reports/financial_statements.h"
 #include "accounting/reports/general_ledger.h"
 #include "accounting/reports/trial_balance.h"
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -32,15 +33,14 @@ class ReportTest : public ModuleTest {
   // amount; with `carried`, carried-forward rows of 2023 that sum to zero.
   void Popula(unsigned seed, bool carried) {
     std::mt19937 rng(seed);
+    DadosDeTeste dados = DadosDeTeste(*raw_).ComValores(EscritaDeValor::kMontante);
     auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
     auto add = [&](auto&& self, const std::string& code, const std::string& parent,
                    int depth) -> void {
       const bool leaf = depth >= 2 && (depth == 4 || pick(0, 2) == 0);
-      raw_->Execute(
-          fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                      "NIVEL, DES_CONTA) values (1, 1, '{}', {}, '{}', 'CONTA {}')",
-                      code, parent.empty() ? "null" : "'" + parent + "'", leaf ? "A" : "S", code),
-          {});
+      dados.Conta(code, {.superiora = NuloSeVazio(parent),
+                         .nivel = leaf ? "A" : "S",
+                         .descricao = "CONTA " + code});
       if (leaf) {
         analiticas_.push_back(code);
         return;
@@ -61,24 +61,21 @@ class ReportTest : public ModuleTest {
       int origem = 0;
       for (const char* natureza : {"D", "C"}) {
         ++lancamento;
-        raw_->Execute(
-            fmt::format("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-                        "LCO_ORIGEM, CONTA, NATUREZA, VAL_LANCAMENTO, DIA, HISTORICO_PADRAO, "
-                        "HIS_COMPLEMENTAR, DOCUMENTO) values (1, 1, {}, {}, {}, '{}', '{}', {}, "
-                        "{}, {}, 'PAR {}', {})",
-                        ano_mes, lancamento, origem ? std::to_string(origem) : "null",
-                        analiticas_[static_cast<size_t>(pick(0, n - 1))], natureza,
-                        sql::Amount(valor), dia, pick(1, 3), k, 1000 + k),
-            {});
+        // The history code is drawn before the account: each seed keeps the
+        // books it has always made.
+        const int historico = pick(1, 3);
+        const std::string& conta = analiticas_[static_cast<size_t>(pick(0, n - 1))];
+        dados.Lancamento(ano_mes, lancamento, conta, natureza, valor,
+                         {.dia = dia,
+                          .historico_padrao = historico,
+                          .lco_origem = origem ? std::optional<int>(origem) : std::nullopt,
+                          .his_complementar = fmt::format("PAR {}", k),
+                          .documento = 1000 + k});
         if (!origem) origem = lancamento;
         if (centro_custo)
-          raw_->Execute(
-              fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, "
-                          "ANO_MES, LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, VAL_DIVISAO) "
-                          "values ({}, 1, 1, {}, {}, {}, {}, {})",
-                          ++sequencia, ano_mes, lancamento, revenda_divisao, centro_custo,
-                          sql::Amount(valor)),
-              {});
+          dados.LancamentoDividido(
+              ++sequencia, ano_mes, lancamento, valor,
+              {.revenda_divisao = revenda_divisao, .centro_custo = centro_custo});
       }
     }
     if (carried) {
@@ -88,10 +85,7 @@ class ReportTest : public ModuleTest {
       for (int k = 0; k < n; ++k) {
         const double saldo = k + 1 < n ? pick(-100000, 100000) / 100.0 : -soma;
         soma += saldo;
-        raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, "
-                                  "SALDO) values (1, 1, '{}', 2023, {})",
-                                  analiticas_[static_cast<size_t>(k)], sql::Amount(saldo)),
-                      {});
+        dados.SaldoAnterior(analiticas_[static_cast<size_t>(k)], 2023, saldo);
       }
     }
     raw_->Commit();
