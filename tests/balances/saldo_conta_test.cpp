@@ -2,8 +2,10 @@
 // statements through the trace and balances computed from rows written here.
 #include <gtest/gtest.h>
 
-#include <fmt/format.h>
+#include <optional>
+#include <string>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -16,40 +18,24 @@ class SaldoContaTest : public ModuleTest {
                   double valor, std::optional<int> revenda_divisao = std::nullopt, int revenda = 1,
                   std::optional<int> revenda_operacao = std::nullopt,
                   const std::string& tabela = "CTB_LANCAMENTO") {
-    raw_->Execute(fmt::format("insert into {} (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
-                              "NATUREZA, VAL_LANCAMENTO, DIA, HISTORICO_PADRAO, "
-                              "REVENDA_OPERACAO) values (1, {}, {}, {}, '{}', '{}', {}, 1, {}, {})",
-                              tabela, revenda, ano_mes, numero, conta, natureza, valor, numero,
-                              revenda_operacao ? std::to_string(*revenda_operacao) : "null"),
-                  {});
+    DadosDeTeste dados(*raw_, 1, revenda);
+    if (tabela == "CTB_LANCAMENTO_CV") dados = dados.SegundoLivro();
+    dados.Lancamento(ano_mes, numero, conta, natureza, valor,
+                     {.dia = 1, .historico_padrao = numero, .revenda_operacao = revenda_operacao});
     if (revenda_divisao)
-      raw_->Execute(
-          fmt::format(
-              "insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-              "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, VAL_DIVISAO) values "
-              "({}, 1, {}, {}, {}, {}, 10, {})",
-              tabela == "CTB_LANCAMENTO_CV" ? "_CV" : "", numero, revenda, ano_mes, numero,
-              *revenda_divisao, valor),
-          {});
+      dados.LancamentoDividido(numero, ano_mes, numero, valor,
+                               {.revenda_divisao = revenda_divisao, .centro_custo = 10});
   }
   void SaldoAnterior(int ano, const std::string& conta, double saldo, int revenda = 1) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, {}, '{}', {}, {})",
-                              revenda, conta, ano, saldo),
-                  {});
+    DadosDeTeste(*raw_, 1, revenda).SaldoAnterior(conta, ano, saldo);
   }
   void SaldoAnteriorDivisao(int sequencia, int ano, const std::string& conta, int revenda_divisao,
                             double saldo) {
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                              "REVENDA, ANO, CONTA, REVENDA_DIVISAO, CENTRO_CUSTO, SALDO) values "
-                              "({}, 1, 1, {}, '{}', {}, 10, {})",
-                              sequencia, ano, conta, revenda_divisao, saldo),
-                  {});
+    DadosDeTeste(*raw_).SaldoAnteriorDivisao(
+        sequencia, conta, ano, saldo, {.revenda_divisao = revenda_divisao, .centro_custo = 10});
   }
   void Conta(const std::string& conta, const std::string& superiora, const std::string& nivel) {
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                              "NIVEL) values (1, 1, '{}', {}, '{}')",
-                              conta, superiora.empty() ? "null" : "'" + superiora + "'", nivel),
-                  {});
+    DadosDeTeste(*raw_).Conta(conta, {.superiora = NuloSeVazio(superiora), .nivel = nivel});
   }
   double Analitica(const std::string& conta, int ano_mes, const std::string& modalidade = "",
                    const std::string& revendas = "", int revenda_divisao = -1, bool mensal = false,
@@ -112,10 +98,7 @@ TEST_P(SaldoContaTest, MissingCarriedForwardRowFallsBackToThePeriodFromPreviousJ
 }
 
 TEST_P(SaldoContaTest, EntryWithoutDivisionRowsDoesNotCountWithExclusionList) {
-  raw_->Execute(
-      "insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, REVENDA, ANO, "
-      "CONTA, SALDO) values (1, 1, 1, 2023, '1.1', 5)",
-      {});
+  DadosDeTeste(*raw_).SaldoAnteriorDivisao(1, "1.1", 2023, 5);
   Lancamento(202401, 1, "1.1", "D", 100, 2);                 // divided, dealership 2: counts
   Lancamento(202401, 2, "1.1", "D", 70);                     // no division row: does not count
   Lancamento(202401, 3, "1.1", "C", 20, 3);                  // divided to excluded dealership 3
@@ -180,7 +163,7 @@ TEST_P(SaldoContaTest, FilterWithoutConditionStillChoosesTheDivisionPath) {
 }
 
 TEST_P(SaldoContaTest, SecondBookAddsItsEntriesThroughUnion) {
-  raw_->Execute("insert into CTB_SALDO_ANTERIOR_CV values (1, 1, '1.1', 2023, 3)", {});
+  DadosDeTeste(*raw_).SegundoLivro().SaldoAnterior("1.1", 2023, 3);
   Lancamento(202401, 1, "1.1", "D", 100);
   Lancamento(202401, 1, "1.1", "C", 40, std::nullopt, 1, std::nullopt, "CTB_LANCAMENTO_CV");
   Bind();
@@ -200,8 +183,7 @@ TEST_P(SaldoContaTest, SecondBookAddsItsEntriesThroughUnion) {
 
 TEST_P(SaldoContaTest, MonthlyTableCountsItsSumAsDebit) {
   SaldoAnterior(2023, "1.1", 10);
-  raw_->Execute("insert into CTB_SALANT_MES values (1, 1, '1.1', 202401, -25)", {});
-  raw_->Execute("insert into CTB_SALANT_MES values (1, 1, '1.1', 202402, 5)", {});
+  DadosDeTeste(*raw_).SaldoMes("1.1", 202401, -25).SaldoMes("1.1", 202402, 5);
   Lancamento(202401, 1, "1.1", "D", 1000);  // the journal is not read
   Bind();
   trace_->Clear();
