@@ -10,10 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include <fmt/format.h>
-
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -44,32 +43,31 @@ Div Combinacao(std::optional<int> revenda_divisao, std::optional<int> centro_cus
   return d;
 }
 
-std::string Sql(const std::optional<int>& v) { return v ? std::to_string(*v) : "null"; }
-std::string Sql(const std::optional<std::string>& v) { return v ? "'" + *v + "'" : "null"; }
+// The division columns of `d`, with the dealership the row originated in.
+Dimensoes DimensoesDe(const Div& d, std::optional<int> revenda_origem = std::nullopt) {
+  return {.revenda_divisao = d.revenda_divisao,
+          .centro_custo = d.centro_custo,
+          .fonte = d.fonte,
+          .categoria = d.categoria,
+          .secao_oficina = d.secao_oficina,
+          .tipo_item = d.tipo_item,
+          .modalidade_operacao = d.modalidade,
+          .revenda_origem = revenda_origem};
+}
 
 class SaldoDivisoesListaTest : public ModuleTest {
  protected:
   void Lancamento(int ano_mes, int numero, const std::string& conta, const std::string& natureza,
                   double valor, std::optional<int> historico = std::nullopt,
                   std::optional<int> revenda_operacao = std::nullopt) {
-    raw_->Execute(
-        fmt::format("insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-                    "CONTA, NATUREZA, VAL_LANCAMENTO, DIA, HISTORICO_PADRAO, "
-                    "REVENDA_OPERACAO) values (1, 1, {}, {}, '{}', '{}', {}, 1, {}, {})",
-                    ano_mes, numero, conta, natureza, valor, Sql(historico), Sql(revenda_operacao)),
-        {});
+    DadosDeTeste(*raw_).Lancamento(
+        ano_mes, numero, conta, natureza, valor,
+        {.dia = 1, .historico_padrao = historico, .revenda_operacao = revenda_operacao});
   }
   void Divisao(int ano_mes, int numero, const Div& d, double valor,
                std::optional<int> revenda_origem = std::nullopt) {
-    raw_->Execute(
-        fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-                    "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA, "
-                    "TIPO_ITEM, MODALIDADE_OPERACAO, REVENDA_ORIGEM, VAL_DIVISAO) values ({}, 1, "
-                    "1, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {})",
-                    ++sequencia_, ano_mes, numero, Sql(d.revenda_divisao), Sql(d.centro_custo),
-                    Sql(d.fonte), Sql(d.categoria), Sql(d.secao_oficina), Sql(d.tipo_item),
-                    Sql(d.modalidade), Sql(revenda_origem), valor),
-        {});
+    DadosDeTeste(*raw_).LancamentoDividido(++sequencia_, ano_mes, numero, valor,
+                                           DimensoesDe(d, revenda_origem));
   }
   // An entry with one division row carrying its whole amount.
   void Dividido(int ano_mes, int numero, const std::string& conta, const std::string& natureza,
@@ -79,38 +77,20 @@ class SaldoDivisoesListaTest : public ModuleTest {
   }
   void SaldoAnterior(int ano, const std::string& conta, double saldo,
                      const std::string& tabela = "CTB_SALDO_ANTERIOR") {
-    raw_->Execute(
-        fmt::format("insert into {} values (1, 1, '{}', {}, {})", tabela, conta, ano, saldo), {});
+    DadosDeTeste dados(*raw_);
+    if (tabela == "CTB_SALDO_ANTERIOR_CV") dados = dados.SegundoLivro();
+    dados.SaldoAnterior(conta, ano, saldo);
   }
   void SaldoAnteriorDivisao(int ano, const std::string& conta, const Div& d, double saldo) {
-    raw_->Execute(
-        fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, REVENDA, ANO, "
-                    "CONTA, REVENDA_DIVISAO, TIPO_ITEM, CATEGORIA, CENTRO_CUSTO, "
-                    "MODALIDADE_OPERACAO, SECAO_OFICINA, FONTE, SALDO) values ({}, 1, 1, {}, '{}', "
-                    "{}, {}, {}, {}, {}, {}, {}, {})",
-                    ++sequencia_, ano, conta, Sql(d.revenda_divisao), Sql(d.tipo_item),
-                    Sql(d.categoria), Sql(d.centro_custo), Sql(d.modalidade), Sql(d.secao_oficina),
-                    Sql(d.fonte), saldo),
-        {});
+    DadosDeTeste(*raw_).SaldoAnteriorDivisao(++sequencia_, conta, ano, saldo, DimensoesDe(d));
   }
   void SalantDivisaoMes(int ano_mes, const std::string& conta, const Div& d, double saldo) {
-    raw_->Execute(
-        fmt::format("insert into CTB_SALANT_DIVISAO_MES (EMPRESA, REVENDA, CONTA, ANO_MES, "
-                    "REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA, TIPO_ITEM, "
-                    "MODALIDADE_OPERACAO, SALDO) values (1, 1, '{}', {}, {}, {}, {}, {}, {}, {}, "
-                    "{}, {})",
-                    conta, ano_mes, Sql(d.revenda_divisao), Sql(d.centro_custo), Sql(d.fonte),
-                    Sql(d.categoria), Sql(d.secao_oficina), Sql(d.tipo_item), Sql(d.modalidade),
-                    saldo),
-        {});
+    DadosDeTeste(*raw_).SaldoDivisaoMes(conta, ano_mes, saldo, DimensoesDe(d));
   }
   void Conta(const std::string& conta, const std::string& superiora, const std::string& nivel,
              int empresa = 1, int revenda = 1) {
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                              "NIVEL) values ({}, {}, '{}', {}, '{}')",
-                              empresa, revenda, conta,
-                              superiora.empty() ? "null" : "'" + superiora + "'", nivel),
-                  {});
+    DadosDeTeste(*raw_, empresa, revenda)
+        .Conta(conta, {.superiora = NuloSeVazio(superiora), .nivel = nivel});
   }
   // BuscaSaldoComDivisoes for company 1, dealership 1.
   double Listas(int ano_mes, const std::string& conta, const std::string& centros = "",
@@ -438,12 +418,10 @@ TEST_P(SaldoDivisoesListaTest, FormulaWithoutDivisionsAnswersThroughTheChartForT
   Conta("1.1", "1", "A", 2, 3);
   Conta("1.2", "1", "A", 2, 3);
   Conta("1", "", "S");  // another company and dealership
-  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (2, 3, '1.1', 2023, 10)", {});
-  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (2, 3, '1.2', 2023, 20)", {});
-  raw_->Execute(
-      "insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, NATUREZA, "
-      "VAL_LANCAMENTO, DIA) values (2, 3, 202402, 1, '1.2', 'C', 5, 1)",
-      {});
+  DadosDeTeste(*raw_, 2, 3)
+      .SaldoAnterior("1.1", 2023, 10)
+      .SaldoAnterior("1.2", 2023, 20)
+      .Lancamento(202402, 1, "1.2", "C", 5, {.dia = 1});
   host_.empresa = 2;
   host_.revenda = 3;
   Bind();
