@@ -14,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -52,9 +53,6 @@ struct Consulta {
   int revenda = 1;
 };
 
-std::string Opcional(const std::optional<int>& v) { return v ? std::to_string(*v) : "null"; }
-std::string Opcional(const std::optional<std::string>& v) { return v ? "'" + *v + "'" : "null"; }
-
 // The statements that load the movement set.
 size_t Agrupados(const std::vector<SqlEnviado>& statements) {
   return static_cast<size_t>(
@@ -70,24 +68,20 @@ class SaldoPeriodoTest : public ModuleTest {
                   double valor, const std::vector<Divisao>& divisoes = {},
                   std::optional<int> revenda_operacao = std::nullopt, const std::string& livro = "",
                   int ano_mes = 202405, int empresa = 1, int revenda = 1) {
-    raw_->Execute(fmt::format("insert into CTB_LANCAMENTO{} (EMPRESA, REVENDA, ANO_MES, "
-                              "LANCAMENTO, CONTA, NATUREZA, VAL_LANCAMENTO, DIA, "
-                              "REVENDA_OPERACAO) values ({}, {}, {}, {}, '{}', '{}', {}, {}, {})",
-                              livro, empresa, revenda, ano_mes, numero, conta, natureza, valor, dia,
-                              Opcional(revenda_operacao)),
-                  {});
+    DadosDeTeste dados(*raw_, empresa, revenda);
+    if (livro == "_CV") dados = dados.SegundoLivro();
+    dados.Lancamento(ano_mes, numero, conta, natureza, valor,
+                     {.dia = dia, .revenda_operacao = revenda_operacao});
     for (const Divisao& d : divisoes)
-      raw_->Execute(
-          fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, REVENDA, "
-                      "ANO_MES, LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, "
-                      "SECAO_OFICINA, TIPO_ITEM, MODALIDADE_OPERACAO, REVENDA_ORIGEM, "
-                      "VAL_DIVISAO) values ({}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, "
-                      "{})",
-                      livro, ++sequencia_, empresa, revenda, ano_mes, numero,
-                      Opcional(d.revenda_divisao), Opcional(d.centro_custo), Opcional(d.fonte),
-                      Opcional(d.categoria), Opcional(d.secao_oficina), Opcional(d.tipo_item),
-                      Opcional(d.modalidade), Opcional(d.revenda_origem), d.valor),
-          {});
+      dados.LancamentoDividido(++sequencia_, ano_mes, numero, d.valor,
+                               {.revenda_divisao = d.revenda_divisao,
+                                .centro_custo = d.centro_custo,
+                                .fonte = d.fonte,
+                                .categoria = d.categoria,
+                                .secao_oficina = d.secao_oficina,
+                                .tipo_item = d.tipo_item,
+                                .modalidade_operacao = d.modalidade,
+                                .revenda_origem = d.revenda_origem});
   }
   // An entry with one division row of the whole amount.
   void Dividido(int numero, int dia, const std::string& conta, const std::string& natureza,
@@ -98,11 +92,8 @@ class SaldoPeriodoTest : public ModuleTest {
   }
   void Conta(const std::string& conta, const std::string& superiora, const std::string& nivel,
              int empresa = 1, int revenda = 1) {
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                              "NIVEL) values ({}, {}, '{}', {}, '{}')",
-                              empresa, revenda, conta,
-                              superiora.empty() ? "null" : "'" + superiora + "'", nivel),
-                  {});
+    DadosDeTeste(*raw_, empresa, revenda)
+        .Conta(conta, {.superiora = NuloSeVazio(superiora), .nivel = nivel});
   }
   double Movimento(const Consulta& c) {
     return dm_->BuscaSaldoContaAnaliticaPeriodo(
