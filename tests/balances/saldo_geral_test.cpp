@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <optional>
 #include <random>
+#include <string>
 
 #include <fmt/format.h>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -154,77 +157,74 @@ class SaldoGeralTest : public ModuleTest {
   void Popula(unsigned seed) {
     std::mt19937 rng(seed);
     auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-    raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '1', 'S')",
-                  {});
-    raw_->Execute(
-        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) "
-        "values (1, 1, '1.S', '1', 'S')",
-        {});
+    DadosDeTeste dados(*raw_);
+    dados.Conta("1", {.nivel = "S"}).Conta("1.S", {.superiora = "1", .nivel = "S"});
     for (int c = 0; c < 10; ++c)
-      raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                                "NIVEL) values (1, 1, '1.{}', '{}', 'A')",
-                                c, c < 5 ? "1" : "1.S"),
-                    {});
+      dados.Conta(fmt::format("1.{}", c), {.superiora = c < 5 ? "1" : "1.S", .nivel = "A"});
     raw_->Begin(db::Isolation::kReadCommitted);
     int seq = 0;
+    // Within a row the values are drawn last column first, so that every
+    // seed keeps the rows it has always had.
     for (int n = 1; n <= 160; ++n) {
-      const std::string tabela = pick(0, 5) == 0 ? "CTB_LANCAMENTO_CV" : "CTB_LANCAMENTO";
+      DadosDeTeste livro = pick(0, 5) == 0 ? dados.SegundoLivro() : dados;
       const int ano_mes = (pick(0, 1) ? 2024 : 2023) * 100 + pick(1, 12);
       const std::string conta = fmt::format("1.{}", pick(0, 9));
       const double valor = pick(1, 50000) / 100.0;
-      const std::string operacao = pick(0, 3) == 0 ? "null" : std::to_string(pick(1, 4));
-      raw_->Execute(fmt::format("insert into {} (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, "
-                                "NATUREZA, VAL_LANCAMENTO, DIA, HISTORICO_PADRAO, "
-                                "REVENDA_OPERACAO) values (1, 1, {}, {}, '{}', '{}', {}, {}, {}, "
-                                "{})",
-                                tabela, ano_mes, n, conta, pick(0, 1) ? "D" : "C", valor,
-                                pick(1, 28), pick(1, 3), operacao),
-                    {});
+      const std::optional<int> operacao =
+          pick(0, 3) == 0 ? std::nullopt : std::optional<int>(pick(1, 4));
+      const int historico = pick(1, 3);
+      const int dia = pick(1, 28);
+      const std::string natureza = pick(0, 1) ? "D" : "C";
+      livro.Lancamento(ano_mes, n, conta, natureza, valor,
+                       {.dia = dia, .historico_padrao = historico, .revenda_operacao = operacao});
       if (pick(0, 4) == 0) continue;  // no division rows
-      for (int d = pick(1, 2); d > 0; --d)
-        raw_->Execute(
-            fmt::format(
-                "insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, "
-                "LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, TIPO_ITEM, "
-                "REVENDA_ORIGEM, VAL_DIVISAO) values ({}, 1, 1, {}, {}, {}, {}, {}, {}, "
-                "{}, {})",
-                tabela == "CTB_LANCAMENTO_CV" ? "_CV" : "", ++seq, ano_mes, n, pick(1, 4),
-                pick(1, 3), pick(0, 1) ? "null" : "7", pick(0, 1) ? "'P'" : "null",
-                pick(0, 2) ? std::to_string(pick(1, 4)) : "null", valor / 2),
-            {});
+      for (int d = pick(1, 2); d > 0; --d) {
+        const std::optional<int> revenda_origem =
+            pick(0, 2) ? std::optional<int>(pick(1, 4)) : std::nullopt;
+        const std::optional<std::string> tipo_item =
+            pick(0, 1) ? std::optional<std::string>("P") : std::nullopt;
+        const std::optional<int> fonte = pick(0, 1) ? std::nullopt : std::optional<int>(7);
+        const int centro_custo = pick(1, 3);
+        const int revenda_divisao = pick(1, 4);
+        livro.LancamentoDividido(++seq, ano_mes, n, valor / 2,
+                                 {.revenda_divisao = revenda_divisao,
+                                  .centro_custo = centro_custo,
+                                  .fonte = fonte,
+                                  .tipo_item = tipo_item,
+                                  .revenda_origem = revenda_origem});
+      }
     }
     for (int c = 0; c < 10; ++c) {
       if (c % 4 == 3) continue;  // some accounts without carried-forward rows
-      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.{}', 2023, {})", c,
-                                pick(-9999, 9999) / 100.0),
-                    {});
-      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_CV values (1, 1, '1.{}', 2023, "
-                                "{})",
-                                c, pick(-999, 999) / 100.0),
-                    {});
-      for (int d = 1; d <= 2; ++d)
-        raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                                  "REVENDA, ANO, CONTA, REVENDA_DIVISAO, CENTRO_CUSTO, SALDO) "
-                                  "values ({}, 1, 1, 2023, '1.{}', {}, {}, {})",
-                                  ++seq, c, pick(1, 4), pick(1, 3), pick(-999, 999) / 100.0),
-                      {});
-      raw_->Execute(fmt::format("insert into CTB_SALANT_MES values (1, 1, '1.{}', 202403, {})", c,
-                                pick(-999, 999) / 100.0),
-                    {});
+      const std::string conta = fmt::format("1.{}", c);
+      dados.SaldoAnterior(conta, 2023, pick(-9999, 9999) / 100.0);
+      dados.SegundoLivro().SaldoAnterior(conta, 2023, pick(-999, 999) / 100.0);
+      for (int d = 1; d <= 2; ++d) {
+        const double saldo = pick(-999, 999) / 100.0;
+        const int centro_custo = pick(1, 3);
+        const int revenda_divisao = pick(1, 4);
+        dados.SaldoAnteriorDivisao(
+            ++seq, conta, 2023, saldo,
+            {.revenda_divisao = revenda_divisao, .centro_custo = centro_custo});
+      }
+      dados.SaldoMes(conta, 202403, pick(-999, 999) / 100.0);
     }
     // The second book's division rows, from a stream of their own so that
     // the rows above stay as they were for every seed.
     std::mt19937 rng_cv(seed + 1);
+    auto pick_cv = [&rng_cv](int lo, int hi) {
+      return std::uniform_int_distribution<int>(lo, hi)(rng_cv);
+    };
     for (int c = 0; c < 10; ++c) {
       if (c % 4 == 3) continue;
-      for (int d = 1; d <= 2; ++d)
-        raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO_CV (SEQUENCIA, EMPRESA, "
-                                  "REVENDA, ANO, CONTA, REVENDA_DIVISAO, CENTRO_CUSTO, SALDO) "
-                                  "values ({}, 1, 1, 2023, '1.{}', {}, {}, {})",
-                                  ++seq, c, std::uniform_int_distribution<int>(1, 4)(rng_cv),
-                                  std::uniform_int_distribution<int>(1, 3)(rng_cv),
-                                  std::uniform_int_distribution<int>(-999, 999)(rng_cv) / 100.0),
-                      {});
+      for (int d = 1; d <= 2; ++d) {
+        const double saldo = pick_cv(-999, 999) / 100.0;
+        const int centro_custo = pick_cv(1, 3);
+        const int revenda_divisao = pick_cv(1, 4);
+        dados.SegundoLivro().SaldoAnteriorDivisao(
+            ++seq, fmt::format("1.{}", c), 2023, saldo,
+            {.revenda_divisao = revenda_divisao, .centro_custo = centro_custo});
+      }
     }
     raw_->Commit();
   }
