@@ -7,9 +7,12 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <string>
+#include <vector>
 
 #include <fmt/format.h>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -82,37 +85,25 @@ class SaldoModeloReferenciaTest : public ModuleTest {
     raw_->Begin(db::Isolation::kReadCommitted);
     int numero = 0, sequencia = 0;
     for (const Entrada& e : entradas_) {
-      const std::string sufixo = e.cv ? "_CV" : "";
+      DadosDeTeste dados(*raw_, 1, e.revenda);
+      if (e.cv) dados = dados.SegundoLivro();
       ++numero;
-      raw_->Execute(fmt::format("insert into CTB_LANCAMENTO{} (EMPRESA, REVENDA, ANO_MES, "
-                                "LANCAMENTO, CONTA, NATUREZA, VAL_LANCAMENTO, DIA, "
-                                "REVENDA_OPERACAO) values (1, {}, {}, {}, '{}', '{}', {}, 1, {})",
-                                sufixo, e.revenda, e.ano_mes, numero, e.conta, e.natureza, e.valor,
-                                e.revenda_operacao ? std::to_string(*e.revenda_operacao) : "null"),
-                    {});
+      dados.Lancamento(e.ano_mes, numero, e.conta, std::string(1, e.natureza), e.valor,
+                       {.dia = 1, .revenda_operacao = e.revenda_operacao});
       for (const Divisao& d : e.divisoes)
-        raw_->Execute(
-            fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, "
-                        "REVENDA, ANO_MES, LANCAMENTO, REVENDA_DIVISAO, REVENDA_ORIGEM, "
-                        "VAL_DIVISAO) values ({}, 1, {}, {}, {}, {}, {}, {})",
-                        sufixo, ++sequencia, e.revenda, e.ano_mes, numero, d.revenda_divisao,
-                        d.revenda_origem ? std::to_string(*d.revenda_origem) : "null", d.valor),
-            {});
+        dados.LancamentoDividido(
+            ++sequencia, e.ano_mes, numero, d.valor,
+            {.revenda_divisao = d.revenda_divisao, .revenda_origem = d.revenda_origem});
     }
     for (const Anterior& a : anteriores_) {
-      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, {}, '{}', {}, {})",
-                                a.revenda, a.conta, a.ano, a.saldo),
-                    {});
-      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_CV values (1, {}, '{}', {}, {})",
-                                a.revenda, a.conta, a.ano, a.saldo / 2),
-                    {});
+      DadosDeTeste dados(*raw_, 1, a.revenda);
+      dados.SaldoAnterior(a.conta, a.ano, a.saldo);
+      dados.SegundoLivro().SaldoAnterior(a.conta, a.ano, a.saldo / 2);
     }
     for (const AnteriorDivisao& a : anteriores_divisao_)
-      raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, "
-                                "REVENDA, ANO, CONTA, REVENDA_DIVISAO, SALDO) values ({}, 1, {}, "
-                                "{}, '{}', {}, {})",
-                                ++sequencia, a.revenda, a.ano, a.conta, a.revenda_divisao, a.saldo),
-                    {});
+      DadosDeTeste(*raw_, 1, a.revenda)
+          .SaldoAnteriorDivisao(++sequencia, a.conta, a.ano, a.saldo,
+                                {.revenda_divisao = a.revenda_divisao});
     raw_->Commit();
   }
 
@@ -252,17 +243,10 @@ TEST_P(SaldoModeloReferenciaTest, BalanceEqualsIndependentComputationFromTheRows
 
 TEST_P(SaldoModeloReferenciaTest, SyntheticAccountEqualsSumOfAnalyticDescendants) {
   Gera(41);
-  raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '2', 'S')",
-                {});
-  raw_->Execute(
-      "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
-      "(1, 1, '2.X', '2', 'S')",
-      {});
+  DadosDeTeste dados(*raw_);
+  dados.Conta("2", {.nivel = "S"}).Conta("2.X", {.superiora = "2", .nivel = "S"});
   for (int c = 0; c < 6; ++c)
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                              "NIVEL) values (1, 1, '2.{}', '{}', 'A')",
-                              c, c % 2 ? "2" : "2.X"),
-                  {});
+    dados.Conta(fmt::format("2.{}", c), {.superiora = c % 2 ? "2" : "2.X", .nivel = "A"});
   Bind();
   for (int ano_mes : {202301, 202406, 202412}) {
     double esperado = 0;
