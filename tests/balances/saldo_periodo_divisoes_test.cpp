@@ -3,10 +3,13 @@
 // the chart walker adds the analytic accounts beneath a synthetic one.
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
+#include <string>
 
 #include <fmt/format.h>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -17,33 +20,35 @@ class SaldoPeriodoDivisoesTest : public ModuleTest {
   void Popula(unsigned seed) {
     std::mt19937 rng(seed);
     auto pick = [&rng](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-    raw_->Execute("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '4', 'S')",
-                  {});
+    DadosDeTeste dados(*raw_);
+    dados.Conta("4", {.nivel = "S"});
     for (int c = 0; c < 4; ++c)
-      raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                                "NIVEL) values (1, 1, '4.{}', '4', 'A')",
-                                c),
-                    {});
+      dados.Conta(fmt::format("4.{}", c), {.superiora = "4", .nivel = "A"});
     raw_->Begin(db::Isolation::kReadCommitted);
     int seq = 0;
+    // Within a row the values are drawn last column first, so that every
+    // seed keeps the rows it has always had.
     for (int n = 1; n <= 120; ++n) {
       const bool cv = pick(0, 5) == 0;
-      const std::string sufixo = cv ? "_CV" : "";
-      raw_->Execute(fmt::format("insert into CTB_LANCAMENTO{} (EMPRESA, REVENDA, ANO_MES, "
-                                "LANCAMENTO, CONTA, NATUREZA, VAL_LANCAMENTO, DIA, "
-                                "REVENDA_OPERACAO) values (1, 1, 202405, {}, '4.{}', '{}', 10, "
-                                "{}, {})",
-                                sufixo, n, pick(0, 3), pick(0, 1) ? "D" : "C", pick(1, 31),
-                                pick(0, 2) ? "null" : std::to_string(pick(1, 3))),
-                    {});
-      for (int d = pick(0, 2); d > 0; --d)
-        raw_->Execute(fmt::format("insert into CTB_LANCAMENTO_DIVIDIDO{} (SEQUENCIA, EMPRESA, "
-                                  "REVENDA, ANO_MES, LANCAMENTO, REVENDA_DIVISAO, CENTRO_CUSTO, "
-                                  "FONTE, CATEGORIA, VAL_DIVISAO) values ({}, 1, 1, 202405, {}, "
-                                  "{}, {}, {}, {}, {})",
-                                  sufixo, ++seq, n, pick(1, 3), pick(1, 3), pick(1, 2), pick(1, 2),
-                                  pick(1, 9999) / 100.0),
-                      {});
+      DadosDeTeste livro = cv ? dados.SegundoLivro() : dados;
+      const std::optional<int> operacao =
+          pick(0, 2) ? std::nullopt : std::optional<int>(pick(1, 3));
+      const int dia = pick(1, 31);
+      const std::string natureza = pick(0, 1) ? "D" : "C";
+      const std::string conta = fmt::format("4.{}", pick(0, 3));
+      livro.Lancamento(202405, n, conta, natureza, 10, {.dia = dia, .revenda_operacao = operacao});
+      for (int d = pick(0, 2); d > 0; --d) {
+        const double valor = pick(1, 9999) / 100.0;
+        const int categoria = pick(1, 2);
+        const int fonte = pick(1, 2);
+        const int centro_custo = pick(1, 3);
+        const int revenda_divisao = pick(1, 3);
+        livro.LancamentoDividido(++seq, 202405, n, valor,
+                                 {.revenda_divisao = revenda_divisao,
+                                  .centro_custo = centro_custo,
+                                  .fonte = fonte,
+                                  .categoria = categoria});
+      }
     }
     raw_->Commit();
   }
