@@ -14,6 +14,7 @@
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/services/service_libraries.h"
+#include "support/dados_teste.h"
 #include "support/fake_libraries.h"
 #include "support/test_db.h"
 
@@ -81,21 +82,11 @@ class LancaDivisaoTest : public ModuleTest {
   // An account of company 1, dealership 1; nullopt writes NULL.
   void Conta(const std::string& conta, std::optional<int> nivel,
              std::optional<std::string> dividido) {
-    raw_->Execute(
-        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) "
-        "values (1, 1, " +
-            sql::Quoted(conta) + ", " + (nivel ? sql::Integer(*nivel) : "NULL") + ", " +
-            (dividido ? sql::Quoted(*dividido) : "NULL") + ")",
-        {});
+    DadosDeTeste(*raw_).Conta(conta, {.nivel_divisao = nivel, .lancamento_dividido = dividido});
   }
 
   void Divisao(int empresa, int revenda, int nivel, const std::string& tipo) {
-    raw_->Execute(
-        "insert into CTB_DIVISAO_CONTABIL (EMPRESA, REVENDA, NIVEL, TIPO_DIVISAO) "
-        "values (" +
-            sql::Integer(empresa) + ", " + sql::Integer(revenda) + ", " + sql::Integer(nivel) +
-            ", " + sql::Quoted(tipo) + ")",
-        {});
+    DadosDeTeste(*raw_, empresa, revenda).DivisaoContabil(nivel, tipo);
   }
 
   // Splits entry 17 of company 1, dealership 1, May 2024 for division
