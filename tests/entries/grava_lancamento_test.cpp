@@ -14,6 +14,7 @@
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/entries/registro_interface.h"
+#include "support/dados_teste.h"
 #include "support/records.h"
 #include "support/test_db.h"
 
@@ -89,14 +90,9 @@ class GravaLancamentoTest : public ModuleTest {
   // A result account and a balance-sheet account, both of level 0 and not
   // always divided.
   void CriaContas() {
-    raw_->Execute(
-        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) "
-        "values (1, 1, '3101001', 0, 'N')",
-        {});
-    raw_->Execute(
-        "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) "
-        "values (1, 1, '1101001', 0, 'N')",
-        {});
+    DadosDeTeste(*raw_)
+        .Conta("3101001", {.nivel_divisao = 0, .lancamento_dividido = "N"})
+        .Conta("1101001", {.nivel_divisao = 0, .lancamento_dividido = "N"});
   }
 
   // Posts one record in a committed transaction.
