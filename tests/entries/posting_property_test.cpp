@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -36,18 +37,13 @@ std::string RandomRecord(std::mt19937& rng) {
 }
 
 TEST_P(PostingPropertyTest, RandomBatchBalancesAndFeedsSummarisedBalances) {
+  DadosDeTeste dados(*raw_);
   for (int i = 0; i < 20; ++i) {
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL, "
-                              "NIVEL_DIVISAO, LANCAMENTO_DIVIDIDO) values (1, 1, '1.{:02}', 'A', "
-                              "{}, '{}')",
-                              i, i % 3, i % 2 ? "S" : "N"),
-                  {});
-    raw_->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL, "
-                              "NIVEL_DIVISAO) values (1, 1, '3.{:02}', 'A', {})",
-                              i, i % 2),
-                  {});
+    dados.Conta(fmt::format("1.{:02}", i),
+                {.nivel = "A", .nivel_divisao = i % 3, .lancamento_dividido = i % 2 ? "S" : "N"});
+    dados.Conta(fmt::format("3.{:02}", i), {.nivel = "A", .nivel_divisao = i % 2});
   }
-  raw_->Execute("insert into CTB_DIVISAO_CONTABIL values (1, 1, 1, 'C')", {});
+  dados.DivisaoContabil(1, "C");
   Bind();
   const int records = GetParam() == "sqlite" ? 3000 : 1000;
   std::mt19937 rng(20241122);
