@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "accounting/db/error.h"
+#include "support/dados_teste.h"
 #include "support/test_db.h"
 
 namespace kvc::testing {
@@ -44,13 +45,14 @@ class ConsultasTest : public ModuleTest {
   // `documento` of operation `operacao` in operating dealership
   // `revenda_operacao`.
   void Lancamento(int revenda_operacao, int operacao, int documento) {
-    raw_->Execute(
-        "insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, CONTA, DIA, NATUREZA, "
-        "VAL_LANCAMENTO, ORIGEM, DOCUMENTO, OPERACAO, REVENDA_OPERACAO) values (1, 1, 202405, 7, "
-        "'3101', 15, 'C', 100.00, 'O', " +
-            std::to_string(documento) + ", " + std::to_string(operacao) + ", " +
-            std::to_string(revenda_operacao) + ")",
-        {});
+    DadosDeTeste(*raw_)
+        .ComValores(EscritaDeValor::kDuasCasas)
+        .Lancamento(202405, 7, "3101", "C", 100,
+                    {.dia = 15,
+                     .origem = "O",
+                     .documento = documento,
+                     .operacao = operacao,
+                     .revenda_operacao = revenda_operacao});
   }
 
   void TipoTransacao(const std::string& tipo, const std::string& utiliza_despesas) {
