@@ -17,6 +17,7 @@
 #include "accounting/db/error.h"
 #include "accounting/services/service_libraries.h"
 #include "accounting/services/zorutils.h"
+#include "support/dados_teste.h"
 #include "support/fake_libraries.h"
 #include "support/test_db.h"
 
@@ -126,9 +127,6 @@ std::vector<std::string> Rows(db::Connection& c, const std::string& sql,
   }
   return out;
 }
-
-std::string SqlText(const std::string& text) { return text.empty() ? "NULL" : "'" + text + "'"; }
-std::string SqlInt(std::optional<int> v) { return v ? std::to_string(*v) : "NULL"; }
 
 // ---- service libraries that record what the deletion asks of them ------------
 
@@ -264,31 +262,34 @@ class ExcluiLancamentoTest : public ModuleTest {
     ASSERT_FALSE(host_.terminate_requested);
   }
 
+  // The rows' writer for a company and dealership, amounts with two decimals.
+  DadosDeTeste Dados(int empresa = 1, int revenda = 1) const {
+    return DadosDeTeste(*raw_, empresa, revenda).ComValores(EscritaDeValor::kDuasCasas);
+  }
+
   void Insert(const Lancamento& l) {
-    raw_->Execute(
-        "insert into CTB_LANCAMENTO (EMPRESA, REVENDA, ANO_MES, LANCAMENTO, LCO_ORIGEM, USUARIO, "
-        "CONTA, HISTORICO_PADRAO, DIA, NATUREZA, VAL_LANCAMENTO, ORIGEM, LCO_OK, "
-        "ENCERRAMENTO_EXERCICIO, REVENDA_OPERACAO) values (" +
-            std::to_string(l.empresa) + ", " + std::to_string(l.revenda) + ", " +
-            std::to_string(l.ano_mes) + ", " + std::to_string(l.lancamento) + ", " +
-            SqlInt(l.origem) + ", 1, '" + l.conta + "', NULL, " + std::to_string(l.dia) + ", '" +
-            l.natureza + "', " + Amount(l.valor) + ", 'O', 'N', " + SqlText(l.encerramento) + ", " +
-            std::to_string(l.revenda) + ")",
-        {});
+    Dados(l.empresa, l.revenda)
+        .Lancamento(l.ano_mes, l.lancamento, l.conta, l.natureza, l.valor,
+                    {.dia = l.dia,
+                     .lco_origem = l.origem,
+                     .usuario = 1,
+                     .origem = "O",
+                     .lco_ok = "N",
+                     .encerramento_exercicio = NuloSeVazio(l.encerramento),
+                     .revenda_operacao = l.revenda});
   }
 
   void Insert(const Divisao& d) {
-    raw_->Execute(
-        "insert into CTB_LANCAMENTO_DIVIDIDO (SEQUENCIA, EMPRESA, REVENDA, ANO_MES, LANCAMENTO, "
-        "REVENDA_DIVISAO, CENTRO_CUSTO, FONTE, CATEGORIA, SECAO_OFICINA, TIPO_ITEM, "
-        "MODALIDADE_OPERACAO, REVENDA_ORIGEM, VAL_DIVISAO) values (" +
-            std::to_string(++sequencia_) + ", " + std::to_string(d.empresa) + ", " +
-            std::to_string(d.revenda) + ", " + std::to_string(d.ano_mes) + ", " +
-            std::to_string(d.lancamento) + ", " + SqlInt(d.revenda_divisao) + ", " +
-            SqlInt(d.centro_custo) + ", " + SqlInt(d.fonte) + ", " + SqlInt(d.categoria) + ", " +
-            SqlInt(d.secao_oficina) + ", " + SqlText(d.tipo_item) + ", " + SqlText(d.modalidade) +
-            ", 1, " + Amount(d.valor) + ")",
-        {});
+    Dados(d.empresa, d.revenda)
+        .LancamentoDividido(++sequencia_, d.ano_mes, d.lancamento, d.valor,
+                            {.revenda_divisao = d.revenda_divisao,
+                             .centro_custo = d.centro_custo,
+                             .fonte = d.fonte,
+                             .categoria = d.categoria,
+                             .secao_oficina = d.secao_oficina,
+                             .tipo_item = NuloSeVazio(d.tipo_item),
+                             .modalidade_operacao = NuloSeVazio(d.modalidade),
+                             .revenda_origem = 1});
   }
 
   // Entry 7 (account 3101, credit, day 15) with its generated entry 8
@@ -533,18 +534,10 @@ TEST_P(ExcluiLancamentoTest, ClosingEntryDeletionRemovesCarriedForwardRowsOfItsY
       {1, 1, "3101", 2024}, {1, 1, "3101", 2023}, {1, 1, "3102", 2024},
       {2, 1, "3101", 2024}, {1, 2, "3101", 2024}, {1, 1, "3101", 2025}};
   int sequencia = 0;
-  for (const auto& [empresa, revenda, conta, ano] : saldos) {
-    const std::string e = std::to_string(empresa), r = std::to_string(revenda);
-    raw_->Execute("insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO) values (" +
-                      e + ", " + r + ", '" + conta + "', " + std::to_string(ano) + ", 10.00)",
-                  {});
-    raw_->Execute(
-        "insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, REVENDA, ANO, CONTA, "
-        "REVENDA_DIVISAO, SALDO) values (" +
-            std::to_string(++sequencia) + ", " + e + ", " + r + ", " + std::to_string(ano) + ", '" +
-            conta + "', 1, 10.00)",
-        {});
-  }
+  for (const auto& [empresa, revenda, conta, ano] : saldos)
+    Dados(empresa, revenda)
+        .SaldoAnterior(conta, ano, 10)
+        .SaldoAnteriorDivisao(++sequencia, conta, ano, 10, {.revenda_divisao = 1});
   BindRecording();
   trace_->Clear();
 
@@ -572,14 +565,7 @@ TEST_P(ExcluiLancamentoTest, ClosingEntryDeletionRemovesCarriedForwardRowsOfItsY
 TEST_P(ExcluiLancamentoTest, OrdinaryEntryDeletionKeepsCarriedForwardRows) {
   Insert(Lancamento().Encerramento("N"));
   Insert(Divisao().RevendaDivisao(1));
-  raw_->Execute(
-      "insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO) values (1, 1, '3101', "
-      "2024, 10.00)",
-      {});
-  raw_->Execute(
-      "insert into CTB_SALDO_ANTERIOR_DIVISAO (SEQUENCIA, EMPRESA, REVENDA, ANO, CONTA, SALDO) "
-      "values (1, 1, 1, 2024, '3101', 10.00)",
-      {});
+  Dados().SaldoAnterior("3101", 2024, 10).SaldoAnteriorDivisao(1, "3101", 2024, 10);
   BindRecording();
   trace_->Clear();
 
@@ -596,10 +582,7 @@ TEST_P(ExcluiLancamentoTest, ClosingEntryWithoutDivisionRowsKeepsCarriedForwardR
   // The closing mark is read with the division rows, so an entry without
   // any never reaches the carried-forward deletes.
   Insert(Lancamento().Encerramento("S"));
-  raw_->Execute(
-      "insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO) values (1, 1, '3101', "
-      "2024, 10.00)",
-      {});
+  Dados().SaldoAnterior("3101", 2024, 10);
   BindRecording();
   trace_->Clear();
 
