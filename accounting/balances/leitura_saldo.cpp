@@ -3,41 +3,41 @@
 
 namespace kvc {
 
-Soma SomaPrimeiraColuna(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
+Soma SomaPrimeiraColuna(db::SQLDataSet& consulta, std::string sql) {
+  consulta.Close();
+  consulta.SetCommandText(std::move(sql));
+  consulta.Open();
   Soma soma;
-  for (q.First(); !q.Eof(); q.Next()) {
+  for (consulta.First(); !consulta.Eof(); consulta.Next()) {
     soma.tem_linhas = true;
-    soma.valor += q.Field(0).AsFloat();
+    soma.valor += consulta.Field(0).AsFloat();
   }
-  q.Close();
+  consulta.Close();
   return soma;
 }
 
-double SomaDebitosMenosCreditos(db::SQLDataSet& q, std::string sql) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
+double SomaDebitosMenosCreditos(db::SQLDataSet& consulta, std::string sql) {
+  consulta.Close();
+  consulta.SetCommandText(std::move(sql));
+  consulta.Open();
   double debitos = 0, creditos = 0;
-  for (q.First(); !q.Eof(); q.Next()) {
-    const std::string natureza = q.FieldByName("NATUREZA").AsString();
+  for (consulta.First(); !consulta.Eof(); consulta.Next()) {
+    const std::string natureza = consulta.FieldByName("NATUREZA").AsString();
     if (natureza == "C")
-      creditos += q.FieldByName("TOTAL").AsFloat();
+      creditos += consulta.FieldByName("TOTAL").AsFloat();
     else if (natureza == "D")
-      debitos += q.FieldByName("TOTAL").AsFloat();
+      debitos += consulta.FieldByName("TOTAL").AsFloat();
   }
-  q.Close();
+  consulta.Close();
   return debitos - creditos;
 }
 
-db::Value PrimeiroValor(db::SQLDataSet& q, std::string sql, const char* campo) {
-  q.Close();
-  q.SetCommandText(std::move(sql));
-  q.Open();
-  db::Value valor = q.IsEmpty() ? db::Value() : q.FieldByName(campo);
-  q.Close();
+db::Value PrimeiroValor(db::SQLDataSet& consulta, std::string sql, const char* campo) {
+  consulta.Close();
+  consulta.SetCommandText(std::move(sql));
+  consulta.Open();
+  db::Value valor = consulta.IsEmpty() ? db::Value() : consulta.FieldByName(campo);
+  consulta.Close();
   return valor;
 }
 

@@ -19,15 +19,15 @@ struct Soma {
   double valor = 0;
   bool tem_linhas = false;
 };
-Soma SomaPrimeiraColuna(db::SQLDataSet& q, std::string sql);
+Soma SomaPrimeiraColuna(db::SQLDataSet& consulta, std::string sql);
 
 // Debits minus credits of a statement's NATUREZA / TOTAL rows: "D" adds,
 // "C" subtracts, any other nature is ignored.
-double SomaDebitosMenosCreditos(db::SQLDataSet& q, std::string sql);
+double SomaDebitosMenosCreditos(db::SQLDataSet& consulta, std::string sql);
 
 // The value of field `campo` in the first row of `sql`; null when there is no
 // row.
-db::Value PrimeiroValor(db::SQLDataSet& q, std::string sql, const char* campo);
+db::Value PrimeiroValor(db::SQLDataSet& consulta, std::string sql, const char* campo);
 
 // The sum of `campo` over the rows of `cds` that pass `filtro`, and their
 // count. Filtering is switched off before the text changes and left on.

@@ -181,7 +181,7 @@ std::string TddmContabilidadeBD::FiltroDivisao(const FiltroSaldo& f) {
 // The movement of one account from `primeiro` to `ultimo` (months YYYYMM as
 // text): step 6.2 without a division filter, step 7.3 with one, summed as in
 // step 8.
-double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo& f,
+double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& consulta, const FiltroSaldo& f,
                                            const std::string& primeiro, const std::string& ultimo,
                                            bool com_filtro) {
   const std::string divisoes = com_filtro ? FiltroDivisao(f) : std::string();
@@ -239,7 +239,7 @@ double TddmContabilidadeBD::MovimentoConta(db::SQLDataSet& q, const FiltroSaldo&
                                 fmt::arg("revenda", revenda), fmt::arg("conta", conta),
                                 fmt::arg("primeiro", primeiro), fmt::arg("ultimo", ultimo),
                                 fmt::arg("adicional", adicional("l")));
-  return SomaDebitosMenosCreditos(q, std::move(sql));
+  return SomaDebitosMenosCreditos(consulta, std::move(sql));
 }
 
 double TddmContabilidadeBD::BuscaSaldoContaAnalitica(
@@ -402,14 +402,14 @@ double TddmContabilidadeBD::CaminhaPlano(
     Saldo = analitica(Conta);
     return Saldo;
   }
-  auto q = NovaConsulta("sdsBuscaFilhas");  // 2
-  q->SetCommandText(fmt::format(kFilhas, fmt::arg("empresa", sql::Integer(Empresa)),
-                                fmt::arg("revenda", sql::Integer(Revenda)),
-                                fmt::arg("conta", sql::QuotedAsIs(Conta))));
-  q->Open();
+  auto consulta = NovaConsulta("sdsBuscaFilhas");  // 2
+  consulta->SetCommandText(fmt::format(kFilhas, fmt::arg("empresa", sql::Integer(Empresa)),
+                                       fmt::arg("revenda", sql::Integer(Revenda)),
+                                       fmt::arg("conta", sql::QuotedAsIs(Conta))));
+  consulta->Open();
   // The children are read whole before the recursion runs its own queries.
-  const db::ResultSet filhas = q->Rows();
-  q->Close();
+  const db::ResultSet filhas = consulta->Rows();
+  consulta->Close();
   for (const auto& linha : filhas.rows) {
     const std::string conta = linha.at(0).AsString();
     const std::string nivel = linha.at(1).AsString();

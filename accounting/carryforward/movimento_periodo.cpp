@@ -302,8 +302,8 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodo(
     bool UsaSaldoDivisaoMes, const std::string& RevendasDesconsiderar) {
   // 1. A query of its own, without the rewriting step: the statement runs as
   // written.
-  auto q = std::make_unique<db::SQLDataSet>("sdsMovimentoPeriodo");
-  q->SetConnection(Conexao());
+  auto consulta = std::make_unique<db::SQLDataSet>("sdsMovimentoPeriodo");
+  consulta->SetConnection(Conexao());
 
   const std::string empresa = sql::Integer(Empresa);
   const std::string revenda = sql::Integer(Revenda);
@@ -356,11 +356,11 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodo(
                                        fmt::arg("inicio", inicio), fmt::arg("fim", fim));
 
   // 5. Each row replaces the total of its nature.
-  q->SetCommandText(sql);
-  q->Open();
-  const double movimento = UltimoDebitoMenosUltimoCredito(*q);
+  consulta->SetCommandText(sql);
+  consulta->Open();
+  const double movimento = UltimoDebitoMenosUltimoCredito(*consulta);
   // 6.
-  q->Close();
+  consulta->Close();
   return movimento;
 }
 
@@ -396,9 +396,9 @@ double TddmContabilidadeBD::CalculaMovimentoContaAnaliticaPeriodoGeral(
     for (auto [nome, valor] :
          {std::pair{"EMPRESA", Empresa}, std::pair{"REVENDA", Revenda},
           std::pair{"PERINI", AnoMesInicial}, std::pair{"PERFIN", AnoMesFinal}}) {
-      db::Param& p = cdsSaldoTotalParams.ByName(nome);
-      p.type = db::ParamType::kBcd;
-      p.value = static_cast<long long>(valor);
+      db::Param& parametro = cdsSaldoTotalParams.ByName(nome);
+      parametro.type = db::ParamType::kBcd;
+      parametro.value = static_cast<long long>(valor);
     }
     cdsSaldoTotalCommandText = comando;
     cdsSaldoTotal.SetFiltered(false);

@@ -59,52 +59,52 @@ void TddmContabilidadeBD::sdsPadraoBeforeOpen(db::SQLDataSet& dataset) {
   const std::string tipo_banco = aplicacao_ ? aplicacao_->TipoBanco : std::string();  // 1
   const int32_t revenda = aplicacao_ ? aplicacao_->RevendaAplicacao : 0;
   const std::string original = dataset.CommandText();
-  std::string s = original;
+  std::string texto = original;
 
   if (tipo_banco != kSqlServer) {  // 2
-    dataset.ReplaceCommandText(CompatBanco(s, tipo_banco, revenda, false));
+    dataset.ReplaceCommandText(CompatBanco(texto, tipo_banco, revenda, false));
     return;
   }
 
-  s = ReplaceAllIgnoreCase(s, "\n", " ");  // 3
-  s += " ";
+  texto = ReplaceAllIgnoreCase(texto, "\n", " ");  // 3
+  texto += " ";
   bool inlined = false;
 
   // 4. T is the text 6 characters after the start of the first SELECT (from
   // the 6th character when there is none); a second SELECT must stand past
   // T's first character.
-  size_t first = FindIgnoreCase(s, "SELECT");
+  size_t first = FindIgnoreCase(texto, "SELECT");
   size_t t_start = first == std::string::npos ? 5 : first + 6;
-  std::string_view t = t_start < s.size() ? std::string_view(s).substr(t_start) : "";
+  std::string_view t = t_start < texto.size() ? std::string_view(texto).substr(t_start) : "";
   size_t second = FindIgnoreCase(t, "SELECT");
   if (second != std::string::npos && second > 0) {
     for (const db::Param& param : dataset.GetParams()) {  // 5
-      const std::string v = param.AsString();
-      const std::string q = sql::QuotedAsIs(v);  // 5.1: not escaped
-      if (v.empty()) continue;                   // 5.2
-      inlined = true;                            // 5.3
+      const std::string valor = param.AsString();
+      const std::string entre_aspas = sql::QuotedAsIs(valor);  // 5.1: not escaped
+      if (valor.empty()) continue;                             // 5.2
+      inlined = true;                                          // 5.3
       const std::string marker = "/*" + param.name + "*/";
-      if (s.find(':') != std::string::npos) {  // 5.4
-        s += " ";
-        s = ReplaceAllIgnoreCase(s, ":" + param.name + " ", marker + q + " ");
-        s = ReplaceAllIgnoreCase(s, ":" + param.name + ")", marker + q + ")");
+      if (texto.find(':') != std::string::npos) {  // 5.4
+        texto += " ";
+        texto = ReplaceAllIgnoreCase(texto, ":" + param.name + " ", marker + entre_aspas + " ");
+        texto = ReplaceAllIgnoreCase(texto, ":" + param.name + ")", marker + entre_aspas + ")");
       } else {  // 5.5
-        size_t at = FindIgnoreCase(s, marker);
+        size_t at = FindIgnoreCase(texto, marker);
         // A text without colons that lacks this parameter's marker has nothing
         // of it to update.
         if (at == std::string::npos) continue;
-        const std::string r = s.substr(at);
-        size_t blank = r.find(' ');
+        const std::string resto = texto.substr(at);
+        size_t blank = resto.find(' ');
         if (blank != std::string::npos) {
-          std::string segment = r.substr(0, blank + 1);  // G
+          std::string segment = resto.substr(0, blank + 1);  // G
           if (segment.find('\'') != std::string::npos) {
-            size_t open = r.find('\'');
-            size_t close = r.find('\'', open + 1);
-            segment = r.substr(0, close == std::string::npos ? r.size() : close + 1);
+            size_t open = resto.find('\'');
+            size_t close = resto.find('\'', open + 1);
+            segment = resto.substr(0, close == std::string::npos ? resto.size() : close + 1);
           }
-          s = ReplaceAllIgnoreCase(s, segment, marker + q + " ");
+          texto = ReplaceAllIgnoreCase(texto, segment, marker + entre_aspas + " ");
         } else {
-          s = ReplaceAllIgnoreCase(s, r, marker + q);
+          texto = ReplaceAllIgnoreCase(texto, resto, marker + entre_aspas);
         }
       }
     }
@@ -113,7 +113,7 @@ void TddmContabilidadeBD::sdsPadraoBeforeOpen(db::SQLDataSet& dataset) {
   if (inlined) dataset.GetParams().Clear();  // 6
 
   if (dataset.GetParams().Empty() || inlined)  // 7
-    dataset.ReplaceCommandText(Trim(CompatBanco(s, tipo_banco, revenda, false)));
+    dataset.ReplaceCommandText(Trim(CompatBanco(texto, tipo_banco, revenda, false)));
   else
     dataset.ReplaceCommandText(original);
 }

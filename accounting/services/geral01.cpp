@@ -3,6 +3,8 @@
 // (one row per company, dealership, table and key).
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
@@ -14,10 +16,22 @@ namespace {
 
 constexpr char kLibraryVersion[] = "2.09";
 
-constexpr char kUpdateNumerador[] = "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + ";
+// The key's row: {tabela} and {chave} quoted.
+constexpr char kUpdateNumerador[] =
+    "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + {passo}"
+    " where EMPRESA = {empresa}"
+    " and REVENDA = {revenda}"
+    " and TABELA = {tabela}"
+    " and CHAVE = {chave}";
 constexpr char kInsertNumerador[] =
-    "insert into GER_NUMERADOR (EMPRESA, REVENDA, TABELA, CHAVE, ULTIMO_NUMERO) values (";
-constexpr char kSelectNumerador[] = "select ULTIMO_NUMERO from GER_NUMERADOR";
+    "insert into GER_NUMERADOR (EMPRESA, REVENDA, TABELA, CHAVE, ULTIMO_NUMERO)"
+    " values ({empresa}, {revenda}, {tabela}, {chave}, {passo})";
+constexpr char kSelectNumerador[] =
+    "select ULTIMO_NUMERO from GER_NUMERADOR"
+    " where EMPRESA = {empresa}"
+    " and REVENDA = {revenda}"
+    " and TABELA = {tabela}"
+    " and CHAVE = {chave}";
 
 class Geral01 final : public IGeral01 {
  public:
@@ -74,18 +88,27 @@ class Geral01 final : public IGeral01 {
                                      const std::string& tabela, const std::string& chave,
                                      int32_t passo, const std::string&, const std::string&,
                                      int32_t) override {
-    const std::string where =
-        " where EMPRESA = " + sql::Integer(empresa) + " and REVENDA = " + sql::Integer(revenda) +
-        " and TABELA = " + sql::Quoted(tabela) + " and CHAVE = " + sql::Quoted(chave);
-    long long updated = conexao.Execute(kUpdateNumerador + sql::Integer(passo) + where, {});
+    const std::string texto_empresa = sql::Integer(empresa);
+    const std::string texto_revenda = sql::Integer(revenda);
+    const std::string texto_tabela = sql::Quoted(tabela);
+    const std::string texto_chave = sql::Quoted(chave);
+    const std::string texto_passo = sql::Integer(passo);
+    const long long updated = conexao.Execute(
+        fmt::format(kUpdateNumerador, fmt::arg("passo", texto_passo),
+                    fmt::arg("empresa", texto_empresa), fmt::arg("revenda", texto_revenda),
+                    fmt::arg("tabela", texto_tabela), fmt::arg("chave", texto_chave)),
+        {});
     if (updated == 0)
-      conexao.Execute(kInsertNumerador + sql::Integer(empresa) + ", " + sql::Integer(revenda) +
-                          ", " + sql::Quoted(tabela) + ", " + sql::Quoted(chave) + ", " +
-                          sql::Integer(passo) + ")",
-                      {});
-    db::ResultSet rs = conexao.Query(kSelectNumerador + where, {});
-    if (rs.rows.empty())
-      throw db::DatabaseError("no number for " + tabela + "/" + chave, kSelectNumerador + where);
+      conexao.Execute(
+          fmt::format(kInsertNumerador, fmt::arg("empresa", texto_empresa),
+                      fmt::arg("revenda", texto_revenda), fmt::arg("tabela", texto_tabela),
+                      fmt::arg("chave", texto_chave), fmt::arg("passo", texto_passo)),
+          {});
+    const std::string select = fmt::format(
+        kSelectNumerador, fmt::arg("empresa", texto_empresa), fmt::arg("revenda", texto_revenda),
+        fmt::arg("tabela", texto_tabela), fmt::arg("chave", texto_chave));
+    db::ResultSet rs = conexao.Query(select, {});
+    if (rs.rows.empty()) throw db::DatabaseError("no number for " + tabela + "/" + chave, select);
     return static_cast<int32_t>(rs.rows[0][0].AsInteger());
   }
 
