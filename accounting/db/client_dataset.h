@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/result_set.h"
 #include "accounting/db/value.h"
 
@@ -19,7 +20,7 @@ namespace kvc::db {
 
 class SQLDataSet;
 
-struct FieldDef {
+struct KVC_API FieldDef {
   std::string name;
   FieldType type = FieldType::kString;
 };
@@ -27,7 +28,7 @@ struct FieldDef {
 // A filter text that the dialect does not accept. what() names the problem and
 // its 1-based character position, for example
 //   "filter: unknown field 'CONTAX' at position 1 in: CONTAX = '1'".
-class FilterError : public std::invalid_argument {
+class KVC_API FilterError : public std::invalid_argument {
  public:
   using std::invalid_argument::invalid_argument;
 };
@@ -46,7 +47,7 @@ class FilterError : public std::invalid_argument {
 //
 // Field names are matched without regard to case everywhere (FieldByName,
 // index field lists, filters, serialised data).
-class ClientDataSet {
+class KVC_API ClientDataSet {
  public:
   explicit ClientDataSet(std::string name = "");
   ~ClientDataSet();

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/result_set.h"
 #include "accounting/db/value.h"
 
@@ -20,7 +21,7 @@ class Dialect;
 
 // A named value bound to a ":NAME" placeholder. Names match without regard to
 // case.
-struct BoundParam {
+struct KVC_API BoundParam {
   std::string name;
   Value value;
 };
@@ -30,7 +31,7 @@ using BoundParams = std::vector<BoundParam>;
 // the only one the module uses.
 enum class Isolation { kReadCommitted = 0 };
 
-class Connection {
+class KVC_API Connection {
  public:
   virtual ~Connection() = default;
 
@@ -61,7 +62,7 @@ class Connection {
 // or a SOCI connection string ("sqlite3://db=...", "firebird://service=...").
 // A password missing from the URL is taken from `password` when not empty.
 // Throws DatabaseError naming the URL without its password.
-std::unique_ptr<Connection> Connect(std::string_view url, std::string_view password = {});
+KVC_API std::unique_ptr<Connection> Connect(std::string_view url, std::string_view password = {});
 
 }  // namespace kvc::db
 

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/value.h"
 
 namespace kvc::db {
@@ -20,10 +21,10 @@ enum class ServerKind { kSqlite, kFirebird, kPostgresql, kSqlServer, kOracle };
 
 // 'YYYY-MM-DD' and 'YYYY-MM-DD HH:MM:SS' (milliseconds dropped), the literals
 // that servers with ISO date input accept.
-std::string IsoDateLiteral(const DateTime& date);
-std::string IsoDateTimeLiteral(const DateTime& date_time);
+KVC_API std::string IsoDateLiteral(const DateTime& date);
+KVC_API std::string IsoDateTimeLiteral(const DateTime& date_time);
 
-class Dialect {
+class KVC_API Dialect {
  public:
   virtual ~Dialect() = default;
 
@@ -84,12 +85,12 @@ class Dialect {
 };
 
 // The dialect object of a server kind (static storage, never null).
-const Dialect& DialectFor(ServerKind kind);
+KVC_API const Dialect& DialectFor(ServerKind kind);
 
 // The dialect of a server-type name, compared exactly ("SQLSERVER"), also
 // accepting "SQLITE3", "POSTGRES", "PG", "MSSQL", "INTERBASE". nullptr when
 // the name is unknown.
-const Dialect* DialectByTipoBanco(std::string_view tipo_banco);
+KVC_API const Dialect* DialectByTipoBanco(std::string_view tipo_banco);
 
 }  // namespace kvc::db
 

@@ -6,9 +6,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "accounting/db/api.h"
+
 namespace kvc::db {
 
-class DatabaseError : public std::runtime_error {
+class KVC_API DatabaseError : public std::runtime_error {
  public:
   DatabaseError(std::string server_message, std::string sql)
       : std::runtime_error(server_message),

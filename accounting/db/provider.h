@@ -5,12 +5,13 @@
 
 #include <string>
 
+#include "accounting/db/api.h"
 #include "accounting/db/client_dataset.h"
 #include "accounting/db/sql_dataset.h"
 
 namespace kvc::db {
 
-class DataSetProvider {
+class KVC_API DataSetProvider {
  public:
   DataSetProvider(std::string name, SQLDataSet& dataset, bool allow_command_text)
       : name_(std::move(name)), dataset_(dataset), allow_command_text_(allow_command_text) {}

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/value.h"
 
 namespace kvc::db {
@@ -27,7 +28,7 @@ inline bool SameFieldName(std::string_view a, std::string_view b) {
   return true;
 }
 
-struct ResultSet {
+struct KVC_API ResultSet {
   std::vector<std::string> columns;  // as the server named them
   std::vector<FieldType> types;      // one per column
   std::vector<std::vector<Value>> rows;

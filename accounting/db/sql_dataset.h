@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/connection.h"
 #include "accounting/db/result_set.h"
 #include "accounting/db/value.h"
@@ -20,7 +21,7 @@ namespace kvc::db {
 // The declared kind of a parameter. kUnknown leaves the type to the value.
 enum class ParamType { kUnknown, kInteger, kBcd, kFloat, kString, kDateTime };
 
-struct Param {
+struct KVC_API Param {
   std::string name;
   ParamType type = ParamType::kUnknown;
   Value value;
@@ -29,7 +30,7 @@ struct Param {
   std::string AsString() const { return value.AsString(); }
 };
 
-class Params {
+class KVC_API Params {
  public:
   size_t Count() const { return items_.size(); }
   bool Empty() const { return items_.empty(); }
@@ -57,7 +58,7 @@ class Params {
   std::vector<Param> items_;
 };
 
-class SQLDataSet {
+class KVC_API SQLDataSet {
  public:
   using BeforeOpenHandler = std::function<void(SQLDataSet&)>;
 

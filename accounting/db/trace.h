@@ -10,11 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/connection.h"
 
 namespace kvc::db {
 
-struct TracedStatement {
+struct KVC_API TracedStatement {
   enum class Kind { kExecute, kQuery, kBegin, kCommit, kRollback };
   Kind kind = Kind::kExecute;
   std::string sql;  // empty for transaction operations
@@ -23,7 +24,7 @@ struct TracedStatement {
   bool injected = false;  // the failure was injected
 };
 
-class TracingConnection : public Connection {
+class KVC_API TracingConnection : public Connection {
  public:
   // Wraps `inner`, which must outlive this object.
   explicit TracingConnection(Connection& inner) : inner_(inner) {}

@@ -8,11 +8,12 @@
 #include <functional>
 #include <utility>
 
+#include "accounting/db/api.h"
 #include "accounting/db/connection.h"
 
 namespace kvc::db {
 
-class TransactionGuard {
+class KVC_API TransactionGuard {
  public:
   // Each step reports its result; a step may also raise, and a raising commit
   // leaves the transaction to the guard, which rolls it back.

@@ -12,13 +12,15 @@
 #include <string_view>
 #include <variant>
 
+#include "accounting/db/api.h"
+
 namespace kvc {
 
 // A calendar date and wall-clock time as the database server reports it, with
 // no time zone. The default value is the null date of the suite, 1899-12-30
 // 00:00:00. Fields hold plain numbers; nothing is normalised or validated
 // unless IsValid() is asked.
-struct DateTime {
+struct KVC_API DateTime {
   int32_t year = 1899;
   int32_t month = 12;
   int32_t day = 30;
@@ -50,8 +52,8 @@ namespace db {
 // The type of a field of a result set or an in-memory table.
 enum class FieldType { kInteger, kFloat, kString, kDateTime };
 
-std::string_view FieldTypeName(FieldType type);
-std::optional<FieldType> FieldTypeFromName(std::string_view name);
+KVC_API std::string_view FieldTypeName(FieldType type);
+KVC_API std::optional<FieldType> FieldTypeFromName(std::string_view name);
 
 // One cell: null, a 64-bit integer, a double, a UTF-8 text or a date-time.
 // The As* readers convert between the kinds the way a dataset field does:
@@ -59,7 +61,7 @@ std::optional<FieldType> FieldTypeFromName(std::string_view name);
 // process locale; a null reads as 0, 0.0, empty text or the null date.
 // A conversion that cannot succeed (AsInteger of "abc") throws
 // std::invalid_argument naming the text.
-class Value {
+class KVC_API Value {
  public:
   Value() = default;
   Value(std::nullptr_t) {}

@@ -6,11 +6,13 @@
 
 #include <string>
 
+#include "accounting/db/api.h"
+
 namespace kvc {
 
 // The decimal and thousands separators of a displayed amount. Each may be
 // more than one byte (a UTF-8 narrow no-break space, for instance).
-struct SeparadoresNumericos {
+struct KVC_API SeparadoresNumericos {
   std::string decimal = ".";
   std::string milhar = ",";
 
@@ -21,13 +23,13 @@ struct SeparadoresNumericos {
 // (what setlocale, or std::locale::global with a named locale, selected).
 // A locale without a thousands separator, such as "C", gets ",", and one
 // without a decimal point gets ".".
-SeparadoresNumericos SeparadoresDoLocale();
+KVC_API SeparadoresNumericos SeparadoresDoLocale();
 
 // `valor` with the pattern "###,###,##0.00": at least one integer digit,
 // the integer part grouped by threes, exactly two decimals (halves away from
 // zero on the decimal value), a leading "-" for negatives. -0.0 and amounts
 // that round to zero give "0" + decimal + "00".
-std::string FormataMilhar(double valor, const SeparadoresNumericos& separadores);
+KVC_API std::string FormataMilhar(double valor, const SeparadoresNumericos& separadores);
 
 }  // namespace kvc
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "accounting/db/api.h"
 #include "accounting/db/client_dataset.h"
 #include "accounting/db/connection.h"
 #include "accounting/db/provider.h"
@@ -31,7 +32,7 @@ namespace kvc {
 struct FiltroSaldo;
 
 // The stateless utility class of the module.
-class TUtilContabil {
+class KVC_API TUtilContabil {
  public:
   // The marker that stands for the journal table's correlation name in a
   // caller's extra condition.
@@ -42,7 +43,7 @@ class TUtilContabil {
   static std::string SetAlias(const std::string& alias, const std::string& statement);
 };
 
-class TddmContabilidadeBD {
+class KVC_API TddmContabilidadeBD {
  public:
   // DataModuleCreate runs here: Aplicacao is created, the division-row
   // counter is zero, the libraries are not started, the five cache keys are
@@ -690,8 +691,8 @@ class TddmContabilidadeBD {
 // The C entry point for hosts that load the module at run time: returns a new
 // data module, which the host frees with KVContabilidade01_Destroy.
 extern "C" {
-kvc::TddmContabilidadeBD* KVContabilidade01_Create();
-void KVContabilidade01_Destroy(kvc::TddmContabilidadeBD* module);
+KVC_API kvc::TddmContabilidadeBD* KVContabilidade01_Create();
+KVC_API void KVContabilidade01_Destroy(kvc::TddmContabilidadeBD* module);
 }
 
 #endif  // KVC_MODULE_UDDMCONTABILIDADEBD_H_

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <string>
 
+#include "accounting/db/api.h"
+
 namespace kvc {
 
 // Kinds and buttons of the suite's message box.
@@ -17,7 +19,7 @@ enum class TMsgDlgButton { mbOK, mbYesNo, mbOKCancel };
 // AtualizaTAplicacao). The module reads the properties, shows messages and
 // asks for termination only through this interface: it never writes to a
 // terminal or exits the process by itself.
-class THostContext {
+class KVC_API THostContext {
  public:
   virtual ~THostContext() = default;
 
@@ -43,7 +45,7 @@ class THostContext {
 
 // A host context with plain fields, for hosts that have no richer one (the
 // command-line tool, tests). Messages and terminate requests are recorded.
-class TSimpleHostContext : public THostContext {
+class KVC_API TSimpleHostContext : public THostContext {
  public:
   std::string tipo_banco = "SQLITE";
   int32_t revenda_aplicacao = 1;
@@ -72,7 +74,7 @@ class TSimpleHostContext : public THostContext {
 // The module's application-properties object: the values read from the host
 // by AtualizaPropriedades. Fields are public and may also be set directly by a
 // host that has no THostContext of its own.
-class TAplicacaoLibrary {
+class KVC_API TAplicacaoLibrary {
  public:
   std::string TipoBanco;
   int32_t RevendaAplicacao = 0;

@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <string>
 
+#include "accounting/db/api.h"
+
 namespace kvc {
 
 // The caller's callback: one operation that receives a command as a JSON
 // string value (the command text, quoted and escaped as JSON). Its result is
 // ignored.
-class IProgressCallback {
+class KVC_API IProgressCallback {
  public:
   virtual ~IProgressCallback() = default;
   virtual void Execute(const std::string& json_command) = 0;
@@ -24,20 +26,20 @@ inline constexpr char kCmdBar[] = "pBar#$#";
 inline constexpr char kCmdError[] = "mtError#$#";
 
 // Sends one command text through `callback` (nothing when it is null).
-void SendCommand(IProgressCallback* callback, const std::string& command);
+KVC_API void SendCommand(IProgressCallback* callback, const std::string& command);
 
 // The JSON string value of a command, as handed to Execute.
-std::string CommandAsJson(const std::string& command);
+KVC_API std::string CommandAsJson(const std::string& command);
 // The command text back from a JSON string value; throws
 // std::invalid_argument when the text is not a JSON string.
-std::string CommandFromJson(const std::string& json_command);
+KVC_API std::string CommandFromJson(const std::string& json_command);
 
 // A phase of a long operation over `total` records: Begin sends the status
 // caption and "pBar#$#0"; Step counts a record and sends "pBar#$#" + P, with
 // P = trunc(k / total * 100) in floating point, only when total > 0 and P is above the last
 // percentage sent in this phase. So a phase sends at most 100 bar values,
 // never repeats one and never goes back.
-class ProgressPhase {
+class KVC_API ProgressPhase {
  public:
   ProgressPhase(IProgressCallback* callback, int64_t total) : callback_(callback), total_(total) {}
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "accounting/db/api.h"
 #include "accounting/db/connection.h"
 #include "accounting/db/value.h"
 #include "accounting/services/aplicacao.h"
@@ -21,7 +22,7 @@ namespace kvc {
 // libraries support.
 inline constexpr char kVersaoEstrutura[] = "2.09";
 
-class IGeral01 {
+class KVC_API IGeral01 {
  public:
   virtual ~IGeral01() = default;
   // False when the library does not accept the required structure version.
@@ -44,7 +45,7 @@ class IGeral01 {
                                              int32_t handle) = 0;
 };
 
-class IIntegracaoContabil01 {
+class KVC_API IIntegracaoContabil01 {
  public:
   virtual ~IIntegracaoContabil01() = default;
   virtual bool DLL_InicializaIntegracaoContabil01(db::Connection* conexao,
@@ -64,8 +65,8 @@ class IIntegracaoContabil01 {
 };
 
 // The stand-alone libraries over the shared database.
-std::unique_ptr<IGeral01> NewGeral01();
-std::unique_ptr<IIntegracaoContabil01> NewIntegracaoContabil01();
+KVC_API std::unique_ptr<IGeral01> NewGeral01();
+KVC_API std::unique_ptr<IIntegracaoContabil01> NewIntegracaoContabil01();
 
 }  // namespace kvc
 
