@@ -122,13 +122,14 @@ int RunKvctb(int argc, char** argv) {
                                   : report         ? "table, csv, json or html"
                                                    : "table, csv or json";
       if (globals.output_format == Format::kLedger && name != "export")
-        throw UsageError("--format",
-                         "'ledger' is the format of export alone; " + name + " gives " + formats);
+        throw UsageError(
+            "--format",
+            fmt::format("'ledger' is the format of export alone; {} gives {}", name, formats));
       if (globals.output_format == Format::kHtml && !report)
         throw UsageError("--format",
-                         "'html' is the format of the reports (trial-balance, balance-sheet, "
-                         "income-statement, ledger); " +
-                             name + " gives " + formats);
+                         fmt::format("'html' is the format of the reports (trial-balance, "
+                                     "balance-sheet, income-statement, ledger); {} gives {}",
+                                     name, formats));
       return c.run(RunContext{globals, trace.get()});
     }
     return kExitUsage;

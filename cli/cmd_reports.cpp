@@ -54,6 +54,11 @@ std::string Verdict(const reports::TrialBalance& report, bool narrowed) {
       FormatAmount(t.debits - t.credits, true), FormatAmount(t.closing, true));
 }
 
+// The account's code as a table shows the tree: indented two blanks a level.
+std::string IndentedCode(const reports::ChartAccount& a) {
+  return std::string(2 * static_cast<size_t>(a.depth - 1), ' ') + a.conta;
+}
+
 bool Zero(const reports::Figures& f) {
   return std::llround(f.opening * 100) == 0 && std::llround(f.debits * 100) == 0 &&
          std::llround(f.credits * 100) == 0 && std::llround(f.closing * 100) == 0;
@@ -84,7 +89,7 @@ void StatementRows(const std::vector<reports::StatementLine>& lines, int depth, 
     if (hide_zero && std::llround(l.amount * 100) == 0) continue;
     std::vector<Cell> row;
     if (!section.empty()) row.push_back(section);
-    row.push_back(table ? std::string(2 * (a.depth - 1), ' ') + a.conta : a.conta);
+    row.push_back(table ? IndentedCode(a) : a.conta);
     row.push_back(a.descricao);
     row.push_back(int64_t{a.depth});
     row.push_back(a.nivel);
@@ -157,8 +162,8 @@ int PrintFourColumnTrialBalance(const RunContext& ctx, Session& session,
     if (layout.depth > 0 && a.depth > layout.depth) continue;
     if (layout.hide_zero && Zero(report.figures[i])) continue;
     // A table shows the tree by indenting the codes.
-    std::vector<Cell> row = {table ? std::string(2 * (a.depth - 1), ' ') + a.conta : a.conta,
-                             a.descricao, int64_t{a.depth}, a.nivel};
+    std::vector<Cell> row = {table ? IndentedCode(a) : a.conta, a.descricao, int64_t{a.depth},
+                             a.nivel};
     for (Cell& c : FigureCells(report.figures[i])) row.push_back(std::move(c));
     out.rows.push_back(std::move(row));
   }

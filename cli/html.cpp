@@ -54,7 +54,7 @@ document.documentElement.dataset.folding = 'ready';
 
 std::string AmountText(double value, bool balance) {
   if (!balance) return FormatAmount(value, true);
-  const std::string text = FormatAmount(std::fabs(value), true);
+  std::string text = FormatAmount(std::fabs(value), true);
   if (std::llround(value * 100) == 0) return text;
   return text + (value < 0 ? " C" : " D");
 }

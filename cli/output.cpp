@@ -152,6 +152,7 @@ void Print(std::ostream& out, const Output& output, Format format) {
   };
   line(output.columns, nullptr);
   std::vector<std::string> rule;
+  rule.reserve(widths.size());
   for (size_t w : widths) rule.push_back(std::string(w, '-'));
   line(rule, nullptr);
   for (size_t r = 0; r < texts.size(); ++r) line(texts[r], &output.rows[r]);

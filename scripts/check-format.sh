@@ -1,14 +1,20 @@
 #!/usr/bin/env bash
 # Fails when a tracked C++ file is not formatted with the project's
-# .clang-format. With --fix, formats them in place.
+# .clang-format by clang-format 14 (other versions lay some code out
+# differently). With --fix, formats them in place.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+clang_format=clang-format-14
+if ! command -v "$clang_format" >/dev/null 2>&1; then
+  echo "check-format: $clang_format not found; scripts/install-deps.sh installs it" >&2
+  exit 2
+fi
 mapfile -t files < <(git ls-files '*.cpp' '*.h' 2>/dev/null || find accounting cli tests bench examples -name '*.cpp' -o -name '*.h')
 [ ${#files[@]} -eq 0 ] && exit 0
 if [ "${1:-}" = "--fix" ]; then
-  clang-format -i "${files[@]}"
+  "$clang_format" -i "${files[@]}"
 else
-  clang-format --dry-run --Werror "${files[@]}"
+  "$clang_format" --dry-run --Werror "${files[@]}"
 fi
 
 # The layers include downwards only: db knows nothing of the project, services

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs, with apt-get, everything the project needs to build and test on
-# Debian 12: compilers and build tools, SOCI with its backends and the client
+# Debian 12: compilers and build tools, clang-format and clang-tidy at the
+# version the checks are written for (14), SOCI with its backends and the client
 # libraries, the test and benchmark frameworks, and a comma-decimal locale
 # (pt_BR.UTF-8) for the locale tests, and clang with its sanitizer and
 # libFuzzer runtimes (libclang-rt-dev) and llvm-symbolizer (llvm) for the
@@ -9,7 +10,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build clang-format git
+  build-essential cmake ninja-build clang-format-14 clang-tidy-14 git
   clang libclang-rt-dev llvm valgrind
   libsoci-dev libboost-dev libsqlite3-dev sqlite3
   firebird-dev libpq-dev unixodbc-dev unixodbc odbc-postgresql libsqliteodbc tdsodbc

@@ -2,15 +2,17 @@
 # Runs the whole test suite: installs the dependencies, starts the Firebird
 # and PostgreSQL servers on loopback when the shared database kit is beside
 # the project (or uses the ones named by KVC_TEST_FIREBIRD,
-# KVC_TEST_POSTGRESQL and KVC_TEST_ODBC), checks formatting, then builds and
-# runs the tests twice: a debug build, and a build with AddressSanitizer and
+# KVC_TEST_POSTGRESQL and KVC_TEST_ODBC), checks formatting, runs clang-tidy
+# (scripts/tidy.sh) on the debug configuration's compile commands, then builds
+# and runs the tests twice: a debug build, and a build with AddressSanitizer and
 # UndefinedBehaviorSanitizer; then builds the libFuzzer targets with clang and
 # runs each for a minute (scripts/fuzz.sh 60; about ten minutes in all).
 # Before the fuzzing, kvctb's main commands run under valgrind
 # (scripts/valgrind.sh).
 #
 #   scripts/test.sh            everything
-#   scripts/test.sh --quick    the debug build only (no sanitizer build, valgrind or fuzzing)
+#   scripts/test.sh --quick    the debug build only (no clang-tidy, sanitizer build, valgrind
+#                              or fuzzing)
 set -euo pipefail
 here=$(cd "$(dirname "$0")/.." && pwd)
 cd "$here"
@@ -42,6 +44,11 @@ for v in KVC_TEST_POSTGRESQL KVC_TEST_ODBC; do
 done
 
 bash scripts/check-format.sh
+if [ "${1:-}" != "--quick" ]; then
+  # clang-tidy needs the compile commands, which configuring writes; no build.
+  cmake --preset debug >/dev/null
+  bash scripts/tidy.sh build/debug
+fi
 
 run_preset() {
   cmake --preset "$1" >/dev/null

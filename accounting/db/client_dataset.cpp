@@ -235,6 +235,7 @@ std::vector<size_t> ClientDataSet::Impl::FieldList(std::string_view list,
   std::vector<std::string> names = SplitFieldList(list);
   if (names.empty()) throw std::invalid_argument(Prefix() + what + ": no fields given");
   std::vector<size_t> out;
+  out.reserve(names.size());
   for (const std::string& n : names) out.push_back(FieldIndex(n));
   return out;
 }

@@ -103,7 +103,7 @@ std::string DropAmbiguousComments(std::string_view sql) {
         out += ' ';
         last = end;
       },
-      [](Placeholder) {});
+      [](const Placeholder&) {});
   out.append(sql.substr(last));
   return out;
 }

@@ -181,15 +181,13 @@ struct BindSlot {
   // (a null as text), and takes the value.
   void BindTo(soci::statement& st, const Value& value) {
     Set(value);
-    if (value.IsNull())
-      st.exchange(soci::use(text, indicator));
-    else if (value.IsInteger())
+    if (value.IsInteger())
       st.exchange(soci::use(integer, indicator));
     else if (value.IsFloat())
       st.exchange(soci::use(real, indicator));
     else if (value.IsDateTime())
       st.exchange(soci::use(date, indicator));
-    else
+    else  // text, and a null
       st.exchange(soci::use(text, indicator));
   }
 };

@@ -5,6 +5,7 @@
 // again.
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "accounting/db/sql_format.h"
 #include "accounting/module/uddmContabilidadeBD.h"
@@ -28,10 +29,10 @@ size_t FindIgnoreCase(std::string_view text, std::string_view needle, size_t fro
   return std::string::npos;
 }
 
-// Every occurrence of `from` replaced by `to`, ignoring case, left to right
-// over the original text.
-std::string ReplaceAllIgnoreCase(std::string_view text, std::string_view from,
-                                 std::string_view to) {
+// Replaces every occurrence of `from` in `s` by `to`, ignoring case, left to
+// right over the original text.
+void ReplaceAllIgnoreCase(std::string& s, std::string_view from, std::string_view to) {
+  const std::string_view text = s;
   std::string out;
   size_t last = 0;
   for (size_t pos = FindIgnoreCase(text, from); pos != std::string::npos;
@@ -41,7 +42,7 @@ std::string ReplaceAllIgnoreCase(std::string_view text, std::string_view from,
     last = pos + from.size();
   }
   out.append(text.substr(last));
-  return out;
+  s = std::move(out);
 }
 
 // Removes leading and trailing blanks and control characters.
@@ -66,7 +67,7 @@ void TddmContabilidadeBD::sdsPadraoBeforeOpen(db::SQLDataSet& dataset) {
     return;
   }
 
-  texto = ReplaceAllIgnoreCase(texto, "\n", " ");  // 3
+  ReplaceAllIgnoreCase(texto, "\n", " ");  // 3
   texto += " ";
   bool inlined = false;
 
@@ -86,8 +87,8 @@ void TddmContabilidadeBD::sdsPadraoBeforeOpen(db::SQLDataSet& dataset) {
       const std::string marker = "/*" + param.name + "*/";
       if (texto.find(':') != std::string::npos) {  // 5.4
         texto += " ";
-        texto = ReplaceAllIgnoreCase(texto, ":" + param.name + " ", marker + entre_aspas + " ");
-        texto = ReplaceAllIgnoreCase(texto, ":" + param.name + ")", marker + entre_aspas + ")");
+        ReplaceAllIgnoreCase(texto, ":" + param.name + " ", marker + entre_aspas + " ");
+        ReplaceAllIgnoreCase(texto, ":" + param.name + ")", marker + entre_aspas + ")");
       } else {  // 5.5
         size_t at = FindIgnoreCase(texto, marker);
         // A text without colons that lacks this parameter's marker has nothing
@@ -102,9 +103,9 @@ void TddmContabilidadeBD::sdsPadraoBeforeOpen(db::SQLDataSet& dataset) {
             size_t close = resto.find('\'', open + 1);
             segment = resto.substr(0, close == std::string::npos ? resto.size() : close + 1);
           }
-          texto = ReplaceAllIgnoreCase(texto, segment, marker + entre_aspas + " ");
+          ReplaceAllIgnoreCase(texto, segment, marker + entre_aspas + " ");
         } else {
-          texto = ReplaceAllIgnoreCase(texto, resto, marker + entre_aspas);
+          ReplaceAllIgnoreCase(texto, resto, marker + entre_aspas);
         }
       }
     }

@@ -48,7 +48,7 @@ std::string AjustaInSelect(const std::string& campo, const std::string& lista,
   std::string out = "(";
   for (size_t i = 0; i < values.size(); i += group) {
     if (i) out += joiner;
-    out += campo + " " + operador + " (";
+    out.append(campo).append(" ").append(operador).append(" (");
     for (size_t j = i; j < values.size() && j < i + group; ++j) {
       if (j > i) out += ',';
       out += values[j];
