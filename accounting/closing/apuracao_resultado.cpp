@@ -526,7 +526,13 @@ bool TddmContabilidadeBD::ApuraResultado(int32_t AnoMes, const std::string& Ano,
 
     // 9. Commit, or roll back a preview.
     if (!Confirmar) {
-      if (!transacao.Rollback()) throw std::runtime_error(kMsgDesfazSimulacao);
+      if (!transacao.Rollback()) {
+        // A preview that could not be undone is rolled back once more, as
+        // every other failure of the block is.
+        Mensagem = kMsgDesfazSimulacao;
+        (void)RollbackTransacao();
+        return false;
+      }
     } else if (!transacao.Commit()) {
       // ComitaTransacao has already rolled back.
       Mensagem = kMsgConfirmaTransacao;
