@@ -57,8 +57,13 @@ class KVC_API Dialect {
   virtual std::string Adapt(std::string text) const { return text; }
 
   // ---- the session ----------------------------------------------------------
-  // Statements run once on a new connection (settings of the session).
+  // Statements run once on a new connection (settings of the session); they
+  // must not read the database.
   virtual std::vector<std::string> SessionSetup() const { return {}; }
+  // Settings that read the database (an embedded engine's file): run once,
+  // just before the connection's first statement or transaction, which then
+  // meets the same file and the same locks.
+  virtual std::vector<std::string> FirstUseSetup() const { return {}; }
   // How a transaction begins: by the client library's begin, followed by
   // IsolationStatement() when there is one; or, when BeginStatement() is not
   // empty, by that statement alone.

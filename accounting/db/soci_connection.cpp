@@ -3,6 +3,7 @@
 // transactions (with each statement committed on its own outside one).
 #include <soci/soci.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <deque>
@@ -239,13 +240,17 @@ class SociConnection final : public Connection {
       throw DatabaseError("cannot connect to " + url.display + ": " + reason, "");
     }
     session_.uppercase_column_names(true);
+    first_use_done_ = true;  // the session's own settings come before the first use
     for (const std::string& setting : dialect_->SessionSetup()) Run(setting, {}, nullptr);
-    if (dialect_->IsEmbedded()) {
-      // Statements are prepared once per shape (see statement_shape.h); the
-      // variable turns that off, to compare or to rule it out.
-      const char* off = std::getenv("KVC_NO_STATEMENT_CACHE");
-      reuse_shapes_ = !(off && *off && std::string_view(off) != "0");
-    }
+    first_use_done_ = false;
+    // On the embedded engine statements are prepared once per shape (see
+    // statement_shape.h). On a server only texts without literals are kept
+    // prepared, by their text: binding a literal would leave the server to
+    // guess its type. The variable turns both off, to compare or to rule
+    // them out.
+    const char* off = std::getenv("KVC_NO_STATEMENT_CACHE");
+    reuse_bound_only_ = !(off && *off && std::string_view(off) != "0");
+    reuse_shapes_ = reuse_bound_only_ && dialect_->IsEmbedded();
     if (dialect_->HasImplicitTransaction()) {
       try {
         CheckFirebirdTransactionHandle(session_);
@@ -281,6 +286,7 @@ class SociConnection final : public Connection {
 
   void Begin(Isolation) override {
     if (in_transaction_) throw DatabaseError("a transaction is already active", "begin");
+    if (!first_use_done_) FirstUse();
     try {
       // Read committed wherever the server has it (the dialect says how):
       // the server default on PostgreSQL and SQL Server, set explicitly on
@@ -335,18 +341,37 @@ class SociConnection final : public Connection {
  private:
   void Run(const std::string& sql, const BoundParams& params, ResultSet* rs,
            long long* affected = nullptr) {
-    if (reuse_shapes_) {
-      if (std::optional<StatementShape> shape = ShapeStatement(sql)) {
-        RunShape(*shape, sql, params, rs, affected);
+    if (!first_use_done_) FirstUse();
+    if (reuse_bound_only_) {
+      // A text without literals (every value bound, as in the service
+      // libraries' own statements) comes again unchanged: its shape is kept
+      // by its text and not scanned again.
+      if (auto known = bound_only_shapes_.find(sql); known != bound_only_shapes_.end()) {
+        RunShape(known->second, sql, params, rs, affected);
         return;
       }
-      // Anything else (a definition, a pragma) may change what the prepared
-      // statements would read: they are prepared again when next needed.
-      prepared_.clear();
+      if (std::optional<StatementShape> shape = ShapeStatement(sql)) {
+        if (std::all_of(shape->slots.begin(), shape->slots.end(), [](const ShapeSlot& slot) {
+              return slot.kind == ShapeSlot::Kind::kPlaceholder;
+            })) {
+          if (bound_only_shapes_.size() >= kMaxPreparedShapes) bound_only_shapes_.clear();
+          RunShape(bound_only_shapes_.emplace(sql, std::move(*shape)).first->second, sql, params,
+                   rs, affected);
+          return;
+        }
+        if (reuse_shapes_) {
+          RunShape(*shape, sql, params, rs, affected);
+          return;
+        }
+      } else {
+        // Anything else (a definition, a pragma) may change what the
+        // prepared statements would read: they are prepared again when next
+        // needed.
+        prepared_.clear();
+      }
     }
-    PositionalText positional = ToPositional(sql);
-    std::string text = positional.text;
-    if (dialect_->MisreadsComments()) text = DropAmbiguousComments(text);
+    PositionalText positional = ServerText(sql);
+    const std::string& text = positional.text;
     // One slot per placeholder occurrence, bound in text order.
     std::deque<BindSlot> slots;
     try {
@@ -415,20 +440,40 @@ class SociConnection final : public Connection {
         for (const Value& value : values)
           prepared->slots.emplace_back().BindTo(prepared->st, value);
         prepared->st.alloc();
-        prepared->st.prepare(shape.text);
+        // A server reads the placeholders as SOCI's backends do (a shape
+        // that reaches a server has no literal slots).
+        prepared->st.prepare(dialect_->IsEmbedded() ? shape.text : ServerText(sql).text);
         prepared->st.define_and_bind();
         found = prepared_.emplace(key, std::move(prepared)).first;
       } else {
         for (size_t i = 0; i < values.size(); ++i) found->second->slots[i].Set(values[i]);
       }
       ExecuteAndRead(found->second->st, found->second->row, rs, affected);
+      if (!in_transaction_ && dialect_->HasImplicitTransaction()) session_.commit();
     } catch (const soci::soci_error& e) {
       if (found != prepared_.end()) prepared_.erase(found);
+      AfterFailure();
       throw DatabaseError(e.get_error_message(), sql);
     } catch (const std::exception& e) {
       if (found != prepared_.end()) prepared_.erase(found);
+      AfterFailure();
       throw DatabaseError(e.what(), sql);
     }
+  }
+
+  // The dialect's settings that read the database, once; a failure is the
+  // failure of the statement or transaction that wanted them.
+  void FirstUse() {
+    first_use_done_ = true;
+    for (const std::string& setting : dialect_->FirstUseSetup()) Run(setting, {}, nullptr);
+  }
+
+  // `sql` as SOCI's backends read it: placeholders renamed ":p1", ":p2", ...
+  // in text order, and the comments the driver would misread dropped.
+  PositionalText ServerText(const std::string& sql) const {
+    PositionalText positional = ToPositional(sql);
+    if (dialect_->MisreadsComments()) positional.text = DropAmbiguousComments(positional.text);
+    return positional;
   }
 
   // Executes a prepared statement and reads all its rows into `rs` (a query)
@@ -576,7 +621,11 @@ class SociConnection final : public Connection {
   // One prepared statement per shape, by the shape's key; declared after the
   // session, so that the statements are finalised before it closes.
   bool reuse_shapes_ = false;
+  bool reuse_bound_only_ = false;
+  bool first_use_done_ = false;
   std::unordered_map<std::string, std::unique_ptr<PreparedShape>> prepared_;
+  // The shapes of texts without literals, by text.
+  std::unordered_map<std::string, StatementShape> bound_only_shapes_;
   std::string key_buffer_;
   std::vector<Value> values_buffer_;
 };

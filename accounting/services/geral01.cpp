@@ -3,11 +3,8 @@
 // (one row per company, dealership, table and key).
 #include <stdexcept>
 
-#include <fmt/format.h>
-
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
-#include "accounting/db/sql_format.h"
 #include "accounting/db/transaction_guard.h"
 #include "accounting/services/service_libraries.h"
 
@@ -16,22 +13,24 @@ namespace {
 
 constexpr char kLibraryVersion[] = "2.09";
 
-// The key's row: {tabela} and {chave} quoted.
+// The key's row. The library's own statements: their texts never change and
+// the values are bound, so each is prepared once however many numbers are
+// drawn.
 constexpr char kUpdateNumerador[] =
-    "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + {passo}"
-    " where EMPRESA = {empresa}"
-    " and REVENDA = {revenda}"
-    " and TABELA = {tabela}"
-    " and CHAVE = {chave}";
+    "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + :PASSO"
+    " where EMPRESA = :EMPRESA"
+    " and REVENDA = :REVENDA"
+    " and TABELA = :TABELA"
+    " and CHAVE = :CHAVE";
 constexpr char kInsertNumerador[] =
     "insert into GER_NUMERADOR (EMPRESA, REVENDA, TABELA, CHAVE, ULTIMO_NUMERO)"
-    " values ({empresa}, {revenda}, {tabela}, {chave}, {passo})";
+    " values (:EMPRESA, :REVENDA, :TABELA, :CHAVE, :PASSO)";
 constexpr char kSelectNumerador[] =
     "select ULTIMO_NUMERO from GER_NUMERADOR"
-    " where EMPRESA = {empresa}"
-    " and REVENDA = {revenda}"
-    " and TABELA = {tabela}"
-    " and CHAVE = {chave}";
+    " where EMPRESA = :EMPRESA"
+    " and REVENDA = :REVENDA"
+    " and TABELA = :TABELA"
+    " and CHAVE = :CHAVE";
 
 class Geral01 final : public IGeral01 {
  public:
@@ -88,27 +87,15 @@ class Geral01 final : public IGeral01 {
                                      const std::string& tabela, const std::string& chave,
                                      int32_t passo, const std::string&, const std::string&,
                                      int32_t) override {
-    const std::string texto_empresa = sql::Integer(empresa);
-    const std::string texto_revenda = sql::Integer(revenda);
-    const std::string texto_tabela = sql::Quoted(tabela);
-    const std::string texto_chave = sql::Quoted(chave);
-    const std::string texto_passo = sql::Integer(passo);
-    const long long updated = conexao.Execute(
-        fmt::format(kUpdateNumerador, fmt::arg("passo", texto_passo),
-                    fmt::arg("empresa", texto_empresa), fmt::arg("revenda", texto_revenda),
-                    fmt::arg("tabela", texto_tabela), fmt::arg("chave", texto_chave)),
-        {});
-    if (updated == 0)
-      conexao.Execute(
-          fmt::format(kInsertNumerador, fmt::arg("empresa", texto_empresa),
-                      fmt::arg("revenda", texto_revenda), fmt::arg("tabela", texto_tabela),
-                      fmt::arg("chave", texto_chave), fmt::arg("passo", texto_passo)),
-          {});
-    const std::string select = fmt::format(
-        kSelectNumerador, fmt::arg("empresa", texto_empresa), fmt::arg("revenda", texto_revenda),
-        fmt::arg("tabela", texto_tabela), fmt::arg("chave", texto_chave));
-    db::ResultSet rs = conexao.Query(select, {});
-    if (rs.rows.empty()) throw db::DatabaseError("no number for " + tabela + "/" + chave, select);
+    db::BoundParams chave_numerador{
+        {"EMPRESA", empresa}, {"REVENDA", revenda}, {"TABELA", tabela}, {"CHAVE", chave}};
+    db::BoundParams com_passo = chave_numerador;
+    com_passo.push_back({"PASSO", passo});
+    if (conexao.Execute(kUpdateNumerador, com_passo) == 0)
+      conexao.Execute(kInsertNumerador, com_passo);
+    db::ResultSet rs = conexao.Query(kSelectNumerador, chave_numerador);
+    if (rs.rows.empty())
+      throw db::DatabaseError("no number for " + tabela + "/" + chave, kSelectNumerador);
     return static_cast<int32_t>(rs.rows[0][0].AsInteger());
   }
 

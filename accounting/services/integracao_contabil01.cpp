@@ -1,8 +1,6 @@
 // The stand-alone accounting-integration library: the structure-version check
 // against the version that the schema stores in the database, and the
 // summarised balances kept in INT_SALDO_SUMARIZADO.
-#include <fmt/format.h>
-
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/services/service_libraries.h"
@@ -13,28 +11,29 @@ namespace {
 constexpr char kLibraryVersion[] = "2.09";
 
 constexpr char kSelectVersao[] = "select VERSAO from GER_VERSAO_ESTRUTURA";
-// One summarised balance: {delta} is "+ amount" or "- amount"; the texts are
-// quoted.
+// One summarised balance. The library's own statements: their texts never
+// change, and the values are bound (the amount as its text with a point, as
+// the module writes amounts), so a posting prepares each of them once.
 constexpr char kUpdateSaldo[] =
-    "update INT_SALDO_SUMARIZADO set SALDO = SALDO {delta}"
-    " where TIPO_SALDO = {tipo_saldo}"
-    " and TEXTO3 = {texto3}"
-    " and TEXTO4 = {texto4}"
-    " and CONTA = {conta}"
-    " and NATUREZA = {natureza}"
-    " and EMPRESA = {empresa}"
-    " and REVENDA = {revenda}"
-    " and ANO_MES = {ano_mes}"
-    " and DIVISAO1 = {divisao1}"
-    " and DIVISAO2 = {divisao2}"
-    " and DIVISAO3 = {divisao3}"
-    " and DIVISAO4 = {divisao4}"
-    " and DIVISAO5 = {divisao5}";
+    "update INT_SALDO_SUMARIZADO set SALDO = SALDO + :VALOR"
+    " where TIPO_SALDO = :TIPO_SALDO"
+    " and TEXTO3 = :TEXTO3"
+    " and TEXTO4 = :TEXTO4"
+    " and CONTA = :CONTA"
+    " and NATUREZA = :NATUREZA"
+    " and EMPRESA = :EMPRESA"
+    " and REVENDA = :REVENDA"
+    " and ANO_MES = :ANO_MES"
+    " and DIVISAO1 = :DIVISAO1"
+    " and DIVISAO2 = :DIVISAO2"
+    " and DIVISAO3 = :DIVISAO3"
+    " and DIVISAO4 = :DIVISAO4"
+    " and DIVISAO5 = :DIVISAO5";
 constexpr char kInsertSaldo[] =
     "insert into INT_SALDO_SUMARIZADO (TIPO_SALDO, TEXTO3, TEXTO4, CONTA, NATUREZA, EMPRESA, "
     "REVENDA, ANO_MES, DIVISAO1, DIVISAO2, DIVISAO3, DIVISAO4, DIVISAO5, SALDO)"
-    " values ({tipo_saldo}, {texto3}, {texto4}, {conta}, {natureza}, {empresa}, {revenda},"
-    " {ano_mes}, {divisao1}, {divisao2}, {divisao3}, {divisao4}, {divisao5}, {saldo})";
+    " values (:TIPO_SALDO, :TEXTO3, :TEXTO4, :CONTA, :NATUREZA, :EMPRESA, :REVENDA,"
+    " :ANO_MES, :DIVISAO1, :DIVISAO2, :DIVISAO3, :DIVISAO4, :DIVISAO5, :VALOR)";
 
 class IntegracaoContabil01 final : public IIntegracaoContabil01 {
  public:
@@ -73,38 +72,15 @@ class IntegracaoContabil01 final : public IIntegracaoContabil01 {
       signed_value = -valor;
     else
       return false;
-    const std::string tipo_saldo = sql::Quoted(texto1);
-    const std::string texto3_sql = sql::Quoted(texto3);
-    const std::string texto4_sql = sql::Quoted(texto4);
-    const std::string conta = sql::Quoted(texto5);
-    const std::string natureza = sql::Quoted(texto6);
-    const std::string empresa = sql::Integer(i1);
-    const std::string revenda = sql::Integer(i2);
-    const std::string ano_mes = sql::Integer(i3);
-    const std::string divisao1 = sql::Integer(i4), divisao2 = sql::Integer(i5),
-                      divisao3 = sql::Integer(i6), divisao4 = sql::Integer(i7),
-                      divisao5 = sql::Integer(i8);
-    const std::string delta =
-        signed_value < 0 ? "- " + sql::Amount(-signed_value) : "+ " + sql::Amount(signed_value);
-    const long long updated = conexao.Execute(
-        fmt::format(kUpdateSaldo, fmt::arg("delta", delta), fmt::arg("tipo_saldo", tipo_saldo),
-                    fmt::arg("texto3", texto3_sql), fmt::arg("texto4", texto4_sql),
-                    fmt::arg("conta", conta), fmt::arg("natureza", natureza),
-                    fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                    fmt::arg("ano_mes", ano_mes), fmt::arg("divisao1", divisao1),
-                    fmt::arg("divisao2", divisao2), fmt::arg("divisao3", divisao3),
-                    fmt::arg("divisao4", divisao4), fmt::arg("divisao5", divisao5)),
-        {});
-    if (updated == 0)
-      conexao.Execute(fmt::format(kInsertSaldo, fmt::arg("tipo_saldo", tipo_saldo),
-                                  fmt::arg("texto3", texto3_sql), fmt::arg("texto4", texto4_sql),
-                                  fmt::arg("conta", conta), fmt::arg("natureza", natureza),
-                                  fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                                  fmt::arg("ano_mes", ano_mes), fmt::arg("divisao1", divisao1),
-                                  fmt::arg("divisao2", divisao2), fmt::arg("divisao3", divisao3),
-                                  fmt::arg("divisao4", divisao4), fmt::arg("divisao5", divisao5),
-                                  fmt::arg("saldo", sql::Amount(signed_value))),
-                      {});
+    // The key in the order received; VALOR is the signed amount.
+    const db::BoundParams valores{{"TIPO_SALDO", texto1}, {"TEXTO3", texto3},
+                                  {"TEXTO4", texto4},     {"CONTA", texto5},
+                                  {"NATUREZA", texto6},   {"EMPRESA", i1},
+                                  {"REVENDA", i2},        {"ANO_MES", i3},
+                                  {"DIVISAO1", i4},       {"DIVISAO2", i5},
+                                  {"DIVISAO3", i6},       {"DIVISAO4", i7},
+                                  {"DIVISAO5", i8},       {"VALOR", sql::Amount(signed_value)}};
+    if (conexao.Execute(kUpdateSaldo, valores) == 0) conexao.Execute(kInsertSaldo, valores);
     return true;
   }
 };

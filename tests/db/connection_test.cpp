@@ -364,6 +364,62 @@ TEST_P(ConnectionTest, AStatementAfterATableIsMadeAgainReadsTheNewTable) {
   raw_->Execute("drop table KVC_SHAPE_T", {});
 }
 
+// A text whose values are all bound (the service libraries' numbering and
+// summarised balances) is kept prepared on every server: each run binds its
+// own values, a null among them too, and a run that failed (a duplicate key,
+// inside a transaction that is then rolled back) spoils neither the next run
+// nor the transaction after it.
+TEST_P(ConnectionTest, BoundOnlyTextsRunAgainWithTheirOwnValues) {
+  constexpr char kInsert[] =
+      "insert into CTB_SALDO_ANTERIOR (EMPRESA, REVENDA, CONTA, ANO, SALDO)"
+      " values (:EMPRESA, :REVENDA, :CONTA, :ANO, :SALDO)";
+  constexpr char kSelect[] =
+      "select SALDO from CTB_SALDO_ANTERIOR where EMPRESA = :EMPRESA and CONTA = :CONTA";
+  for (int i = 1; i <= 20; ++i)
+    raw_->Execute(kInsert, {{"EMPRESA", 1},
+                            {"REVENDA", i % 3},
+                            {"CONTA", fmt::format("K{}", i)},
+                            {"ANO", 2024},
+                            {"SALDO", i % 5 == 0 ? db::Value() : db::Value(i * 10)}});
+  for (int i = 1; i <= 20; ++i) {
+    auto rs = raw_->Query(kSelect, {{"EMPRESA", 1}, {"CONTA", fmt::format("K{}", i)}});
+    ASSERT_EQ(rs.rows.size(), 1u) << i;
+    if (i % 5 == 0)
+      EXPECT_TRUE(rs.rows[0][0].IsNull()) << i;
+    else
+      EXPECT_DOUBLE_EQ(rs.rows[0][0].AsFloat(), i * 10) << i;
+  }
+  raw_->Begin(db::Isolation::kReadCommitted);
+  EXPECT_THROW(
+      raw_->Execute(kInsert,
+                    {{"EMPRESA", 1}, {"REVENDA", 1}, {"CONTA", "K1"}, {"ANO", 2024}, {"SALDO", 1}}),
+      db::DatabaseError);
+  raw_->Rollback();
+  raw_->Begin(db::Isolation::kReadCommitted);
+  raw_->Execute(kInsert,
+                {{"EMPRESA", 2}, {"REVENDA", 1}, {"CONTA", "K1"}, {"ANO", 2024}, {"SALDO", 7}});
+  raw_->Commit();
+  EXPECT_DOUBLE_EQ(
+      raw_->Query(kSelect, {{"EMPRESA", 2}, {"CONTA", "K1"}}).rows.at(0).at(0).AsFloat(), 7);
+  EXPECT_EQ(CountRows(*raw_, "CTB_SALDO_ANTERIOR"), 21);
+}
+
+// A bound-only text prepared before a table was made again with other
+// columns reads the new table.
+TEST_P(ConnectionTest, ABoundOnlyTextAfterATableIsMadeAgainReadsTheNewTable) {
+  raw_->Execute("create table KVC_SHAPE_B (A integer, B varchar(10))", {});
+  raw_->Execute("insert into KVC_SHAPE_B values (1, 'x')", {});
+  auto rs = raw_->Query("select * from KVC_SHAPE_B where A = :A", {{"A", 1}});
+  ASSERT_EQ(rs.columns.size(), 2u);
+  raw_->Execute("drop table KVC_SHAPE_B", {});
+  raw_->Execute("create table KVC_SHAPE_B (A integer, C numeric(15,2), D varchar(5))", {});
+  raw_->Execute("insert into KVC_SHAPE_B values (2, 3.5, 'y')", {});
+  rs = raw_->Query("select * from KVC_SHAPE_B where A = :A", {{"A", 2}});
+  ASSERT_EQ(rs.columns.size(), 3u);
+  EXPECT_DOUBLE_EQ(rs.rows.at(0)[1].AsFloat(), 3.5);
+  raw_->Execute("drop table KVC_SHAPE_B", {});
+}
+
 KVC_INSTANTIATE_BACKENDS(ConnectionTest);
 
 TEST(Placeholders, FindsNamesOutsideQuotesAndComments) {

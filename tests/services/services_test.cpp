@@ -2,6 +2,9 @@
 // numbers, summarised balances and the structure-version check.
 #include <gtest/gtest.h>
 
+#include <clocale>
+#include <iostream>
+
 #include "accounting/db/dialect.h"
 #include "accounting/db/error.h"
 #include "accounting/services/zorutils.h"
@@ -125,6 +128,61 @@ TEST_P(ServicesTest, SummarisedBalanceAddsAndSubtracts) {
                           "DIVISAO1 = 7 and DIVISAO5 = 2")
                        .AsFloat(),
                    10);
+}
+
+// The libraries' own statements never change their text: the values travel
+// bound (the amount as its text with a point, whatever the locale), so one
+// prepared statement serves every call.
+TEST_P(ServicesTest, SummarisedBalanceAndNumberingSendTheirValuesBound) {
+  Bind();
+  const std::string anterior = std::setlocale(LC_ALL, nullptr);
+  const bool virgula = std::setlocale(LC_ALL, "pt_BR.UTF-8") != nullptr;
+  trace_->Clear();
+  ASSERT_TRUE(dm_->IniciaTransacao());
+  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "I", "", "", "1101", "D", 1, 1, 202405, -1,
+                                           -1, -1, -1, -1, 1234.5));
+  ASSERT_TRUE(dm_->AtualizaSaldoSumarizado(*trace_, "L", "E", "", "", "1101", "D", 1, 1, 202405, -1,
+                                           -1, -1, -1, -1, 0.25));
+  const int32_t numero = dm_->PegaNovoLancamento("1", "1", "202405");
+  ASSERT_TRUE(dm_->ComitaTransacao());
+  std::setlocale(LC_ALL, anterior.c_str());
+  if (!virgula) std::cerr << "pt_BR.UTF-8 not installed: checked under the C locale\n";
+
+  std::vector<std::string> textos;
+  std::vector<std::string> valores;
+  for (const db::TracedStatement& t : trace_->Trace()) {
+    if (t.sql.empty()) continue;
+    textos.push_back(t.sql);
+    std::string linha;
+    for (const db::BoundParam& p : t.params) linha += p.name + "=" + p.value.AsString() + ";";
+    valores.push_back(linha);
+  }
+  const std::string update_saldo =
+      "update INT_SALDO_SUMARIZADO set SALDO = SALDO + :VALOR where TIPO_SALDO = :TIPO_SALDO and "
+      "TEXTO3 = :TEXTO3 and TEXTO4 = :TEXTO4 and CONTA = :CONTA and NATUREZA = :NATUREZA and "
+      "EMPRESA = :EMPRESA and REVENDA = :REVENDA and ANO_MES = :ANO_MES and DIVISAO1 = :DIVISAO1 "
+      "and DIVISAO2 = :DIVISAO2 and DIVISAO3 = :DIVISAO3 and DIVISAO4 = :DIVISAO4 and DIVISAO5 = "
+      ":DIVISAO5";
+  ASSERT_EQ(textos.size(), 6u);
+  EXPECT_EQ(textos[0], update_saldo);
+  EXPECT_EQ(textos[1].substr(0, 34), "insert into INT_SALDO_SUMARIZADO (");
+  EXPECT_EQ(textos[2], update_saldo);
+  EXPECT_EQ(textos[3],
+            "update GER_NUMERADOR set ULTIMO_NUMERO = ULTIMO_NUMERO + :PASSO where EMPRESA = "
+            ":EMPRESA and REVENDA = :REVENDA and TABELA = :TABELA and CHAVE = :CHAVE");
+  EXPECT_EQ(textos[5],
+            "select ULTIMO_NUMERO from GER_NUMERADOR where EMPRESA = :EMPRESA and REVENDA = "
+            ":REVENDA and TABELA = :TABELA and CHAVE = :CHAVE");
+  const std::string chave_saldo =
+      "TIPO_SALDO=L;TEXTO3=;TEXTO4=;CONTA=1101;NATUREZA=D;EMPRESA=1;REVENDA=1;ANO_MES=202405;"
+      "DIVISAO1=-1;DIVISAO2=-1;DIVISAO3=-1;DIVISAO4=-1;DIVISAO5=-1;";
+  EXPECT_EQ(valores[0], chave_saldo + "VALOR=1234.50;");
+  EXPECT_EQ(valores[2], chave_saldo + "VALOR=-0.25;");
+  EXPECT_EQ(valores[5], "EMPRESA=1;REVENDA=1;TABELA=CTB_LANCAMENTO;CHAVE=LCTO202405;");
+  EXPECT_DOUBLE_EQ(
+      Scalar(*raw_, "select SALDO from INT_SALDO_SUMARIZADO where TIPO_SALDO = 'L'").AsFloat(),
+      1234.25);
+  EXPECT_EQ(numero, 1);
 }
 
 TEST_P(ServicesTest, SummarisedBalanceRefusesUnknownKind) {
