@@ -68,6 +68,10 @@
 # Posting on a server takes 10 to 100 times SQLite's time: run servers on a
 # smaller set, for example
 #   bench/peers.sh --records 20000 --servers
+# On PostgreSQL the reads after the posting are planned with whatever
+# statistics the server has by then: the times of close-result there move
+# with whether autovacuum has analysed the posted rows yet (see every run's
+# figure in results.tsv, not only the median).
 #
 # ledger, hledger and GNU time are installed with apt-get when missing (root or
 # sudo); they are this benchmark's own and no build or test needs them.
@@ -491,7 +495,7 @@ done
 # ---- the report ----
 median() { sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 stat() { awk -F'\t' -v op="$1" -v tool="$2" -v c="$3" '$1 == op && $2 == tool { print $c }' "$results"; }
-secs() { stat "$1" "$2" 3 | median; }
+secs() { stat "$1" "$2" 3 | median | awk '{ printf "%.3f", $1 }'; }
 mib() { stat "$1" "$2" 4 | median | awk '{ printf "%.1f", $1 / 1024 }'; }
 # ratio A B: A / B to two decimals, n/a when B is zero.
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "n/a" }'; }
