@@ -385,6 +385,20 @@ Session::~Session() {
   }
 }
 
+void Session::RefreshStatistics() {
+  for (const std::string& statement : traced_->dialect().StatisticsRefresh()) {
+    try {
+      traced_->Execute(statement, {});
+    } catch (const db::DatabaseError& e) {
+      std::cerr << "kvctb: warning: the entries are committed, but the server refused to refresh "
+                   "its planner statistics ("
+                << statement << ": " << e.what()
+                << "); reads may be slow until it refreshes them itself\n";
+      return;
+    }
+  }
+}
+
 std::optional<std::string> Session::AccountLevel(const std::string& conta) {
   db::BoundParams params = CompanyParams(options_);
   params.push_back({"CONTA", db::Value(conta)});

@@ -111,6 +111,12 @@ class Session {
   ProgressRenderer& Progress() { return progress_; }
   const GlobalOptions& Options() const { return options_; }
 
+  // Brings the server's planner statistics of the journal up to date after a
+  // large posting (the dialect's StatisticsRefresh). The entries are
+  // committed by then: a refusal is a warning on standard error, not a
+  // failure of the command.
+  void RefreshStatistics();
+
   // The level ("A" or "S") of an account of the chart, or nullopt.
   std::optional<std::string> AccountLevel(const std::string& conta);
   // Every account of the company and dealership, in code order, as the

@@ -64,6 +64,13 @@ class KVC_API Dialect {
   // just before the connection's first statement or transaction, which then
   // meets the same file and the same locks.
   virtual std::vector<std::string> FirstUseSetup() const { return {}; }
+  // Statements that bring the planner's statistics of the journal, its
+  // division rows, the summarised balances and the numbering up to date,
+  // for after a large posting: a server that still plans with the figures
+  // of the empty tables reads a year's entries the slow way. None where the
+  // statistics are fixed (SQLite's come with the schema) or the server keeps
+  // them itself.
+  virtual std::vector<std::string> StatisticsRefresh() const { return {}; }
   // How a transaction begins: by the client library's begin, followed by
   // IsolationStatement() when there is one; or, when BeginStatement() is not
   // empty, by that statement alone.

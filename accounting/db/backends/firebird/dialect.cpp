@@ -21,6 +21,16 @@ class Firebird final : public Dialect {
   // library's transaction parameters (backend_hooks.h), since the
   // connection layer offers no option for it.
   bool HasImplicitTransaction() const override { return true; }
+  // An index's selectivity is computed when the index is made (on the empty
+  // table) and otherwise only on request.
+  std::vector<std::string> StatisticsRefresh() const override {
+    return {"set statistics index PK_CTB_LANCAMENTO",
+            "set statistics index IX_CTB_LANCAMENTO_1",
+            "set statistics index IX_CTB_LANCAMENTO_2",
+            "set statistics index IX_CTB_LANCAMENTO_DIVIDIDO_1",
+            "set statistics index PK_INT_SALDO_SUMARIZADO",
+            "set statistics index PK_GER_NUMERADOR"};
+  }
 };
 
 }  // namespace

@@ -18,6 +18,12 @@ class Postgresql final : public Dialect {
   std::vector<std::string> SessionSetup() const override {
     return {"set client_min_messages to warning"};
   }
+  // Autovacuum analyses the tables in its own time, up to a minute or more
+  // after a posting.
+  std::vector<std::string> StatisticsRefresh() const override {
+    return {"analyze CTB_LANCAMENTO", "analyze CTB_LANCAMENTO_DIVIDIDO",
+            "analyze INT_SALDO_SUMARIZADO", "analyze GER_NUMERADOR"};
+  }
   // Read committed is the server's default; it is set all the same, so that
   // a changed server default cannot change what the module sees.
   std::string IsolationStatement() const override {
