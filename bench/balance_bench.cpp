@@ -1,8 +1,10 @@
-// Balances of every account of a 2,000-account chart at one month over
-// 1,000,000 posted entries on the embedded database: the plain analytic
+// Balances of a 2,000-account chart at one month over 1,000,000 posted
+// entries on the embedded database: every account, the plain analytic
 // balance (its own statements per account) against the general one (one
-// grouped statement per set, then in-memory reads). Reports statements
-// issued, time per full chart and the process's peak memory.
+// grouped statement per set, then in-memory reads); one analytic account
+// through BuscaSaldoConta; and a synthetic account with 500 analytic
+// accounts beneath it through the general variant, its sets loaded afresh.
+// Reports statements issued, times and the process's peak memory.
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -30,21 +32,33 @@ long PeakRssKb() {
 }
 
 std::string Conta(int i) { return fmt::format("3.{:04}", i); }
+// The analytic accounts hang from four synthetic ones, 500 each, under "3".
+constexpr int kPorSintetica = 500;
+std::string Sintetica(int i) { return fmt::format("3.S{}", i / kPorSintetica); }
 
 // The database, built once per machine in the temporary directory.
 std::string Database() {
   const std::string path =
-      (std::filesystem::temp_directory_path() / "kvc_balance_bench_v2.db").string();
+      (std::filesystem::temp_directory_path() / "kvc_balance_bench_v3.db").string();
   if (std::filesystem::exists(path)) return path;
   const std::string building = path + ".building";
   std::filesystem::remove(building);
   auto c = kvc::db::Connect("sqlite:" + building);
   kvc::db::CreateSchema(*c);
   c->Begin(kvc::db::Isolation::kReadCommitted);
+  c->Execute(
+      "insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, NIVEL) values "
+      "(1, 1, '3', '3', 'S')",
+      {});
+  for (int i = 0; i < kContas; i += kPorSintetica)
+    c->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
+                           "NIVEL) values (1, 1, '{}', '3', 'S')",
+                           Sintetica(i)),
+               {});
   for (int i = 0; i < kContas; ++i) {
     c->Execute(fmt::format("insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, CONTA_SUPERIORA, "
-                           "NIVEL) values (1, 1, '{}', '3', 'A')",
-                           Conta(i)),
+                           "NIVEL) values (1, 1, '{}', '{}', 'A')",
+                           Conta(i), Sintetica(i)),
                {});
     c->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, '{}', 2023, {})", Conta(i),
                            i % 997),
@@ -99,6 +113,52 @@ void BM_GeneralBalanceOfEveryAccount(benchmark::State& state) {
 }
 BENCHMARK(BM_GeneralBalanceOfEveryAccount)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_PlainBalanceOfEveryAccount)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// BuscaSaldoConta of `conta` at a month that changes with each round (the
+// general variant then loads its sets each time, as a first call does).
+void SaldoDeUmaConta(benchmark::State& state, const std::string& (*conta)(int),
+                     const std::string& nivel, bool geral) {
+  auto raw = kvc::db::Connect("sqlite:" + Database());
+  kvc::db::TracingConnection trace(*raw);
+  kvc::TSimpleHostContext host;
+  kvc::TddmContabilidadeBD dm;
+  dm.AtualizaTAplicacao(host, &trace, 1);
+  dm.SetaSQLConnection();
+  int32_t rodada = 0;
+  size_t statements = 0;
+  for (auto _ : state) {
+    trace.Clear();
+    const int n = rodada++;
+    double saldo = 0;
+    benchmark::DoNotOptimize(dm.BuscaSaldoConta(1, 1, 202412 - n % 6, 0, 0, -1, -1, -1, -1, -1, "",
+                                                "", conta(n), nivel, "", saldo, geral, false, "",
+                                                ""));
+    statements = trace.Statements().size();
+  }
+  state.counters["statements"] = static_cast<double>(statements);
+  state.counters["peak_rss_MiB"] = static_cast<double>(PeakRssKb()) / 1024.0;
+}
+
+// A different analytic account each round, spread over the chart.
+const std::string& Analitica(int n) {
+  static std::string conta;
+  conta = Conta(n * 7919 % kContas);
+  return conta;
+}
+// The synthetic account with 500 analytic accounts beneath it.
+const std::string& SinteticaDe500(int) {
+  static const std::string conta = Sintetica(kPorSintetica);
+  return conta;
+}
+
+void BM_OneAnalyticAccount(benchmark::State& state) {
+  SaldoDeUmaConta(state, Analitica, "A", false);
+}
+void BM_SyntheticOf500AnalyticGeneral(benchmark::State& state) {
+  SaldoDeUmaConta(state, SinteticaDe500, "S", true);
+}
+BENCHMARK(BM_OneAnalyticAccount)->Unit(benchmark::kMicrosecond)->Iterations(2000);
+BENCHMARK(BM_SyntheticOf500AnalyticGeneral)->Unit(benchmark::kMillisecond)->Iterations(12);
 
 }  // namespace
 

@@ -197,11 +197,9 @@ struct BindSlot {
 // any case); a missing one is a DatabaseError naming it and the statement.
 const Value& ParamValue(const BoundParams& params, const std::string& name,
                         const std::string& sql) {
-  const Value* value = nullptr;
-  for (const BoundParam& p : params)
-    if (SameFieldName(p.name, name)) value = &p.value;
-  if (!value) throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
-  return *value;
+  for (auto p = params.rbegin(); p != params.rend(); ++p)
+    if (SameFieldName(p->name, name)) return p->value;
+  throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
 }
 
 // The kind of a value as one letter, for the key of a prepared statement.

@@ -43,6 +43,12 @@ void SQLDataSet::SetCommandText(std::string text) {
   Close();
   text_ = std::move(text);
   Params rebuilt;
+  // Most of the module's texts carry their values as literals: a text
+  // without a colon has no placeholder to look for.
+  if (text_.find(':') == std::string::npos) {
+    params_ = std::move(rebuilt);
+    return;
+  }
   for (const std::string& name : PlaceholderNames(text_)) {
     Param& p = rebuilt.Add(name);
     if (const Param* old = params_.Find(name)) {

@@ -24,11 +24,11 @@ class Sqlite final : public Dialect {
   std::vector<std::string> SessionSetup() const override {
     return {"pragma busy_timeout = 30000", "pragma threads = 2"};
   }
-  // A 16 MiB page cache (the default is 2 MiB) keeps a long posting from
+  // An 8 MiB page cache (the default is 2 MiB) keeps a long posting from
   // spilling pages to the file before its commit. Setting it reads the
   // file's schema, hence not at connect: a file that is not a database is
   // found by the first statement, as before.
-  std::vector<std::string> FirstUseSetup() const override { return {"pragma cache_size = -16384"}; }
+  std::vector<std::string> FirstUseSetup() const override { return {"pragma cache_size = -8192"}; }
   // Transactions are serialisable by nature; they begin immediate, taking
   // the write lock at once (waiting out the busy timeout for another
   // writer), since a deferred transaction that reads before it writes cannot
