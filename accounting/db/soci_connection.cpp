@@ -380,7 +380,10 @@ class SociConnection final : public Connection {
         slots.emplace_back().BindTo(st, ParamValue(params, name, sql));
       }
       st.alloc();
-      st.prepare(text);
+      // Run once and dropped: where the client library tells the two apart
+      // (PostgreSQL), a one-time statement is parsed, bound and run in one
+      // round trip instead of being prepared, run and deallocated in three.
+      st.prepare(text, soci::details::st_one_time_query);
       st.define_and_bind();
       ExecuteAndRead(st, row, rs, affected);
       st.clean_up();
