@@ -420,6 +420,19 @@ TEST_P(ConnectionTest, ABoundOnlyTextAfterATableIsMadeAgainReadsTheNewTable) {
   raw_->Execute("drop table KVC_SHAPE_B", {});
 }
 
+// The embedded engine's settings: large sorts on a second thread from the start,
+// and the 8 MiB page cache once the file has been read (its setting reads
+// the schema, so a file that is not a database is found by the first
+// statement, never at connect).
+TEST_P(ConnectionTest, OnSqliteTheSessionTakesItsPageCacheAndSorterThreads) {
+  if (GetParam() != "sqlite") GTEST_SKIP() << "settings of the embedded database";
+  EXPECT_EQ(raw_->Query("pragma threads", {}).rows.at(0).at(0).AsInteger(), 2);
+  EXPECT_EQ(raw_->Query("pragma cache_size", {}).rows.at(0).at(0).AsInteger(), -8192);
+  // The durable default stays: the rollback journal, synchronised in full.
+  EXPECT_EQ(raw_->Query("pragma journal_mode", {}).rows.at(0).at(0).AsString(), "delete");
+  EXPECT_EQ(raw_->Query("pragma synchronous", {}).rows.at(0).at(0).AsInteger(), 2);
+}
+
 KVC_INSTANTIATE_BACKENDS(ConnectionTest);
 
 TEST(Placeholders, FindsNamesOutsideQuotesAndComments) {
