@@ -386,6 +386,12 @@ Session::~Session() {
 }
 
 void Session::RefreshStatistics() {
+  // The entries are committed: an interruption now reports them written.
+  struct Untouched {
+    SignalSafeConnection& c;
+    ~Untouched() { c.SetBooksUntouched(false); }
+  } untouched{*signal_safe_};
+  signal_safe_->SetBooksUntouched(true);
   for (const std::string& statement : traced_->dialect().StatisticsRefresh()) {
     try {
       traced_->Execute(statement, {});

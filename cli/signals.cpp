@@ -110,7 +110,7 @@ void CommitSignalGuard::Committed(WriteState after_commit) {
 CommitSignalGuard::~CommitSignalGuard() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
 
 long long SignalSafeConnection::Execute(const std::string& sql, const db::BoundParams& params) {
-  if (inner_.InTransaction()) return inner_.Execute(sql, params);
+  if (inner_.InTransaction() || books_untouched_) return inner_.Execute(sql, params);
   // Outside a transaction the statement commits by itself.
   CommitSignalGuard guard;
   const long long rows = inner_.Execute(sql, params);

@@ -83,9 +83,15 @@ class SignalSafeConnection : public db::Connection {
   // the module answers a refused commit with false only.
   const std::string& LastCommitError() const { return commit_error_; }
 
+  // While on, statements outside a transaction write nothing of the books
+  // (the planner statistics after a posting): they neither hold the signals
+  // off nor change what an interruption reports.
+  void SetBooksUntouched(bool on) { books_untouched_ = on; }
+
  private:
   db::Connection& inner_;
   std::string commit_error_;
+  bool books_untouched_ = false;
 };
 
 }  // namespace kvc::cli

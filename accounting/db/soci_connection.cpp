@@ -202,6 +202,48 @@ const Value& ParamValue(const BoundParams& params, const std::string& name,
   throw DatabaseError("no value for parameter :" + name + " in: " + sql, sql);
 }
 
+// Whether `sql` is an SQLite pragma: a setting of the session, such as the
+// busy timeout a caller sets after connecting, which must take effect before
+// the first statement that reads the file (the first use).
+bool IsPragma(std::string_view sql) {
+  const size_t start = sql.find_first_not_of(" \t\r\n");
+  return start != std::string_view::npos && SameFieldName(sql.substr(start, 6), "pragma") &&
+         (sql.size() == start + 6 || std::isspace(static_cast<unsigned char>(sql[start + 6])));
+}
+
+// Whether `sql`, a select, insert, update or delete (or a with query), holds
+// a second statement: a ';' outside quoted text, quoted identifiers and
+// comments, with more than blanks after it. Some servers and drivers would
+// run both (a host's filter ending "; delete from ..."). Definitions are left
+// alone: a trigger's body holds its own ';'.
+bool HoldsSecondStatement(std::string_view sql) {
+  const size_t start = sql.find_first_not_of(" \t\r\n(");
+  if (start == std::string_view::npos) return false;
+  const std::string_view first = sql.substr(start, sql.find_first_of(" \t\r\n(", start) - start);
+  if (!SameFieldName(first, "select") && !SameFieldName(first, "insert") &&
+      !SameFieldName(first, "update") && !SameFieldName(first, "delete") &&
+      !SameFieldName(first, "with"))
+    return false;
+  for (size_t i = start; i < sql.size(); ++i) {
+    const char c = sql[i];
+    if (c == '\'' || c == '"') {
+      const size_t end = sql.find(c, i + 1);  // a doubled quote reopens at once
+      if (end == std::string_view::npos) return false;
+      i = end;
+    } else if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
+      i = sql.find('\n', i);
+      if (i == std::string_view::npos) return false;
+    } else if (c == '/' && i + 1 < sql.size() && sql[i + 1] == '*') {
+      i = sql.find("*/", i + 2);
+      if (i == std::string_view::npos) return false;
+      ++i;
+    } else if (c == ';') {
+      return sql.find_first_not_of(" \t\r\n;", i) != std::string_view::npos;
+    }
+  }
+  return false;
+}
+
 // The kind of a value as one letter, for the key of a prepared statement.
 char KindLetter(const Value& value) {
   if (value.IsNull()) return 'n';
@@ -242,9 +284,9 @@ class SociConnection final : public Connection {
     for (const std::string& setting : dialect_->SessionSetup()) Run(setting, {}, nullptr);
     first_use_done_ = false;
     // On the embedded engine statements are prepared once per shape (see
-    // statement_shape.h). On a server only texts without literals are kept
-    // prepared, by their text: binding a literal would leave the server to
-    // guess its type. The variable turns both off, to compare or to rule
+    // statement_shape.h). On a server only texts whose values are all bound
+    // are kept prepared, by their text: binding a literal would leave the
+    // server to guess its type. The variable turns both off, to compare or to rule
     // them out.
     const char* off = std::getenv("KVC_NO_STATEMENT_CACHE");
     reuse_bound_only_ = !(off && *off && std::string_view(off) != "0");
@@ -339,11 +381,14 @@ class SociConnection final : public Connection {
  private:
   void Run(const std::string& sql, const BoundParams& params, ResultSet* rs,
            long long* affected = nullptr) {
-    if (!first_use_done_) FirstUse();
+    if (HoldsSecondStatement(sql))
+      throw DatabaseError("a statement text holds a second statement after a ';': " + sql, sql);
+    if (!first_use_done_ && !IsPragma(sql)) FirstUse();
     if (reuse_bound_only_) {
-      // A text without literals (every value bound, as in the service
-      // libraries' own statements) comes again unchanged: its shape is kept
-      // by its text and not scanned again.
+      // A text with no literal to take out (every value bound, as in the
+      // service libraries' own statements; literals the scanner keeps as
+      // written aside) comes again unchanged: its shape is kept by its text
+      // and not scanned again.
       if (auto known = bound_only_shapes_.find(sql); known != bound_only_shapes_.end()) {
         RunShape(known->second, sql, params, rs, affected);
         return;
@@ -383,7 +428,11 @@ class SociConnection final : public Connection {
       // Run once and dropped: where the client library tells the two apart
       // (PostgreSQL), a one-time statement is parsed, bound and run in one
       // round trip instead of being prepared, run and deallocated in three.
-      st.prepare(text, soci::details::st_one_time_query);
+      // Not a text with a ';': a one-time statement without values goes
+      // by the protocol that runs several statements in one text, which a
+      // prepared one refuses.
+      st.prepare(text, text.find(';') == std::string::npos ? soci::details::st_one_time_query
+                                                           : soci::details::st_repeatable_query);
       st.define_and_bind();
       ExecuteAndRead(st, row, rs, affected);
       st.clean_up();
@@ -462,8 +511,10 @@ class SociConnection final : public Connection {
     }
   }
 
-  // The dialect's settings that read the database, once; a failure is the
-  // failure of the statement or transaction that wanted them.
+  // The dialect's settings that read the database, once, before the first
+  // statement that is not itself a setting, or the first transaction; a
+  // failure is the failure of that statement or transaction, and the
+  // settings are not tried again (the connection works on without them).
   void FirstUse() {
     first_use_done_ = true;
     for (const std::string& setting : dialect_->FirstUseSetup()) Run(setting, {}, nullptr);
@@ -625,7 +676,7 @@ class SociConnection final : public Connection {
   bool reuse_bound_only_ = false;
   bool first_use_done_ = false;
   std::unordered_map<std::string, std::unique_ptr<PreparedShape>> prepared_;
-  // The shapes of texts without literals, by text.
+  // The shapes of texts with no literal to take out, by text.
   std::unordered_map<std::string, StatementShape> bound_only_shapes_;
   std::string key_buffer_;
   std::vector<Value> values_buffer_;

@@ -1,6 +1,8 @@
 // The stand-alone accounting-integration library: the structure-version check
 // against the version that the schema stores in the database, and the
 // summarised balances kept in INT_SALDO_SUMARIZADO.
+#include <cmath>
+
 #include "accounting/db/error.h"
 #include "accounting/db/sql_format.h"
 #include "accounting/services/service_libraries.h"
@@ -65,6 +67,11 @@ class IntegracaoContabil01 final : public IIntegracaoContabil01 {
                                    const std::string& texto6, int32_t i1, int32_t i2, int32_t i3,
                                    int32_t i4, int32_t i5, int32_t i6, int32_t i7, int32_t i8,
                                    double valor, int32_t) override {
+    // An amount that is no number fails as its literal failed when the
+    // amount was written into the text; bound, it would be read as zero.
+    if (!std::isfinite(valor))
+      throw db::DatabaseError("the summarised balance's amount is not a finite number",
+                              kUpdateSaldo);
     double signed_value;
     if (texto2 == "I")
       signed_value = valor;

@@ -420,6 +420,26 @@ TEST_P(ConnectionTest, ABoundOnlyTextAfterATableIsMadeAgainReadsTheNewTable) {
   raw_->Execute("drop table KVC_SHAPE_B", {});
 }
 
+// A text that holds a second statement after a ';' (a host's filter, say)
+// is refused whole, on every server: PostgreSQL through ODBC, or as a
+// one-time statement without values, would run both. A ';' in quoted text
+// or a comment, or one that ends the text, is no second statement.
+TEST_P(ConnectionTest, ASecondStatementAfterASemicolonIsRefusedWhole) {
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, 'A;', 2023, 1)", {});
+  EXPECT_THROW(raw_->Execute("update CTB_SALDO_ANTERIOR set SALDO = 2 where ANO = 1900; "
+                             "delete from CTB_SALDO_ANTERIOR",
+                             {}),
+               db::DatabaseError);
+  EXPECT_THROW(raw_->Query("select CONTA from CTB_SALDO_ANTERIOR where CONTA = 'A;' ;"
+                           "delete from CTB_SALDO_ANTERIOR",
+                           {}),
+               db::DatabaseError);
+  EXPECT_EQ(CountRows(*raw_, "CTB_SALDO_ANTERIOR"), 1);
+  EXPECT_EQ(raw_->Query("select CONTA from CTB_SALDO_ANTERIOR where CONTA = 'A;' /* ; */", {})
+                .rows.size(),
+            1u);
+}
+
 // The embedded engine's settings: large sorts on a second thread from the start,
 // and the 8 MiB page cache once the file has been read (its setting reads
 // the schema, so a file that is not a database is found by the first

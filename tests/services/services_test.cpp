@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cmath>
 #include <iostream>
 
 #include "accounting/db/dialect.h"
@@ -135,7 +136,10 @@ TEST_P(ServicesTest, SummarisedBalanceAddsAndSubtracts) {
 // prepared statement serves every call.
 TEST_P(ServicesTest, SummarisedBalanceAndNumberingSendTheirValuesBound) {
   Bind();
-  const std::string anterior = std::setlocale(LC_ALL, nullptr);
+  struct Locale {
+    std::string anterior = std::setlocale(LC_ALL, nullptr);
+    ~Locale() { std::setlocale(LC_ALL, anterior.c_str()); }
+  } locale;
   const bool virgula = std::setlocale(LC_ALL, "pt_BR.UTF-8") != nullptr;
   trace_->Clear();
   ASSERT_TRUE(dm_->IniciaTransacao());
@@ -145,7 +149,6 @@ TEST_P(ServicesTest, SummarisedBalanceAndNumberingSendTheirValuesBound) {
                                            -1, -1, -1, -1, 0.25));
   const int32_t numero = dm_->PegaNovoLancamento("1", "1", "202405");
   ASSERT_TRUE(dm_->ComitaTransacao());
-  std::setlocale(LC_ALL, anterior.c_str());
   if (!virgula) std::cerr << "pt_BR.UTF-8 not installed: checked under the C locale\n";
 
   std::vector<std::string> textos;
@@ -183,6 +186,17 @@ TEST_P(ServicesTest, SummarisedBalanceAndNumberingSendTheirValuesBound) {
       Scalar(*raw_, "select SALDO from INT_SALDO_SUMARIZADO where TIPO_SALDO = 'L'").AsFloat(),
       1234.25);
   EXPECT_EQ(numero, 1);
+}
+
+// An amount that is no number fails the update and writes nothing (bound
+// as text it would have been read as zero, or stored as the text).
+TEST_P(ServicesTest, SummarisedBalanceOfAnAmountThatIsNoNumberFails) {
+  Bind();
+  for (const double valor : {std::nan(""), HUGE_VAL, -HUGE_VAL})
+    EXPECT_THROW((void)dm_->AtualizaSaldoSumarizado(*trace_, "L", "I", "", "", "1101", "D", 1, 1,
+                                                    202405, -1, -1, -1, -1, -1, valor),
+                 db::DatabaseError);
+  EXPECT_EQ(CountRows(*raw_, "INT_SALDO_SUMARIZADO"), 0);
 }
 
 TEST_P(ServicesTest, SummarisedBalanceRefusesUnknownKind) {
