@@ -180,6 +180,25 @@ TEST_F(SignalsTest, AStatementOutsideATransactionCountsAsCommitted) {
   EXPECT_EQ(r.rows, Rows{3});
 }
 
+// The planner-statistics refresh after a posting writes nothing of the
+// books: an interruption during it reports the posting committed and kept,
+// not "the rest was not written".
+TEST_F(SignalsTest, AnInterruptionDuringTheStatisticsRefreshReportsThePostingKept) {
+  const ChildResult r = InChild([](db::Connection& c) {
+    SignalSafeConnection safe(c);
+    safe.Begin(db::Isolation::kReadCommitted);
+    safe.Execute("insert into T values (4)", {});
+    safe.Commit();
+    safe.SetBooksUntouched(true);
+    safe.Execute("analyze T", {});
+    kill(getpid(), SIGINT);
+  });
+  EXPECT_EQ(r.exit_code, 130);
+  EXPECT_EQ(r.err,
+            "kvctb: interrupted (SIGINT) after the changes were committed; they were kept\n");
+  EXPECT_EQ(r.rows, Rows{4});
+}
+
 TEST_F(SignalsTest, TheGuardRestoresTheSignalMask) {
   sigset_t before, inside, after;
   pthread_sigmask(SIG_SETMASK, nullptr, &before);
