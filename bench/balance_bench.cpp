@@ -11,6 +11,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <string>
 
@@ -79,13 +80,23 @@ std::string Database() {
   return path;
 }
 
-void BalanceOfEveryAccount(benchmark::State& state, bool geral) {
-  auto raw = kvc::db::Connect("sqlite:" + Database());
-  kvc::db::TracingConnection trace(*raw);
+// The data module bound to the benchmark's database, as a host binds it,
+// behind a trace that counts the statements.
+struct Modulo {
+  Modulo() : raw(kvc::db::Connect("sqlite:" + Database())), trace(*raw) {
+    dm.AtualizaTAplicacao(host, &trace, 1);
+    dm.SetaSQLConnection();
+  }
+  std::unique_ptr<kvc::db::Connection> raw;
+  kvc::db::TracingConnection trace;
   kvc::TSimpleHostContext host;
   kvc::TddmContabilidadeBD dm;
-  dm.AtualizaTAplicacao(host, &trace, 1);
-  dm.SetaSQLConnection();
+};
+
+void BalanceOfEveryAccount(benchmark::State& state, bool geral) {
+  Modulo m;
+  kvc::db::TracingConnection& trace = m.trace;
+  kvc::TddmContabilidadeBD& dm = m.dm;
   size_t statements = 0;
   double total = 0;
   int32_t rodada = 0;
@@ -118,12 +129,9 @@ BENCHMARK(BM_PlainBalanceOfEveryAccount)->Unit(benchmark::kMillisecond)->Iterati
 // general variant then loads its sets each time, as a first call does).
 void SaldoDeUmaConta(benchmark::State& state, const std::string& (*conta)(int),
                      const std::string& nivel, bool geral) {
-  auto raw = kvc::db::Connect("sqlite:" + Database());
-  kvc::db::TracingConnection trace(*raw);
-  kvc::TSimpleHostContext host;
-  kvc::TddmContabilidadeBD dm;
-  dm.AtualizaTAplicacao(host, &trace, 1);
-  dm.SetaSQLConnection();
+  Modulo m;
+  kvc::db::TracingConnection& trace = m.trace;
+  kvc::TddmContabilidadeBD& dm = m.dm;
   int32_t rodada = 0;
   size_t statements = 0;
   for (auto _ : state) {
