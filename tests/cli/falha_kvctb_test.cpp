@@ -239,10 +239,7 @@ class FalhaKvctbServidorTest : public ::testing::TestWithParam<std::string> {
       // library's own parameters.
       const std::string base = t.url;
       const std::string schema = "kvctb_falha_" + id;
-      const std::string url = "postgresql://host=" + t.host +
-                              (t.port.empty() ? "" : " port=" + t.port) + " dbname=" + t.dbname +
-                              " user=" + t.user + " password=" + t.password +
-                              " options='-csearch_path=" + schema + "'";
+      const std::string url = kvc::testing::SchemaUrl(t, schema);
       limpa_ = [base, schema] {
         db::Connect(base)->Execute("drop schema if exists " + schema + " cascade", {});
       };

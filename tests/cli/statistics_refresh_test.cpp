@@ -51,9 +51,7 @@ class StatisticsRefreshTest : public ::testing::TestWithParam<std::string> {
       }
       const std::string schema = "kvctb_estatisticas_" + id;
       base_ = t.url;
-      url_ = "postgresql://host=" + t.host + (t.port.empty() ? "" : " port=" + t.port) +
-             " dbname=" + t.dbname + " user=" + t.user + " password=" + t.password +
-             " options='-csearch_path=" + schema + "'";
+      url_ = kvc::testing::SchemaUrl(t, schema);
       limpa_ = [base = base_, schema] {
         db::Connect(base)->Execute("drop schema if exists " + schema + " cascade", {});
       };

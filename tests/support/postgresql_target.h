@@ -37,6 +37,14 @@ inline bool ParsePostgresqlTarget(PostgresqlTarget& t) {
   return true;
 }
 
+// The server of `t` as a client-library connection string whose statements
+// work in `schema` (a test process's own), for kvctb's --db.
+inline std::string SchemaUrl(const PostgresqlTarget& t, const std::string& schema) {
+  return "postgresql://host=" + t.host + (t.port.empty() ? "" : " port=" + t.port) +
+         " dbname=" + t.dbname + " user=" + t.user + " password=" + t.password +
+         " options='-csearch_path=" + schema + "'";
+}
+
 }  // namespace kvc::testing
 
 #endif  // KVC_TESTS_SUPPORT_POSTGRESQL_TARGET_H_
