@@ -30,7 +30,10 @@ std::string QuotedAsIs(std::string_view text) {
   return out;
 }
 
-std::string Integer(int64_t value) { return fmt::format("{}", value); }
+std::string Integer(int64_t value) {
+  char buf[24];
+  return std::string(buf, std::to_chars(buf, buf + sizeof buf, value).ptr);
+}
 
 std::string Amount(double value) {
   if (!std::isfinite(value)) return DefaultDouble(value);
@@ -44,8 +47,24 @@ std::string Amount(double value) {
                       : hundredths;
   double rounded = std::round(nudged);
   if (rounded == 0.0) return "0.00";
-  // {:.2f} of a whole number of hundredths divided by 100 prints it exactly.
-  return fmt::format("{:.2f}", rounded / 100.0);
+  if (std::fabs(rounded) >= 1e15) {
+    // {:.2f} of a whole number of hundredths divided by 100 prints it exactly.
+    return fmt::format("{:.2f}", rounded / 100.0);
+  }
+  // Below 1e15 the hundredths are an exact integer: written as units, a
+  // point and two digits, the text {:.2f} gives, without a float conversion
+  // (an amount of every entry a posting writes).
+  const auto whole = static_cast<int64_t>(rounded);
+  const uint64_t magnitude = static_cast<uint64_t>(whole < 0 ? -whole : whole);
+  char buf[32];
+  char* p = buf;
+  if (whole < 0) *p++ = '-';
+  p = std::to_chars(p, buf + sizeof buf, magnitude / 100).ptr;
+  const auto cents = static_cast<unsigned>(magnitude % 100);
+  *p++ = '.';
+  *p++ = static_cast<char>('0' + cents / 10);
+  *p++ = static_cast<char>('0' + cents % 10);
+  return std::string(buf, p);
 }
 
 std::string DefaultDouble(double value) {

@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cstdint>
+#include <random>
+
+#include <fmt/format.h>
 
 #include "accounting/db/sql_format.h"
 
@@ -43,6 +47,26 @@ TEST(SqlFormat, AmountRoundsHalvesAwayFromZero) {
   EXPECT_EQ(Amount(0.125), "0.13");
   EXPECT_EQ(Amount(1.005), "1.01");
   EXPECT_EQ(Amount(-0.125), "-0.13");
+}
+
+// Every whole number of hundredths, from cents to the largest amounts a
+// numeric(15,2) column and beyond hold, is written as two-decimal formatting
+// writes it, and integers as their decimal digits.
+TEST(SqlFormat, AmountAndIntegerWriteWhatDecimalFormattingWrites) {
+  std::mt19937_64 rng(7);
+  for (int i = 0; i < 200000; ++i) {
+    const int64_t limit = int64_t{1} << (rng() % 47 + 1);
+    const auto hundredths = static_cast<int64_t>(rng() % limit) * (rng() % 2 ? 1 : -1);
+    const double value = static_cast<double>(hundredths) / 100.0;
+    ASSERT_EQ(Amount(value), hundredths == 0 ? "0.00" : fmt::format("{:.2f}", value)) << hundredths;
+    const auto integer = static_cast<int64_t>(rng());
+    ASSERT_EQ(Integer(integer), fmt::format("{}", integer));
+  }
+  EXPECT_EQ(Amount(9999999999999.99), "9999999999999.99");
+  EXPECT_EQ(Amount(-9999999999999.99), "-9999999999999.99");
+  EXPECT_EQ(Amount(0.01), "0.01");
+  EXPECT_EQ(Amount(-0.05), "-0.05");
+  EXPECT_EQ(Integer(INT64_MIN), "-9223372036854775808");
 }
 
 TEST(SqlFormat, NegativeZeroAmountIsPlainZero) {
