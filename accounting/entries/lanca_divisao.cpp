@@ -3,6 +3,7 @@
 // balances are told, and one division row carries the whole amount.
 #include <stdexcept>
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include "accounting/db/error.h"
@@ -63,10 +64,13 @@ bool TddmContabilidadeBD::LancaDivisao(const std::string& empresa, const std::st
     texto_centro_custo = codigoDivisao;
   }
 
+  // The texts of steps 2 and 7, built for every entry of a posting, are
+  // compiled with their names.
+  using namespace fmt::literals;
   sdsConsultaLoc1.Close();  // 2
-  sdsConsultaLoc1.SetCommandText(fmt::format(kSelectContaDivisao, fmt::arg("empresa", empresa),
-                                             fmt::arg("revenda", revenda),
-                                             fmt::arg("conta", sql::Quoted(conta))));
+  sdsConsultaLoc1.SetCommandText(fmt::format(FMT_COMPILE(kSelectContaDivisao),
+                                             "empresa"_a = empresa, "revenda"_a = revenda,
+                                             "conta"_a = sql::Quoted(conta)));
   sdsConsultaLoc1.Open();
   // An account that does not exist reads as level 0 with no flag.
   const int64_t nivel = sdsConsultaLoc1.FieldByName("NIVEL_DIVISAO").AsInteger();
@@ -110,13 +114,13 @@ bool TddmContabilidadeBD::LancaDivisao(const std::string& empresa, const std::st
 
   ++contador_divisao_;  // 7
   sdsExecutaSQL.Close();
-  sdsExecutaSQL.SetCommandText(fmt::format(
-      kInsertDivisao, fmt::arg("sequencia", sql::Integer(contador_divisao_)),
-      fmt::arg("empresa", empresa), fmt::arg("revenda", revenda), fmt::arg("ano_mes", anoMes),
-      fmt::arg("lancamento", lancamento), fmt::arg("centro_custo", texto_centro_custo),
-      fmt::arg("revenda_divisao", textoDivisao),
-      fmt::arg("revenda_origem", sql::Integer(aplicacao_->RevendaAplicacao)),
-      fmt::arg("valor", sql::Amount(valor))));
+  sdsExecutaSQL.SetCommandText(
+      fmt::format(FMT_COMPILE(kInsertDivisao), "sequencia"_a = sql::Integer(contador_divisao_),
+                  "empresa"_a = empresa, "revenda"_a = revenda, "ano_mes"_a = anoMes,
+                  "lancamento"_a = lancamento, "centro_custo"_a = texto_centro_custo,
+                  "revenda_divisao"_a = textoDivisao,
+                  "revenda_origem"_a = sql::Integer(aplicacao_->RevendaAplicacao),
+                  "valor"_a = sql::Amount(valor)));
   try {
     sdsExecutaSQL.ExecSQL();
   } catch (const std::exception&) {
