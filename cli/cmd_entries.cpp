@@ -320,6 +320,7 @@ int RunPost(const RunContext& ctx, const PostOptions& o, bool erp) {
   const size_t total = records.Records();
   size_t posted = 0;
   if (total >= kProgressFrom) session.Progress().Counted(0, total, "records");
+  session.PrepareLongWrite();
   db::TransactionGuard transaction = BeginTransaction(dm);
   records.ForEach([&](const NumberedRecord& r) {
     try {

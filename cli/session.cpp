@@ -77,6 +77,22 @@ std::function<void(db::TracingConnection&)>& SessionTraceObserver() {
   return observer;
 }
 
+// While alive, the statements run outside a transaction are settings or
+// planner statistics, which write nothing of the books: they neither hold
+// the signals off nor change what an interruption reports.
+class BooksUntouched {
+ public:
+  explicit BooksUntouched(SignalSafeConnection& connection) : connection_(connection) {
+    connection_.SetBooksUntouched(true);
+  }
+  ~BooksUntouched() { connection_.SetBooksUntouched(false); }
+  BooksUntouched(const BooksUntouched&) = delete;
+  BooksUntouched& operator=(const BooksUntouched&) = delete;
+
+ private:
+  SignalSafeConnection& connection_;
+};
+
 }  // namespace
 
 void GlobalOptions::Check() {
@@ -387,11 +403,7 @@ Session::~Session() {
 
 void Session::RefreshStatistics() {
   // The entries are committed: an interruption now reports them written.
-  struct Untouched {
-    SignalSafeConnection& c;
-    ~Untouched() { c.SetBooksUntouched(false); }
-  } untouched{*signal_safe_};
-  signal_safe_->SetBooksUntouched(true);
+  const BooksUntouched untouched(*signal_safe_);
   for (const std::string& statement : traced_->dialect().StatisticsRefresh()) {
     try {
       traced_->Execute(statement, {});
@@ -403,6 +415,12 @@ void Session::RefreshStatistics() {
       return;
     }
   }
+}
+
+void Session::PrepareLongWrite() {
+  const BooksUntouched untouched(*signal_safe_);
+  for (const std::string& statement : traced_->dialect().LongWriteSetup())
+    traced_->Execute(statement, {});
 }
 
 std::optional<std::string> Session::AccountLevel(const std::string& conta) {

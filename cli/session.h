@@ -116,6 +116,12 @@ class Session {
   // committed by then: a refusal is a warning on standard error, not a
   // failure of the command.
   void RefreshStatistics();
+  // Settings of the server for the long write transaction about to begin
+  // (the dialect's LongWriteSetup; the constructor has used the connection
+  // by then, so the connection's first-use settings cannot undo them). They
+  // write nothing of the books; a refusal fails the command before it
+  // writes anything.
+  void PrepareLongWrite();
 
   // The level ("A" or "S") of an account of the chart, or nullopt.
   std::optional<std::string> AccountLevel(const std::string& conta);

@@ -84,8 +84,8 @@ class SignalSafeConnection : public db::Connection {
   const std::string& LastCommitError() const { return commit_error_; }
 
   // While on, statements outside a transaction write nothing of the books
-  // (the planner statistics after a posting): they neither hold the signals
-  // off nor change what an interruption reports.
+  // (settings, the planner statistics after a posting): they neither hold
+  // the signals off nor change what an interruption reports.
   void SetBooksUntouched(bool on) { books_untouched_ = on; }
 
  private:

@@ -71,6 +71,10 @@ class KVC_API Dialect {
   // statistics are fixed (SQLite's come with the schema) or the server keeps
   // them itself.
   virtual std::vector<std::string> StatisticsRefresh() const { return {}; }
+  // Settings for one long write transaction (a posting of a whole file),
+  // run after the connection's first use and before the transaction: none
+  // where the server manages its own memory.
+  virtual std::vector<std::string> LongWriteSetup() const { return {}; }
   // How a transaction begins: by the client library's begin, followed by
   // IsolationStatement() when there is one; or, when BeginStatement() is not
   // empty, by that statement alone.

@@ -29,6 +29,15 @@ class Sqlite final : public Dialect {
   // file's schema, hence not at connect: a file that is not a database is
   // found by the first statement, as before.
   std::vector<std::string> FirstUseSetup() const override { return {"pragma cache_size = -8192"}; }
+  // A posting of a whole file takes a 24 MiB page cache. With 8 MiB, a
+  // million records (a 470 MB file) spill dirty pages before the commit,
+  // each spill syncing the journal, and read evicted pages again: 9.4 s of
+  // system time in 61 s, against 3.2 s in 56.5 s, for a peak of 40 MB
+  // instead of 19 MB. Only there: the grouped reads of the closings sort
+  // in runs as large as the page cache and are slower with larger runs.
+  std::vector<std::string> LongWriteSetup() const override {
+    return {"pragma cache_size = -24576"};
+  }
   // Transactions are serialisable by nature; they begin immediate, taking
   // the write lock at once (waiting out the busy timeout for another
   // writer), since a deferred transaction that reads before it writes cannot
