@@ -51,8 +51,7 @@ class Books {
     const std::string path = t.directory + "/kvctb_books_" + std::to_string(getpid()) + "_" +
                              std::to_string(++serial) + ".fdb";
     location_ = t.host + ":" + path;
-    user_ = t.user;
-    password_ = t.password;
+    target_ = t;
     Drop();
     url_ = "firebird://" + t.user + ":" + t.password + "@" + t.host + "/" + path;
     LoadSmallBooks(url_, dir_);
@@ -84,18 +83,14 @@ class Books {
 
  private:
   void Drop() {
-    if (location_.empty()) return;
-    try {
-      db::DropFirebirdDatabase(location_, user_, password_);
-    } catch (const std::exception&) {
-      // Not there.
-    }
+    if (!location_.empty()) kvc::testing::DropFirebirdDatabaseIfThere(location_, target_);
   }
 
   std::string dir_;
   std::string url_;
   std::string file_;
-  std::string location_, user_, password_;
+  std::string location_;
+  kvc::testing::FirebirdTarget target_;
 };
 
 class BooksStayWholeTest : public ::testing::TestWithParam<std::string> {

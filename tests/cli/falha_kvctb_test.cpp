@@ -256,13 +256,7 @@ class FalhaKvctbServidorTest : public ::testing::TestWithParam<std::string> {
       kvc::testing::ShutdownFirebirdClientAtExit();
       const std::string path = t.directory + "/kvctb_falha_" + id + ".fdb";
       const std::string location = t.host + ":" + path;
-      limpa_ = [location, t] {
-        try {
-          db::DropFirebirdDatabase(location, t.user, t.password);
-        } catch (const std::exception&) {
-          // Not there yet.
-        }
-      };
+      limpa_ = [location, t] { kvc::testing::DropFirebirdDatabaseIfThere(location, t); };
       fonte_ = std::make_unique<Servidor>(
           "firebird://" + t.user + ":" + t.password + "@" + t.host + "/" + path,
           [location, t, this] {

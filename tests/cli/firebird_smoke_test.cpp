@@ -24,10 +24,7 @@ TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
   kvc::testing::ShutdownFirebirdClientAtExit();
   const std::string path = t.directory + "/kvctb_smoke_" + std::to_string(getpid()) + ".fdb";
   const std::string location = t.host + ":" + path;
-  try {
-    db::DropFirebirdDatabase(location, t.user, t.password);
-  } catch (...) {
-  }
+  kvc::testing::DropFirebirdDatabaseIfThere(location, t);
   // init creates the database file, as it creates an SQLite file.
   const std::string url = "firebird://" + t.user + "@" + t.host + "/" + path;
   const std::string dir = NewDirectory("firebird_smoke");
@@ -76,10 +73,7 @@ TEST(FirebirdSmokeTest, MainCommandsAnswerAsOnSqlite) {
     const RunResult l = lite(c);
     EXPECT_EQ(f.out, l.out) << shown;
   }
-  try {
-    db::DropFirebirdDatabase(location, t.user, t.password);
-  } catch (...) {
-  }
+  kvc::testing::DropFirebirdDatabaseIfThere(location, t);
 }
 
 }  // namespace

@@ -67,13 +67,7 @@ class StatisticsRefreshTest : public ::testing::TestWithParam<std::string> {
       kvc::testing::ShutdownFirebirdClientAtExit();
       const std::string path = t.directory + "/kvctb_estatisticas_" + id + ".fdb";
       const std::string location = t.host + ":" + path;
-      limpa_ = [location, t] {
-        try {
-          db::DropFirebirdDatabase(location, t.user, t.password);
-        } catch (const std::exception&) {
-          // Not there yet.
-        }
-      };
+      limpa_ = [location, t] { kvc::testing::DropFirebirdDatabaseIfThere(location, t); };
       limpa_();
       url_ = "firebird://" + t.user + ":" + t.password + "@" + t.host + "/" + path;
     }

@@ -5,6 +5,7 @@
 #define KVC_TESTS_SUPPORT_FIREBIRD_TARGET_H_
 
 #include <cstdlib>
+#include <exception>
 #include <string>
 
 #include "accounting/db/backends/backend_hooks.h"
@@ -29,6 +30,17 @@ inline bool ParseFirebirdTarget(FirebirdTarget& t) {
   t.host = alvo.substr(at + 1, host_colon - at - 1);
   t.directory = alvo.substr(host_colon + 1);
   return true;
+}
+
+// Drops the database at `location` ("HOST:/path") of the target's server
+// when it is there: a test's own database, left by an earlier run that was
+// killed, or done with. A database that is not there is no error.
+inline void DropFirebirdDatabaseIfThere(const std::string& location, const FirebirdTarget& t) {
+  try {
+    db::DropFirebirdDatabase(location, t.user, t.password);
+  } catch (const std::exception&) {
+    // Not there.
+  }
 }
 
 // Stops the Firebird client library's threads when the test process ends,

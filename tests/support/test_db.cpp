@@ -45,10 +45,7 @@ class FirebirdDatabase {
   explicit FirebirdDatabase(const FirebirdTarget& t) : target_(t) {
     path_ = t.directory + "/kvc_test_" + std::to_string(getpid()) + ".fdb";
     location_ = t.host + ":" + path_;
-    try {
-      db::DropFirebirdDatabase(location_, t.user, t.password);
-    } catch (...) {
-    }
+    DropFirebirdDatabaseIfThere(location_, t);
     db::CreateFirebirdDatabase(location_, t.user, t.password);
     auto c = Open();
     db::CreateSchema(*c);
@@ -58,10 +55,7 @@ class FirebirdDatabase {
   // Drops the database and stops the client's threads before the process
   // (and the leak checker, in sanitizer builds) winds down.
   void Drop() {
-    try {
-      db::DropFirebirdDatabase(location_, target_.user, target_.password);
-    } catch (...) {
-    }
+    DropFirebirdDatabaseIfThere(location_, target_);
     db::ShutdownFirebirdClient();
   }
 
