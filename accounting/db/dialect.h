@@ -98,6 +98,12 @@ class KVC_API Dialect {
   // True when the server pads or stores text so that values read back need
   // their trailing blanks removed (fixed-width character types).
   virtual bool TrimsReadText() const { return false; }
+  // True when statements whose literals differ are run through one prepared
+  // statement per shape, the literals bound (statement_shape.h): where the
+  // compile or its round trips cost more than the statement. On a server
+  // the parameters are typed from their context, and the literals a type
+  // could change are kept.
+  virtual bool BindsLiterals() const { return IsEmbedded(); }
 };
 
 // The dialect object of a server kind (static storage, never null).

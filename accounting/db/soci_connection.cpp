@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <unordered_map>
+#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -287,14 +288,17 @@ class SociConnection final : public Connection {
     first_use_done_ = true;  // the session's own settings come before the first use
     for (const std::string& setting : dialect_->SessionSetup()) Run(setting, {}, nullptr);
     first_use_done_ = false;
-    // On the embedded engine statements are prepared once per shape (see
-    // statement_shape.h). On a server only texts whose values are all bound
-    // are kept prepared, by their text: binding a literal would leave the
-    // server to guess its type. The variable turns both off, to compare or to rule
+    // Where the dialect binds literals (the embedded engine; Firebird,
+    // whose client prepares, describes and frees a statement in round trips
+    // of their own) statements are prepared once per shape (see
+    // statement_shape.h). On the other servers only texts whose values are
+    // all bound are kept prepared, by their text: a statement run once goes
+    // in one round trip there, and a bound literal would leave the server to
+    // guess its type. The variable turns both off, to compare or to rule
     // them out.
     const char* off = std::getenv("KVC_NO_STATEMENT_CACHE");
     reuse_bound_only_ = !(off && *off && std::string_view(off) != "0");
-    reuse_shapes_ = reuse_bound_only_ && dialect_->IsEmbedded();
+    reuse_shapes_ = reuse_bound_only_ && dialect_->BindsLiterals();
     if (dialect_->HasImplicitTransaction()) {
       try {
         CheckFirebirdTransactionHandle(session_);
@@ -397,7 +401,7 @@ class SociConnection final : public Connection {
         RunShape(known->second, sql, params, rs, affected);
         return;
       }
-      if (std::optional<StatementShape> shape = ShapeStatement(sql)) {
+      if (std::optional<StatementShape> shape = ShapeStatement(sql, !dialect_->IsEmbedded())) {
         if (std::all_of(shape->slots.begin(), shape->slots.end(), [](const ShapeSlot& slot) {
               return slot.kind == ShapeSlot::Kind::kPlaceholder;
             })) {
@@ -406,9 +410,27 @@ class SociConnection final : public Connection {
                    rs, affected);
           return;
         }
-        if (reuse_shapes_) {
+        if (reuse_shapes_ && dialect_->IsEmbedded()) {
           RunShape(*shape, sql, params, rs, affected);
           return;
+        }
+        if (reuse_shapes_ && !unbindable_shapes_.contains(shape->text)) {
+          // A server types each parameter from its context: a shape it
+          // cannot prepare, or a value its parameter cannot take (a text
+          // longer than the column it is compared with), runs as the text the
+          // module built, as if it had never been tried. A statement that
+          // fails leaves nothing behind on such a server (each runs under
+          // its own savepoint), and the rows it read so far are dropped.
+          try {
+            RunShape(*shape, sql, params, rs, affected);
+            return;
+          } catch (const DatabaseError&) {
+            if (shape_prepare_failed_) {
+              if (unbindable_shapes_.size() >= kMaxPreparedShapes) unbindable_shapes_.clear();
+              unbindable_shapes_.insert(shape->text);
+            }
+            if (rs) *rs = ResultSet{};
+          }
         }
       } else {
         // Anything else (a definition, a pragma) may change what the
@@ -489,15 +511,15 @@ class SociConnection final : public Connection {
     try {
       if (found == prepared_.end()) {
         if (prepared_.size() >= kMaxPreparedShapes) prepared_.clear();
+        shape_prepare_failed_ = true;
         auto prepared = std::make_unique<PreparedShape>(session_);
         if (rs) prepared->st.exchange(soci::into(prepared->row));
         for (const Value& value : values)
           prepared->slots.emplace_back().BindTo(prepared->st, value);
         prepared->st.alloc();
-        // A server reads the placeholders as SOCI's backends do (a shape
-        // that reaches a server has no literal slots).
-        prepared->st.prepare(dialect_->IsEmbedded() ? shape.text : ServerText(sql).text);
+        prepared->st.prepare(PreparedText(shape, sql));
         prepared->st.define_and_bind();
+        shape_prepare_failed_ = false;
         found = prepared_.emplace(key, std::move(prepared)).first;
       } else {
         for (size_t i = 0; i < values.size(); ++i) found->second->slots[i].Set(values[i]);
@@ -522,6 +544,19 @@ class SociConnection final : public Connection {
   void FirstUse() {
     first_use_done_ = true;
     for (const std::string& setting : dialect_->FirstUseSetup()) Run(setting, {}, nullptr);
+  }
+
+  // The text a shape is prepared from: the shape's own, its slots marked
+  // '?', on the embedded engine and for a shape with literals taken out (on
+  // a server, without the comments the driver would misread); the text as
+  // SOCI's backends read it for one whose values are all placeholders.
+  std::string PreparedText(const StatementShape& shape, const std::string& sql) const {
+    if (dialect_->IsEmbedded()) return shape.text;
+    if (std::all_of(shape.slots.begin(), shape.slots.end(), [](const ShapeSlot& slot) {
+          return slot.kind == ShapeSlot::Kind::kPlaceholder;
+        }))
+      return ServerText(sql).text;
+    return dialect_->MisreadsComments() ? DropAmbiguousComments(shape.text) : shape.text;
   }
 
   // `sql` as SOCI's backends read it: placeholders renamed ":p1", ":p2", ...
@@ -682,6 +717,11 @@ class SociConnection final : public Connection {
   std::unordered_map<std::string, std::unique_ptr<PreparedShape>> prepared_;
   // The shapes of texts with no literal to take out, by text.
   std::unordered_map<std::string, StatementShape> bound_only_shapes_;
+  // On a server: the shapes (texts with '?') it could not prepare, sent as
+  // their statements' own texts from then on; and whether the last shape
+  // failed before its statement was prepared and bound.
+  std::unordered_set<std::string> unbindable_shapes_;
+  bool shape_prepare_failed_ = false;
   std::string key_buffer_;
   std::vector<Value> values_buffer_;
 };

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <charconv>
+#include <cstdint>
 
 #include "accounting/db/result_set.h"
 
@@ -47,7 +48,8 @@ struct Level {
 
 class Shaper {
  public:
-  explicit Shaper(std::string_view sql) : sql_(sql) {
+  Shaper(std::string_view sql, bool typed_parameters)
+      : sql_(sql), typed_parameters_(typed_parameters) {
     shape_.text.reserve(sql.size());
     shape_.slots.reserve(16);
     levels_.reserve(8);
@@ -207,7 +209,7 @@ class Shaper {
       value += sql_[j++];
     }
     ++j;  // the closing quote
-    if (Keeps()) {
+    if (Keeps() || (typed_parameters_ && NextToOperator(i_, j, "|"))) {
       Copy(j - i_);
     } else {
       ShapeSlot& slot = shape_.slots.emplace_back();
@@ -249,7 +251,7 @@ class Shaper {
     if (j < sql_.size() && (IsIdentifierChar(sql_[j]) || sql_[j] == '.')) return false;
     const std::string_view number = sql_.substr(i_, j - i_);
     last_word_ = {};
-    if (Keeps()) {
+    if (Keeps() || KeepsNumber(number, real, j)) {
       Copy(j - i_);
       return true;
     }
@@ -263,8 +265,10 @@ class Shaper {
     } else {
       slot.kind = ShapeSlot::Kind::kInteger;
       auto [end, error] = std::from_chars(first, last, slot.integer);
-      // Beyond 64 bits the server reads the number as a double: keep it.
-      if (error != std::errc() || end != last) {
+      // Beyond 64 bits the server reads the number as a double, and beyond
+      // 32 a typed parameter may be too narrow: keep it.
+      if (error != std::errc() || end != last ||
+          (typed_parameters_ && (slot.integer > INT32_MAX || slot.integer < INT32_MIN))) {
         Copy(j - i_);
         return true;
       }
@@ -274,7 +278,31 @@ class Shaper {
     return true;
   }
 
+  // Whether the literal sql_[begin, end) stands next to an operator in
+  // `operators` (blanks between them aside).
+  bool NextToOperator(size_t begin, size_t end, std::string_view operators) const {
+    size_t before = begin;
+    while (before > 0 && IsSpace(sql_[before - 1])) --before;
+    size_t after = end;
+    while (after < sql_.size() && IsSpace(sql_[after])) ++after;
+    return (before > 0 && operators.find(sql_[before - 1]) != std::string_view::npos) ||
+           (after < sql_.size() && operators.find(sql_[after]) != std::string_view::npos);
+  }
+
+  // A number that a typed parameter could not stand for (see the header).
+  bool KeepsNumber(std::string_view number, bool real, size_t end) const {
+    if (!typed_parameters_) return false;
+    if (NextToOperator(i_, end, "+-*/|")) return true;
+    if (real) {
+      const size_t point = number.find('.');
+      return number.find_first_of("eE") != std::string_view::npos ||
+             (point != std::string_view::npos && number.size() - point - 1 > 2);
+    }
+    return false;
+  }
+
   std::string_view sql_;
+  bool typed_parameters_ = false;
   size_t i_ = 0;
   size_t copied_ = 0;  // sql_ up to here is in shape_.text
   StatementShape shape_;
@@ -297,6 +325,8 @@ void StatementShape::WriteKey(std::string& key) const {
     if (slot.kind != ShapeSlot::Kind::kPlaceholder) key += static_cast<char>(slot.kind);
 }
 
-std::optional<StatementShape> ShapeStatement(std::string_view sql) { return Shaper(sql).Run(); }
+std::optional<StatementShape> ShapeStatement(std::string_view sql, bool typed_parameters) {
+  return Shaper(sql, typed_parameters).Run();
+}
 
 }  // namespace kvc::db

@@ -51,7 +51,20 @@ struct StatementShape {
 //   - the arguments of CAST (type lengths);
 //   - blob literals (X'...'), numbers in hexadecimal, anything in comments
 //     and quoted identifiers.
-std::optional<StatementShape> ShapeStatement(std::string_view sql);
+//
+// With `typed_parameters` (a server that gives each parameter the type its
+// context asks for, and cannot type one that stands in arithmetic), these
+// are kept as written too, where a parameter would fail to compile or could
+// read differently from the literal:
+//   - a number next to an arithmetic operator (+ - * /, a sign included) and
+//     a text next to the concatenation operator ||;
+//   - an integer beyond 32 bits, and a decimal number with more than two
+//     decimal places or an exponent (a parameter typed as a money column
+//     would round it).
+// A text literal is still taken out: a value too long for the column it is
+// compared with may fail where the literal would not, and the connection
+// then runs the statement's own text (connection.h).
+std::optional<StatementShape> ShapeStatement(std::string_view sql, bool typed_parameters = false);
 
 }  // namespace kvc::db
 

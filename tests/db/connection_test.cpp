@@ -9,6 +9,7 @@
 #include "accounting/db/error.h"
 #include "accounting/db/placeholders.h"
 #include "accounting/db/schema.h"
+#include "accounting/db/sql_format.h"
 #include "accounting/services/zorutils.h"
 #include "support/test_db.h"
 
@@ -438,6 +439,55 @@ TEST_P(ConnectionTest, ASecondStatementAfterASemicolonIsRefusedWhole) {
   EXPECT_EQ(raw_->Query("select CONTA from CTB_SALDO_ANTERIOR where CONTA = 'A;' /* ; */", {})
                 .rows.size(),
             1u);
+}
+
+// Statements whose literals differ run through one prepared statement per
+// shape where the dialect binds literals (Firebird types each parameter from
+// its context). What a parameter could not stand for is kept or falls back
+// to the module's text, with the literal's answer, on every server: a number
+// in arithmetic, a text compared with a column too narrow for it, two texts
+// compared with each other, a decimal with more places than a money column.
+TEST_P(ConnectionTest, LiteralsAParameterCannotStandForGiveTheLiteralsAnswer) {
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.1', 2023, 10.25)", {});
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.2', 2024, 3)", {});
+  auto count = [&](const std::string& where) {
+    return raw_->Query("select count(*) from CTB_SALDO_ANTERIOR where " + where, {})
+        .rows.at(0)
+        .at(0)
+        .AsInteger();
+  };
+  for (int round = 0; round < 2; ++round) {  // the second round meets the kept shapes
+    SCOPED_TRACE(round);
+    EXPECT_EQ(count("ANO*100+1 = 202301"), 1);
+    EXPECT_EQ(count("ANO - 1 = 2022"), 1);
+    EXPECT_EQ(count("SALDO > -1"), 2);
+    EXPECT_EQ(count("CONTA = '1.1.1.1.1.1.1.1.1.1.1.1.1.1'"), 0);  // beyond VARCHAR(20)
+    EXPECT_EQ(count("'A' = 'A'"), 2);
+    EXPECT_EQ(count("'A' = 'B'"), 0);
+    EXPECT_EQ(count("SALDO = 10.251"), 0);  // a NUMERIC(15,2) parameter would read 10.25
+    EXPECT_EQ(count("SALDO = 10.25"), 1);
+    EXPECT_EQ(count("ANO < 3000000000"), 2);  // beyond 32 bits
+    EXPECT_EQ(count("CONTA || 'x' = '1.1x'"), 1);
+  }
+  // A value too long for its column, then one that fits: each its own answer.
+  EXPECT_EQ(count("CONTA = '1.2'"), 1);
+}
+
+// A decimal literal bound to a money column (NUMERIC(15,2)) travels as the
+// double the server reads; every number of cents comes back as written, on
+// amounts up to eleven digits before the point.
+TEST_P(ConnectionTest, BoundDecimalLiteralsKeepEveryCent) {
+  for (int cents = 0; cents < 100; ++cents)
+    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, 'C{:02}', 2023, "
+                              "98765432109.{:02})",
+                              cents, cents),
+                  {});
+  const auto rows =
+      raw_->Query("select CONTA, SALDO from CTB_SALDO_ANTERIOR order by CONTA", {}).rows;
+  ASSERT_EQ(rows.size(), 100u);
+  for (int cents = 0; cents < 100; ++cents)
+    EXPECT_EQ(sql::Amount(rows[cents][1].AsFloat()), fmt::format("98765432109.{:02}", cents))
+        << rows[cents][0].AsString();
 }
 
 // The embedded engine's settings: large sorts on a second thread from the start,

@@ -29,6 +29,31 @@ TEST(StatementShape, InsertValuesAreTakenOutInOrderWithTheirKinds) {
   EXPECT_EQ(s.slots[2].real, 12.5);
 }
 
+// For a server that types each parameter from its context: numbers in
+// arithmetic (a sign included), texts next to ||, decimals a money column
+// would round and integers beyond 32 bits stay; the rest is taken out.
+TEST(StatementShape, TypedParametersKeepWhatTheirTypeCouldChange) {
+  std::optional<StatementShape> s = ShapeStatement(
+      "update S set SALDO = SALDO + 10.25 where ANO*100+DIA >= 20240101 and CONTA || 'x' = 'A'"
+      " and V = 1.005 and W = 2.5e3 and N = 3000000000 and M = -7 and K = 12 and T = 'B'",
+      true);
+  ASSERT_TRUE(s.has_value());
+  EXPECT_EQ(s->text,
+            "update S set SALDO = SALDO + 10.25 where ANO*100+DIA >= ? and CONTA || 'x' = ?"
+            " and V = 1.005 and W = 2.5e3 and N = 3000000000 and M = -7 and K = ? and T = ?");
+  ASSERT_EQ(s->slots.size(), 4u);
+  EXPECT_EQ(s->slots[0].integer, 20240101);
+  EXPECT_EQ(s->slots[1].text, "A");
+  EXPECT_EQ(s->slots[2].integer, 12);
+  EXPECT_EQ(s->slots[3].text, "B");
+  // Without typed parameters every one of them is taken out but the select
+  // list's.
+  std::optional<StatementShape> untyped =
+      ShapeStatement("update S set SALDO = SALDO + 10.25 where V = 1.005 and M = -7");
+  ASSERT_TRUE(untyped.has_value());
+  EXPECT_EQ(untyped->text, "update S set SALDO = SALDO + ? where V = ? and M = -?");
+}
+
 TEST(StatementShape, TwoRowsOfOneStatementShareTheKey) {
   StatementShape a = Shape("update S set SALDO = SALDO + 10.00 where CONTA = '1.1' and ANO = 2024");
   StatementShape b =

@@ -21,6 +21,11 @@ class Firebird final : public Dialect {
   // library's transaction parameters (backend_hooks.h), since the
   // connection layer offers no option for it.
   bool HasImplicitTransaction() const override { return true; }
+  // The client library prepares, describes, runs and frees a statement run
+  // once, a round trip each: kvctb post of 2,000 records took 10.9 s with
+  // every entry's texts prepared anew and 6.1 s with one statement per
+  // shape.
+  bool BindsLiterals() const override { return true; }
   // An index's selectivity is computed when the index is made (on the empty
   // table) and otherwise only on request.
   std::vector<std::string> StatisticsRefresh() const override {
