@@ -249,6 +249,15 @@ bool HoldsSecondStatement(std::string_view sql) {
   return false;
 }
 
+// Whether a server's message reports a lock conflict or a deadlock: the
+// statement met another transaction's work, whatever its values were bound
+// as.
+bool IsLockConflict(std::string_view message) {
+  return message.find("deadlock") != std::string_view::npos ||
+         message.find("lock conflict") != std::string_view::npos ||
+         message.find("update conflicts") != std::string_view::npos;
+}
+
 // The kind of a value as one letter, for the key of a prepared statement.
 char KindLetter(const Value& value) {
   if (value.IsNull()) return 'n';
@@ -401,8 +410,13 @@ class SociConnection final : public Connection {
         RunShape(known->second, sql, params, rs, affected);
         return;
       }
-      if (std::optional<StatementShape> shape = ShapeStatement(sql, !dialect_->IsEmbedded())) {
-        if (std::all_of(shape->slots.begin(), shape->slots.end(), [](const ShapeSlot& slot) {
+      // Typed parameters: a server that binds literals (Firebird).
+      const bool typed = reuse_shapes_ && !dialect_->IsEmbedded();
+      if (std::optional<StatementShape> shape = ShapeStatement(sql, typed)) {
+        // A text with a literal kept for its type's sake (a negative amount)
+        // is no text with every value bound: another value, another text.
+        if (!shape->kept_for_type &&
+            std::all_of(shape->slots.begin(), shape->slots.end(), [](const ShapeSlot& slot) {
               return slot.kind == ShapeSlot::Kind::kPlaceholder;
             })) {
           if (bound_only_shapes_.size() >= kMaxPreparedShapes) bound_only_shapes_.clear();
@@ -414,31 +428,44 @@ class SociConnection final : public Connection {
           RunShape(*shape, sql, params, rs, affected);
           return;
         }
-        if (reuse_shapes_ && !unbindable_shapes_.contains(shape->text)) {
+        if (typed) {
           // A server types each parameter from its context: a shape it
           // cannot prepare, or a value its parameter cannot take (a text
           // longer than the column it is compared with), runs as the text the
           // module built, as if it had never been tried. A statement that
           // fails leaves nothing behind on such a server (each runs under
-          // its own savepoint), and the rows it read so far are dropped.
-          try {
-            RunShape(*shape, sql, params, rs, affected);
-            return;
-          } catch (const DatabaseError&) {
-            if (shape_prepare_failed_) {
-              if (unbindable_shapes_.size() >= kMaxPreparedShapes) unbindable_shapes_.clear();
-              unbindable_shapes_.insert(shape->text);
+          // its own savepoint), and the rows it read so far are dropped. A
+          // lock conflict is the statement's answer, not the binding's. A
+          // shape whose text then ran is not bound again.
+          std::string key = shape->Key();
+          if (!unbindable_shapes_.contains(key)) {
+            try {
+              RunShape(*shape, sql, params, rs, affected);
+              return;
+            } catch (const DatabaseError& e) {
+              if (IsLockConflict(e.what())) throw;
+              if (rs) *rs = ResultSet{};
             }
-            if (rs) *rs = ResultSet{};
+            RunText(sql, params, rs, affected);
+            if (unbindable_shapes_.size() >= kMaxPreparedShapes) unbindable_shapes_.clear();
+            unbindable_shapes_.insert(std::move(key));
+            return;
           }
         }
       } else {
         // Anything else (a definition, a pragma) may change what the
         // prepared statements would read: they are prepared again when next
-        // needed.
+        // needed, and tried bound again.
         prepared_.clear();
+        unbindable_shapes_.clear();
       }
     }
+    RunText(sql, params, rs, affected);
+  }
+
+  // Runs `sql` as it stands, prepared for this one run.
+  void RunText(const std::string& sql, const BoundParams& params, ResultSet* rs,
+               long long* affected) {
     PositionalText positional = ServerText(sql);
     const std::string& text = positional.text;
     // One slot per placeholder occurrence, bound in text order.
@@ -511,7 +538,6 @@ class SociConnection final : public Connection {
     try {
       if (found == prepared_.end()) {
         if (prepared_.size() >= kMaxPreparedShapes) prepared_.clear();
-        shape_prepare_failed_ = true;
         auto prepared = std::make_unique<PreparedShape>(session_);
         if (rs) prepared->st.exchange(soci::into(prepared->row));
         for (const Value& value : values)
@@ -519,7 +545,6 @@ class SociConnection final : public Connection {
         prepared->st.alloc();
         prepared->st.prepare(PreparedText(shape, sql));
         prepared->st.define_and_bind();
-        shape_prepare_failed_ = false;
         found = prepared_.emplace(key, std::move(prepared)).first;
       } else {
         for (size_t i = 0; i < values.size(); ++i) found->second->slots[i].Set(values[i]);
@@ -717,11 +742,10 @@ class SociConnection final : public Connection {
   std::unordered_map<std::string, std::unique_ptr<PreparedShape>> prepared_;
   // The shapes of texts with no literal to take out, by text.
   std::unordered_map<std::string, StatementShape> bound_only_shapes_;
-  // On a server: the shapes (texts with '?') it could not prepare, sent as
-  // their statements' own texts from then on; and whether the last shape
-  // failed before its statement was prepared and bound.
+  // On a server that binds literals: the keys of the shapes whose bound
+  // statement failed where the statement's own text then ran, sent as their
+  // texts from then on (until a definition).
   std::unordered_set<std::string> unbindable_shapes_;
-  bool shape_prepare_failed_ = false;
   std::string key_buffer_;
   std::vector<Value> values_buffer_;
 };

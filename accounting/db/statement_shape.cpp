@@ -209,7 +209,11 @@ class Shaper {
       value += sql_[j++];
     }
     ++j;  // the closing quote
-    if (Keeps() || (typed_parameters_ && NextToOperator(i_, j, "|"))) {
+    const bool kept_for_type =
+        !Keeps() && typed_parameters_ &&
+        (NextToOperator(i_, j, "|") || value.empty() || LooksLikeADate(value));
+    shape_.kept_for_type = shape_.kept_for_type || kept_for_type;
+    if (Keeps() || kept_for_type) {
       Copy(j - i_);
     } else {
       ShapeSlot& slot = shape_.slots.emplace_back();
@@ -251,7 +255,9 @@ class Shaper {
     if (j < sql_.size() && (IsIdentifierChar(sql_[j]) || sql_[j] == '.')) return false;
     const std::string_view number = sql_.substr(i_, j - i_);
     last_word_ = {};
-    if (Keeps() || KeepsNumber(number, real, j)) {
+    const bool kept_for_type = !Keeps() && KeepsNumber(number, real, j);
+    shape_.kept_for_type = shape_.kept_for_type || kept_for_type;
+    if (Keeps() || kept_for_type) {
       Copy(j - i_);
       return true;
     }
@@ -267,8 +273,9 @@ class Shaper {
       auto [end, error] = std::from_chars(first, last, slot.integer);
       // Beyond 64 bits the server reads the number as a double, and beyond
       // 32 a typed parameter may be too narrow: keep it.
-      if (error != std::errc() || end != last ||
-          (typed_parameters_ && (slot.integer > INT32_MAX || slot.integer < INT32_MIN))) {
+      const bool wide = typed_parameters_ && slot.integer > INT32_MAX;  // no sign: never below
+      shape_.kept_for_type = shape_.kept_for_type || wide;
+      if (error != std::errc() || end != last || wide) {
         Copy(j - i_);
         return true;
       }
@@ -287,6 +294,14 @@ class Shaper {
     while (after < sql_.size() && IsSpace(sql_[after])) ++after;
     return (before > 0 && operators.find(sql_[before - 1]) != std::string_view::npos) ||
            (after < sql_.size() && operators.find(sql_[after]) != std::string_view::npos);
+  }
+
+  // A text a date or time column's parameter would read its own way (the
+  // client library parses the text itself): "YYYY-MM-DD" and what follows.
+  static bool LooksLikeADate(std::string_view text) {
+    return text.size() >= 10 && IsDigit(text[0]) && IsDigit(text[1]) && IsDigit(text[2]) &&
+           IsDigit(text[3]) && text[4] == '-' && IsDigit(text[5]) && IsDigit(text[6]) &&
+           text[7] == '-' && IsDigit(text[8]) && IsDigit(text[9]);
   }
 
   // A number that a typed parameter could not stand for (see the header).

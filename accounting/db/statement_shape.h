@@ -26,6 +26,9 @@ struct ShapeSlot {
 struct StatementShape {
   std::string text;              // the statement with '?' for each slot
   std::vector<ShapeSlot> slots;  // in text order
+  // A literal was kept as written for a typed parameter's sake (a number in
+  // arithmetic, a negative amount): another value of it is another text.
+  bool kept_for_type = false;
   // The text and the kinds of the literal slots: two statements with the
   // same key take the same prepared statement.
   std::string Key() const;
@@ -58,6 +61,9 @@ struct StatementShape {
 // read differently from the literal:
 //   - a number next to an arithmetic operator (+ - * /, a sign included) and
 //     a text next to the concatenation operator ||;
+//   - an empty text and a text that reads as a date ("YYYY-MM-DD...": the
+//     client library would parse it for a date or time parameter, not the
+//     server);
 //   - an integer beyond 32 bits, and a decimal number with more than two
 //     decimal places or an exponent (a parameter typed as a money column
 //     would round it).

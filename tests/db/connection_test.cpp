@@ -2,6 +2,7 @@
 // parameters, transactions, the statement trace and fault injection.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <clocale>
 
 #include <fmt/format.h>
@@ -473,21 +474,72 @@ TEST_P(ConnectionTest, LiteralsAParameterCannotStandForGiveTheLiteralsAnswer) {
   EXPECT_EQ(count("CONTA = '1.2'"), 1);
 }
 
-// A decimal literal bound to a money column (NUMERIC(15,2)) travels as the
-// double the server reads; every number of cents comes back as written, on
-// amounts up to eleven digits before the point.
-TEST_P(ConnectionTest, BoundDecimalLiteralsKeepEveryCent) {
+// A statement whose bound form a typed server refuses (two texts compared,
+// which it cannot type; a text longer than the column it is compared with)
+// runs as its text inside the transaction:
+// the transaction's earlier work stays, the refused attempt leaves nothing,
+// the count of rows changed is the text's, and commit and rollback reach
+// what it did, the next time too (when the text runs at once).
+TEST_P(ConnectionTest, AStatementRunAsItsTextKeepsTheTransactionWhole) {
+  auto update = [](int saldo) {
+    return fmt::format("update CTB_SALDO_ANTERIOR set SALDO = {} where CONTA = '1.1' and 'A' = 'A'",
+                       saldo);
+  };
+  auto saldo = [&] {
+    return raw_->Query("select SALDO from CTB_SALDO_ANTERIOR where CONTA = '1.1'", {})
+        .rows.at(0)
+        .at(0)
+        .AsFloat();
+  };
+  raw_->Begin(db::Isolation::kReadCommitted);
+  raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.1', 2023, 5)", {});
+  EXPECT_EQ(raw_->Execute(update(6), {}), 1);
+  EXPECT_EQ(raw_->Query("select count(*) from CTB_SALDO_ANTERIOR where CONTA = "
+                        "'1.1.1.1.1.1.1.1.1.1.1.1.1.1'",
+                        {})
+                .rows.at(0)
+                .at(0)
+                .AsInteger(),
+            0);
+  raw_->Commit();
+  EXPECT_EQ(saldo(), 6);
+  raw_->Begin(db::Isolation::kReadCommitted);
+  EXPECT_EQ(raw_->Execute(update(7), {}), 1);
+  EXPECT_EQ(saldo(), 7);
+  raw_->Rollback();
+  EXPECT_EQ(saldo(), 6);
+  EXPECT_EQ(CountRows(*raw_, "CTB_SALDO_ANTERIOR"), 1);
+}
+
+// A decimal literal written into a money column (NUMERIC(15,2)) or compared
+// with one keeps every cent on every server, every amount from 0.00 to 49.99
+// (0.29 is no exact double) and large ones, through one statement shape.
+TEST_P(ConnectionTest, DecimalLiteralsKeepEveryCent) {
+  std::vector<std::string> amounts;
+  for (int hundredths = 0; hundredths < 5000; ++hundredths)
+    amounts.push_back(fmt::format("{}.{:02}", hundredths / 100, hundredths % 100));
   for (int cents = 0; cents < 100; ++cents)
-    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, 'C{:02}', 2023, "
-                              "98765432109.{:02})",
-                              cents, cents),
+    amounts.push_back(fmt::format("98765432109.{:02}", cents));
+  raw_->Begin(db::Isolation::kReadCommitted);
+  for (size_t i = 0; i < amounts.size(); ++i)
+    raw_->Execute(fmt::format("insert into CTB_SALDO_ANTERIOR values (1, 1, 'C{:05}', 2023, {})", i,
+                              amounts[i]),
                   {});
+  raw_->Commit();
   const auto rows =
       raw_->Query("select CONTA, SALDO from CTB_SALDO_ANTERIOR order by CONTA", {}).rows;
-  ASSERT_EQ(rows.size(), 100u);
-  for (int cents = 0; cents < 100; ++cents)
-    EXPECT_EQ(sql::Amount(rows[cents][1].AsFloat()), fmt::format("98765432109.{:02}", cents))
-        << rows[cents][0].AsString();
+  ASSERT_EQ(rows.size(), amounts.size());
+  for (size_t i = 0; i < amounts.size(); ++i)
+    EXPECT_EQ(sql::Amount(rows[i][1].AsFloat()), amounts[i]) << rows[i][0].AsString();
+  for (const char* amount : {"0.29", "1.15", "2.30", "4.35", "98765432109.29"}) {
+    const auto at = std::find(amounts.begin(), amounts.end(), amount);
+    ASSERT_NE(at, amounts.end()) << amount;
+    const std::string conta = rows[at - amounts.begin()][0].AsString();
+    const auto found = raw_->Query(
+        fmt::format("select CONTA from CTB_SALDO_ANTERIOR where SALDO = {}", amount), {});
+    ASSERT_EQ(found.rows.size(), 1u) << amount;
+    EXPECT_EQ(found.rows[0][0].AsString(), conta) << amount;
+  }
 }
 
 // The embedded engine's settings: large sorts on a second thread from the start,

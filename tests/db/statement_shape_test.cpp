@@ -46,6 +46,24 @@ TEST(StatementShape, TypedParametersKeepWhatTheirTypeCouldChange) {
   EXPECT_EQ(s->slots[1].text, "A");
   EXPECT_EQ(s->slots[2].integer, 12);
   EXPECT_EQ(s->slots[3].text, "B");
+  EXPECT_TRUE(s->kept_for_type);
+  // 32 bits exactly and a number in parentheses are taken out; a text
+  // before || is kept, and so is a number before a comment's "--" (the
+  // scanner reads the dash as a minus: it keeps more than it must, never
+  // less).
+  std::optional<StatementShape> edges = ShapeStatement(
+      "select A from T where N = 2147483647 and M = (5) and 'x' || C = C and K = 3 -- x\n", true);
+  ASSERT_TRUE(edges.has_value());
+  EXPECT_EQ(edges->text,
+            "select A from T where N = ? and M = (?) and 'x' || C = C and K = 3 -- x\n");
+  std::optional<StatementShape> dates = ShapeStatement(
+      "select A from T where D = '2024-05-06 07:08:09' and E = '' and C = '2024.05'", true);
+  ASSERT_TRUE(dates.has_value());
+  EXPECT_EQ(dates->text, "select A from T where D = '2024-05-06 07:08:09' and E = '' and C = ?");
+  std::optional<StatementShape> wide = ShapeStatement("select A from T where N = 2147483648", true);
+  ASSERT_TRUE(wide.has_value());
+  EXPECT_EQ(wide->text, "select A from T where N = 2147483648");
+  EXPECT_TRUE(wide->kept_for_type);
   // Without typed parameters every one of them is taken out but the select
   // list's.
   std::optional<StatementShape> untyped =
