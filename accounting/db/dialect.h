@@ -91,9 +91,10 @@ class KVC_API Dialect {
   // parameter or a literal, so that such comments must go before a statement
   // is prepared (every server here but the embedded one).
   virtual bool MisreadsComments() const { return true; }
-  // True for the embedded engine: a statement is prepared once per shape and
-  // kept (statement_shape.h), and result columns computed by an expression,
-  // which carry no declared type, are typed from their values.
+  // True for the embedded engine: its parameters take a value of any type,
+  // so a literal is bound as it reads (statement_shape.h), and result
+  // columns computed by an expression, which carry no declared type, are
+  // typed from their values.
   virtual bool IsEmbedded() const { return false; }
   // True when the server pads or stores text so that values read back need
   // their trailing blanks removed (fixed-width character types).

@@ -69,7 +69,7 @@ struct StatementShape {
 //     would round it).
 // A text literal is still taken out: a value too long for the column it is
 // compared with may fail where the literal would not, and the connection
-// then runs the statement's own text (connection.h).
+// then runs the statement's own text (soci_connection.cpp).
 std::optional<StatementShape> ShapeStatement(std::string_view sql, bool typed_parameters = false);
 
 }  // namespace kvc::db
