@@ -3,7 +3,6 @@
 // transactions (with each statement committed on its own outside one).
 #include <soci/soci.h>
 
-#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <deque>
@@ -415,10 +414,7 @@ class SociConnection final : public Connection {
       if (std::optional<StatementShape> shape = ShapeStatement(sql, typed)) {
         // A text with a literal kept for its type's sake (a negative amount)
         // is no text with every value bound: another value, another text.
-        if (!shape->kept_for_type &&
-            std::all_of(shape->slots.begin(), shape->slots.end(), [](const ShapeSlot& slot) {
-              return slot.kind == ShapeSlot::Kind::kPlaceholder;
-            })) {
+        if (!shape->kept_for_type && shape->OnlyPlaceholders()) {
           if (bound_only_shapes_.size() >= kMaxPreparedShapes) bound_only_shapes_.clear();
           RunShape(bound_only_shapes_.emplace(sql, std::move(*shape)).first->second, sql, params,
                    rs, affected);
@@ -577,10 +573,7 @@ class SociConnection final : public Connection {
   // SOCI's backends read it for one whose values are all placeholders.
   std::string PreparedText(const StatementShape& shape, const std::string& sql) const {
     if (dialect_->IsEmbedded()) return shape.text;
-    if (std::all_of(shape.slots.begin(), shape.slots.end(), [](const ShapeSlot& slot) {
-          return slot.kind == ShapeSlot::Kind::kPlaceholder;
-        }))
-      return ServerText(sql).text;
+    if (shape.OnlyPlaceholders()) return ServerText(sql).text;
     return dialect_->MisreadsComments() ? DropAmbiguousComments(shape.text) : shape.text;
   }
 

@@ -3,6 +3,7 @@
 // each level is in.
 #include "accounting/db/statement_shape.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
@@ -338,6 +339,12 @@ void StatementShape::WriteKey(std::string& key) const {
   key += '\x1f';
   for (const ShapeSlot& slot : slots)
     if (slot.kind != ShapeSlot::Kind::kPlaceholder) key += static_cast<char>(slot.kind);
+}
+
+bool StatementShape::OnlyPlaceholders() const {
+  return std::all_of(slots.begin(), slots.end(), [](const ShapeSlot& slot) {
+    return slot.kind == ShapeSlot::Kind::kPlaceholder;
+  });
 }
 
 std::optional<StatementShape> ShapeStatement(std::string_view sql, bool typed_parameters) {

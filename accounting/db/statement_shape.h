@@ -35,6 +35,8 @@ struct StatementShape {
   // The same, written over `key` (whose buffer a caller can keep between
   // statements).
   void WriteKey(std::string& key) const;
+  // Whether every slot is a placeholder: no literal was taken out.
+  bool OnlyPlaceholders() const;
 };
 
 // The shape of a select, insert, update or delete (or a with query), or
