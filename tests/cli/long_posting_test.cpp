@@ -10,12 +10,13 @@
 #include "cli/kvctb_process.h"
 #include "cli/session.h"
 #include "support/records.h"
+#include "support/test_db.h"
 
 namespace kvc::cli::testing {
 namespace {
 
 int64_t CacheSize(Session& session) {
-  return session.Connection().Query("pragma cache_size", {}).rows.at(0).at(0).AsInteger();
+  return kvc::testing::Scalar(session.Connection(), "pragma cache_size").AsInteger();
 }
 
 TEST(LongPosting, TheSessionKeepsTheLongWritePageCacheOnSqlite) {

@@ -452,10 +452,7 @@ TEST_P(ConnectionTest, LiteralsAParameterCannotStandForGiveTheLiteralsAnswer) {
   raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.1', 2023, 10.25)", {});
   raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.2', 2024, 3)", {});
   auto count = [&](const std::string& where) {
-    return raw_->Query("select count(*) from CTB_SALDO_ANTERIOR where " + where, {})
-        .rows.at(0)
-        .at(0)
-        .AsInteger();
+    return Scalar(*raw_, "select count(*) from CTB_SALDO_ANTERIOR where " + where).AsInteger();
   };
   for (int round = 0; round < 2; ++round) {  // the second round meets the kept shapes
     SCOPED_TRACE(round);
@@ -486,19 +483,14 @@ TEST_P(ConnectionTest, AStatementRunAsItsTextKeepsTheTransactionWhole) {
                        saldo);
   };
   auto saldo = [&] {
-    return raw_->Query("select SALDO from CTB_SALDO_ANTERIOR where CONTA = '1.1'", {})
-        .rows.at(0)
-        .at(0)
-        .AsFloat();
+    return Scalar(*raw_, "select SALDO from CTB_SALDO_ANTERIOR where CONTA = '1.1'").AsFloat();
   };
   raw_->Begin(db::Isolation::kReadCommitted);
   raw_->Execute("insert into CTB_SALDO_ANTERIOR values (1, 1, '1.1', 2023, 5)", {});
   EXPECT_EQ(raw_->Execute(update(6), {}), 1);
-  EXPECT_EQ(raw_->Query("select count(*) from CTB_SALDO_ANTERIOR where CONTA = "
-                        "'1.1.1.1.1.1.1.1.1.1.1.1.1.1'",
-                        {})
-                .rows.at(0)
-                .at(0)
+  EXPECT_EQ(Scalar(*raw_,
+                   "select count(*) from CTB_SALDO_ANTERIOR where CONTA = "
+                   "'1.1.1.1.1.1.1.1.1.1.1.1.1.1'")
                 .AsInteger(),
             0);
   raw_->Commit();
