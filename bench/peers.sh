@@ -11,16 +11,27 @@
 # SQLite's times.
 #
 #   bench/peers.sh [--records N] [--accounts N] [--runs N] [--seed S] [--workdir DIR]
-#                  [--bin DIR] [--server URL]... [--servers]
+#                  [--bin DIR] [--server URL]... [--servers] [--floor]
 #
 # Also PEERS_RECORDS, PEERS_ACCOUNTS, PEERS_RUNS, PEERS_SEED, PEERS_WORKDIR,
 # PEERS_BIN. Defaults: 20,000 records, 172 accounts, 3 runs, seed 1,
 # build/peers/ (a few minutes). The large set: --records 1000000 --accounts
 # 2000 (hledger alone needs about 6.5 GB of memory there).
 #
-# --bin DIR takes kvctb and peers_books from DIR (prebuilt; nothing is built);
-# by default both are built in the release tree (build/release, configured
-# with the release preset when it is not).
+# --bin DIR takes kvctb and peers_books (and engine_floor) from DIR (prebuilt;
+# nothing is built); by default they are built in the release tree
+# (build/release, configured with the release preset when it is not).
+#
+# --floor also measures what SQLite alone takes for each kvctb operation:
+# after the runs, each operation once more on a copy of its starting
+# database with --trace-sql, then bench/engine_floor runs the traced
+# statements on a second copy straight through SQLite's C API (prepared by the
+# same shapes, bound, in one transaction) and times SQLite's execution and the
+# commit. No program can have those statements executed in less, so a target
+# below that time cannot be met with them; the report says which. The traces
+# are written to files (a pipe would run the two processes side by side and
+# slow both) and removed after each replay: a posting's trace takes about
+# 5.4 KB a record.
 #
 # What is measured, in this order on each run's database:
 #   post           kvctb post of records.txt into a fresh SQLite database that
@@ -96,6 +107,7 @@ seed=${PEERS_SEED:-1}
 workdir=${PEERS_WORKDIR:-$root/build/peers}
 bin=${PEERS_BIN:-}
 server_urls=()
+floor=0
 
 usage() { sed -n '2,/^set -euo/p' "${BASH_SOURCE[0]}" | sed '$d; s/^# \{0,1\}//'; }
 say() { echo "peers.sh: $*" >&2; }
@@ -112,6 +124,7 @@ while [ $# -gt 0 ]; do
     --workdir) workdir=$2; shift 2 ;;
     --bin) bin=$2; shift 2 ;;
     --server) server_urls+=("$2"); shift 2 ;;
+    --floor) floor=1; shift ;;
     --servers)
       if [ -z "${KVC_TEST_FIREBIRD:-}" ] && [ -z "${KVC_TEST_POSTGRESQL:-}" ]; then
         die "--servers: neither KVC_TEST_FIREBIRD nor KVC_TEST_POSTGRESQL is set"
@@ -259,7 +272,10 @@ fi
 if [ -n "$bin" ]; then
   kvctb="$bin/kvctb"
   peers_books="$bin/peers_books"
-  for f in "$kvctb" "$peers_books"; do
+  engine_floor="$bin/engine_floor"
+  tools=("$kvctb" "$peers_books")
+  if [ "$floor" = 1 ]; then tools+=("$engine_floor"); fi
+  for f in "${tools[@]}"; do
     [ -x "$f" ] || die "--bin $bin: no executable $(basename "$f") there"
   done
   built="prebuilt in $(cd "$bin" && pwd), kvctb of $(date -r "$kvctb" '+%Y-%m-%d %H:%M')"
@@ -268,10 +284,13 @@ else
   if [ ! -f "$build/build.ninja" ]; then
     (cd "$root" && cmake --preset release >/dev/null)
   fi
-  say "building kvctb and peers_books (release)"
-  cmake --build "$build" -j2 --target kvctb peers_books >/dev/null
+  targets=(kvctb peers_books)
+  if [ "$floor" = 1 ]; then targets+=(engine_floor); fi
+  say "building ${targets[*]} (release)"
+  cmake --build "$build" -j2 --target "${targets[@]}" >/dev/null
   kvctb="$build/cli/kvctb"
   peers_books="$build/bench/peers_books"
+  engine_floor="$build/bench/engine_floor"
   built="release build"
 fi
 
@@ -354,29 +373,31 @@ measure() {
     "$(tail -n 1 "$t")" >>"$results"
 }
 
-# kvctb_first TOOL RUN KVCTB...: post and the trial balance; kvctb_rest TOOL
-# RUN KVCTB...: the others. KVCTB is kvctb with its database options; the
-# outputs are TOOL-WHAT-RUN.
+# kvctb_first MEASURE TOOL RUN KVCTB...: post and the trial balance;
+# kvctb_rest MEASURE TOOL RUN KVCTB...: the others. Each operation goes
+# through MEASURE OPERATION TOOL OUTPUT COMMAND... (measure, or floor_op of
+# --floor). KVCTB is kvctb with its database options; the outputs are
+# TOOL-WHAT-RUN.
 kvctb_first() {
-  local tool=$1 i=$2
-  shift 2
-  measure "$op_post" "$tool" "$run_dir/$tool-post-$i.txt" "$@" post "$data/records.txt"
-  measure "$op_tb" "$tool" "$run_dir/$tool-tb-$i.csv" "$@" --format csv trial-balance --month 202512
+  local measure=$1 tool=$2 i=$3
+  shift 3
+  $measure "$op_post" "$tool" "$run_dir/$tool-post-$i.txt" "$@" post "$data/records.txt"
+  $measure "$op_tb" "$tool" "$run_dir/$tool-tb-$i.csv" "$@" --format csv trial-balance --month 202512
 }
 kvctb_rest() {
-  local tool=$1 i=$2
-  shift 2
-  measure "$op_bal" "$tool" "$run_dir/$tool-balance-$i.csv" "$@" --format csv balance "$analytic" \
+  local measure=$1 tool=$2 i=$3
+  shift 3
+  $measure "$op_bal" "$tool" "$run_dir/$tool-balance-$i.csv" "$@" --format csv balance "$analytic" \
     --month 202512
-  measure "$op_gen" "$tool" "$run_dir/$tool-general-$i.csv" "$@" --format csv balance "$synthetic" \
+  $measure "$op_gen" "$tool" "$run_dir/$tool-general-$i.csv" "$@" --format csv balance "$synthetic" \
     --month 202512 --general
-  measure "$op_result" "$tool" "$run_dir/$tool-result-$i.csv" "$@" --format csv close-result \
+  $measure "$op_result" "$tool" "$run_dir/$tool-result-$i.csv" "$@" --format csv close-result \
     --month 202412 --day 31 --year 2024 --history 99 --result-account "$result_account" --confirm
-  measure "$op_close" "$tool" "$run_dir/$tool-close-$i.txt" "$@" close-year 2024
-  measure "$op_tb_closed" "$tool" "$run_dir/$tool-tb-closed-$i.csv" "$@" --format csv trial-balance \
+  $measure "$op_close" "$tool" "$run_dir/$tool-close-$i.txt" "$@" close-year 2024
+  $measure "$op_tb_closed" "$tool" "$run_dir/$tool-tb-closed-$i.csv" "$@" --format csv trial-balance \
     --month 202512
-  measure "$op_rollup" "$tool" "$run_dir/$tool-rollup-$i.txt" "$@" rollup 2024
-  measure "$op_rollup_div" "$tool" "$run_dir/$tool-rollup-division-$i.txt" "$@" rollup 2024 \
+  $measure "$op_rollup" "$tool" "$run_dir/$tool-rollup-$i.txt" "$@" rollup 2024
+  $measure "$op_rollup_div" "$tool" "$run_dir/$tool-rollup-division-$i.txt" "$@" rollup 2024 \
     --by-division
 }
 
@@ -386,10 +407,10 @@ for i in $(seq 1 "$runs"); do
   db="$run_dir/books-$i.db"
   cp "$template" "$db"
   k=("$kvctb" --db "sqlite:$db" --quiet)
-  kvctb_first kvctb "$i" "${k[@]}"
+  kvctb_first measure kvctb "$i" "${k[@]}"
   measure "$op_tb" ledger "$run_dir/ledger-$i.txt" ledger -f "$journal" bal
   measure "$op_tb" hledger "$run_dir/hledger-$i.txt" hledger -f "$journal" bal
-  kvctb_rest kvctb "$i" "${k[@]}"
+  kvctb_rest measure kvctb "$i" "${k[@]}"
   # Each run's database is only needed for its own measurements.
   [ "$i" = 1 ] || rm -f "$db"
   for ((s = 0; s < servers; s++)); do
@@ -397,11 +418,53 @@ for i in $(seq 1 "$runs"); do
     server_fresh "$s"
     k=("$kvctb" --db "$(server_db_url "$s")" --quiet)
     export KVCTB_PASSWORD=${srv_pass[$s]}
-    kvctb_first "${srv_name[$s]}" "$i" "${k[@]}"
-    kvctb_rest "${srv_name[$s]}" "$i" "${k[@]}"
+    kvctb_first measure "${srv_name[$s]}" "$i" "${k[@]}"
+    kvctb_rest measure "${srv_name[$s]}" "$i" "${k[@]}"
     unset KVCTB_PASSWORD
   done
 done
+
+# ---- SQLite alone (--floor) ----
+# Each operation once more, traced, on a database of its own that follows the
+# runs' sequence; its statements then run through engine_floor on a second
+# database that stood where the first stood.
+floor_results="$run_dir/floor.tsv"
+floor_statements="$run_dir/floor-statements.txt"
+if [ "$floor" = 1 ]; then
+  say "SQLite alone: each kvctb operation traced, then its statements through engine_floor"
+  : >"$floor_results"
+  : >"$floor_statements"
+  floor_kvctb="$run_dir/floor-kvctb.db"
+  floor_engine="$run_dir/floor-engine.db"
+  trace="$run_dir/floor-trace.jsonl"
+  cp "$template" "$floor_kvctb"
+  cp "$template" "$floor_engine"
+  # floor_op OPERATION TOOL OUTPUT COMMAND...: COMMAND (kvctb writing its
+  # trace) with its output in OUTPUT, then the trace through engine_floor;
+  # appends OPERATION, statements, execution, prepare and commit seconds to
+  # the floor results, and the statements that took longest to the list.
+  floor_op() {
+    local op=$1 out=$3 replay
+    shift 3
+    "$@" >"$out" 2>"$out.err" || {
+      say "failed: $* (see $out.err)"
+      exit 1
+    }
+    replay=$("$engine_floor" "$floor_engine" "$trace") || {
+      say "engine_floor failed on the statements of $op:"
+      printf '%s\n' "$replay" >&2
+      exit 1
+    }
+    rm -f "$trace"
+    awk -v op="$op" 'NR == 1 { printf "%s\t%s\t%s\t%s\t%s\n", op, $2, $6, $8, $10 }' \
+      <<<"$replay" >>"$floor_results"
+    printf '%s\n%s\n' "$op" "$(tail -n +2 <<<"$replay")" >>"$floor_statements"
+  }
+  k=("$kvctb" --db "sqlite:$floor_kvctb" --quiet --trace-sql "$trace")
+  kvctb_first floor_op floor 1 "${k[@]}"
+  kvctb_rest floor_op floor 1 "${k[@]}"
+  rm -f "$floor_kvctb" "$floor_engine"
+fi
 
 # ---- do the tools agree? ----
 # Every account's balance at the end of 2025 (kvctb: debits minus credits; the
@@ -507,6 +570,9 @@ verdict() {
   all=$(printf '(%s) && ' "$@")
   awk "BEGIN { print (${all//n\/a/0}1) ? \"met\" : \"NOT met\" }"
 }
+# reach CONDITION...: as verdict, said of SQLite alone: "within reach" or
+# "out of reach".
+reach() { verdict "$@" | sed 's/^NOT met$/out of reach/; s/^met$/within reach/'; }
 # 1234567 as 1,234,567.
 commas() { printf '%s' "$1" | sed -E ':a; s/^([0-9]+)([0-9]{3})/\1,\2/; ta'; }
 report="$run_dir/report.txt"
@@ -569,6 +635,34 @@ report="$run_dir/report.txt"
   echo "  The analytic balance's 1 ms is below what a process timing can show: the process starts,"
   echo "  connects and checks the schema around one read. bench/balance_bench measures the read in-process."
   echo "  The general balance is judged on the whole process, start included."
+
+  if [ "$floor" = 1 ]; then
+    echo
+    echo "SQLite alone (--floor): SQLite executing the statements kvctb sent, prepared and bound as"
+    echo "kvctb's connection does, in one transaction, nothing else (bench/engine_floor). A target"
+    echo "that SQLite alone misses is out of reach with these statements on this machine."
+    echo "The statements that took longest: $floor_statements"
+    printf '  %-31s %9s %15s %11s  %s\n' operation "kvctb s" "SQLite alone s" statements "the target on SQLite alone"
+    for op in "${kvctb_ops[@]}"; do
+      read -r n exe commit < <(awk -F'\t' -v op="$op" '$1 == op { print $2, $3, $5 }' "$floor_results")
+      alone=$(awk -v e="$exe" -v c="$commit" 'BEGIN { printf "%.6f", e + c }')
+      case "$op" in
+        "$op_post")
+          rate=$(awk -v n="$records" -v s="$alone" 'BEGIN { if (s > 0) printf "%.0f", n / s; else print 0 }')
+          on_alone="$(commas "$rate") records/s: $(reach "$rate >= 30000")" ;;
+        "$op_tb" | "$op_tb_closed")
+          rl=$(ratio "$ledger_s" "$alone")
+          rh=$(ratio "$hledger_s" "$alone")
+          on_alone="${rl}x ledger, ${rh}x hledger: $(reach "$rl >= 20" "$rh >= 100")" ;;
+        "$op_close") on_alone="< 3 s: $(reach "$alone < 3")" ;;
+        "$op_result") on_alone="< 2 s: $(reach "$alone < 2")" ;;
+        "$op_rollup" | "$op_rollup_div") on_alone="< 1 s: $(reach "$alone < 1")" ;;
+        "$op_gen") on_alone="< 50 ms: $(reach "$alone < 0.05")" ;;
+        *) on_alone="< 1 ms (the reads): $(reach "$alone < 0.001")" ;;
+      esac
+      printf '  %-31s %9.3f %15.3f %11s  %s\n' "$op" "$(secs "$op" kvctb)" "$alone" "$(commas "$n")" "$on_alone"
+    done
+  fi
 
   if [ "$servers" -gt 0 ]; then
     echo
