@@ -35,7 +35,10 @@ void WriteFile(const std::string& path, const std::string& text) {
   out << text;
 }
 
-RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& options) {
+namespace {
+
+RunningKvctb StartProgram(const std::string& path, const std::vector<std::string>& args,
+                          const RunOptions& options) {
   static std::atomic<int> counter{0};
   const std::string base = (fs::temp_directory_path() / ("kvctb_run_" + std::to_string(getpid()) +
                                                          "_" + std::to_string(counter++)))
@@ -55,7 +58,7 @@ RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& 
   std::vector<char*> envp;
   for (auto& s : env_strings) envp.push_back(s.data());
   envp.push_back(nullptr);
-  std::vector<std::string> argv_strings = {KVCTB_PATH};
+  std::vector<std::string> argv_strings = {path};
   argv_strings.insert(argv_strings.end(), args.begin(), args.end());
   std::vector<char*> argv;
   for (auto& s : argv_strings) argv.push_back(s.data());
@@ -88,6 +91,12 @@ RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& 
   return {pid, base};
 }
 
+}  // namespace
+
+RunningKvctb StartKvctb(const std::vector<std::string>& args, const RunOptions& options) {
+  return StartProgram(KVCTB_PATH, args, options);
+}
+
 RunResult WaitKvctb(const RunningKvctb& running) {
   int status = 0;
   while (waitpid(running.pid, &status, 0) < 0 && errno == EINTR) {
@@ -105,6 +114,11 @@ RunResult WaitKvctb(const RunningKvctb& running) {
 
 RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options) {
   return WaitKvctb(StartKvctb(args, options));
+}
+
+RunResult RunProgram(const std::string& path, const std::vector<std::string>& args,
+                     const RunOptions& options) {
+  return WaitKvctb(StartProgram(path, args, options));
 }
 
 std::string NewDirectory(const std::string& name) {

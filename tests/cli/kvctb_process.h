@@ -40,6 +40,9 @@ inline RunOptions In(const std::string& cwd) {
 // environment holds PATH, LANG=C.UTF-8 and `options.env` only, so that
 // KVCTB_DB and KVCTB_PASSWORD from the caller never leak in.
 RunResult RunKvctb(const std::vector<std::string>& args, const RunOptions& options = {});
+// The same for another program of the build, at `path`.
+RunResult RunProgram(const std::string& path, const std::vector<std::string>& args,
+                     const RunOptions& options = {});
 
 // A kvctb process started by StartKvctb and not yet waited for.
 struct RunningKvctb {
