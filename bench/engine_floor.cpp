@@ -7,21 +7,22 @@
 //
 //   engine_floor DATABASE TRACE
 //
-// TRACE is a file or a named pipe (a posting's trace is too large to keep).
-// The session is kvctb's: a second thread for large sorts and an 8 MiB page
-// cache; the trace's own pragma statements (a posting's larger cache) run
-// where they stand. Everything runs in one immediate transaction, committed
-// at the end: kvctb's own transactions could only add commits. Each statement
-// is prepared as kvctb's connection prepares it on SQLite: by its shape (the
-// connection's scanner takes the literals out), kept and bound with the
-// literals and the trace's parameter values, so SQLite runs the very programs
-// it runs under kvctb. Only stepping is
-// timed (the execution, rows read to the end, each column fetched); preparing
-// and the commit are reported apart. Prints one line,
+// TRACE is a file (a named pipe works too, but a process writing it beside
+// this one slows both on two cores). The session is kvctb's: a second thread
+// for large sorts and an 8 MiB page cache; the trace's own pragma statements
+// (a posting's larger cache) run where they stand. Everything runs in one
+// immediate transaction, committed at the end: kvctb's own transactions
+// could only add commits. Each statement is prepared as kvctb's connection
+// prepares it on SQLite: by its shape (the connection's scanner takes the
+// literals out), kept and bound with the literals and the trace's parameter
+// values, so SQLite runs the very programs it runs under kvctb. Only stepping
+// is timed (the execution, rows read to the end, each column fetched);
+// preparing and the commit are reported apart. Prints one line,
 //   statements N failed F execution S prepare P commit C
-// then the five statement texts with the most execution time. A statement
-// that fails is counted and the run goes on (kvctb logs some failures and
-// goes on too); the exit status is 1 when a statement failed, 2 on bad input.
+// then the five statement shapes (texts with the literals taken out) with
+// the most execution time. A statement that fails is counted and the run
+// goes on (kvctb logs some failures and goes on too); the exit status is 1
+// when a statement failed, 2 on bad input.
 #include <sqlite3.h>
 
 #include <chrono>
@@ -68,8 +69,8 @@ struct Totals {
   double execution = 0;
   double prepare = 0;
   double commit = 0;
-  // Execution seconds by the first 100 characters of the text.
-  std::unordered_map<std::string, double> by_text;
+  // Execution seconds by statement shape (its first 100 characters).
+  std::unordered_map<std::string, double> by_shape;
 };
 
 // Binds one value of the trace (JSON) to parameter `i`; false for a value
@@ -110,7 +111,7 @@ class Replay {
     const Clock::time_point done = Clock::now();
     totals.prepare += Seconds(start, bound);
     totals.execution += Seconds(bound, done);
-    totals.by_text[Label(sql)] += Seconds(bound, done);
+    totals.by_shape[Label(sqlite3_sql(statement))] += Seconds(bound, done);
     sqlite3_reset(statement);
     sqlite3_clear_bindings(statement);
     return rc == SQLITE_DONE || Failed(sql, "step");
@@ -248,7 +249,7 @@ int Main(int argc, char** argv) {
   fmt::print("statements {} failed {} execution {:.3f} prepare {:.3f} commit {:.3f}\n",
              totals.statements, totals.failed, totals.execution, totals.prepare, totals.commit);
   std::multimap<double, std::string, std::greater<>> slowest;
-  for (const auto& [text, seconds] : totals.by_text) slowest.emplace(seconds, text);
+  for (const auto& [text, seconds] : totals.by_shape) slowest.emplace(seconds, text);
   int shown = 0;
   for (const auto& [seconds, text] : slowest) {
     if (shown++ == 5) break;
