@@ -2,8 +2,9 @@
 // kvctb run sent (the JSON lines of --trace-sql) on a copy of the SQLite file
 // that run started from, straight through SQLite's C API with nothing of the
 // module, its connection layer or its driver in between, and times SQLite's
-// execution of them. No layer above SQLite can have the same statements
-// executed in less: a target below this time cannot be met with them.
+// execution of them. With kvctb's session settings, no layer above SQLite can
+// have the same statements executed in less: a target below this time cannot
+// be met with them.
 //
 //   engine_floor DATABASE TRACE
 //
@@ -11,25 +12,35 @@
 // this one slows both on two cores). The session is kvctb's: a second thread
 // for large sorts and an 8 MiB page cache; the trace's own pragma statements
 // (a posting's larger cache) run where they stand. Everything runs in one
-// immediate transaction, committed at the end: kvctb's own transactions
-// could only add commits. Each statement is prepared as kvctb's connection
-// prepares it on SQLite: by its shape (the connection's scanner takes the
-// literals out), kept and bound with the literals and the trace's parameter
-// values, so SQLite runs the very programs it runs under kvctb. Only stepping
-// is timed (the execution, rows read to the end, each column fetched);
-// preparing and the commit are reported apart. Prints one line,
-//   statements N failed F execution S prepare P commit C
-// then the five statement shapes (texts with the literals taken out) with
-// the most execution time. A statement that fails is counted and the run
-// goes on (kvctb logs some failures and goes on too); the exit status is 1
-// when a statement failed, 2 on bad input.
+// immediate transaction, committed at the end, as kvctb runs each operation
+// it is used on (a posting, a closing, a roll-up) in one transaction.
+//
+// Each statement is prepared as kvctb's connection prepares it on SQLite: by
+// its shape (the connection's scanner takes the literals out), kept and bound
+// with the literals and the trace's parameter values (a name found whatever
+// its case), so SQLite runs the very programs it runs under kvctb; a text
+// with no shape (a pragma, a definition) is prepared on its own and, as in
+// the connection, empties the set of kept statements. A statement the trace
+// marks as failed is not run: kvctb's run went on without its effects.
+//
+// Only stepping is timed (the execution, rows read to the end, each column
+// fetched; the clock is read twice a statement, some 40 ns in all); preparing,
+// binding and the commit are reported apart. Prints one line,
+//   statements N failed F execution S prepare P commit C skipped K
+// (F: statements that failed here; K: those the trace marks as failed), then
+// the five statement shapes (texts with the literals taken out) with the most
+// execution time. A statement that fails is counted, the run goes on and the
+// exit status is 1; on a line that is no traced statement nothing is
+// committed and the exit status is 2.
 #include <sqlite3.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -60,16 +71,26 @@ std::string Label(const std::string& sql) {
   return label;
 }
 
+bool SameName(const std::string& a, const char* b) {
+  size_t i = 0;
+  for (; i < a.size() && b[i] != '\0'; ++i)
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
+      return false;
+  return i == a.size() && b[i] == '\0';
+}
+
 // kvctb's session settings on an SQLite file.
 constexpr const char* kSessionSetup[] = {"pragma threads = 2", "pragma cache_size = -8192"};
 
 struct Totals {
   long statements = 0;
   long failed = 0;
+  long skipped = 0;
   double execution = 0;
   double prepare = 0;
   double commit = 0;
-  // Execution seconds by statement shape (its first 100 characters).
+  // Execution seconds by statement shape (the prepared text).
   std::unordered_map<std::string, double> by_shape;
 };
 
@@ -93,17 +114,16 @@ class Replay {
   static constexpr size_t kMaxPrepared = 256;
 
   explicit Replay(sqlite3* db) : db_(db) {}
-  ~Replay() {
-    for (auto& [key, statement] : prepared_) sqlite3_finalize(statement);
-  }
+  ~Replay() { Forget(); }
   Replay(const Replay&) = delete;
   Replay& operator=(const Replay&) = delete;
 
-  // Runs one traced statement; false when SQLite refused it.
+  // Runs one traced statement; false when it failed (counted in `totals`).
   bool Run(const std::string& sql, const nlohmann::json& params, Totals& totals) {
     const Clock::time_point start = Clock::now();
-    sqlite3_stmt* statement = PreparedAndBound(sql, params);
-    if (statement == nullptr) return Failed(sql, "prepare or bind");
+    std::string why;
+    sqlite3_stmt* statement = PreparedAndBound(sql, params, why);
+    if (statement == nullptr) return Failed(sql, why, totals);
     const Clock::time_point bound = Clock::now();
     int rc = SQLITE_OK;
     while ((rc = sqlite3_step(statement)) == SQLITE_ROW)
@@ -111,28 +131,27 @@ class Replay {
     const Clock::time_point done = Clock::now();
     totals.prepare += Seconds(start, bound);
     totals.execution += Seconds(bound, done);
-    totals.by_shape[Label(sqlite3_sql(statement))] += Seconds(bound, done);
+    totals.by_shape[sqlite3_sql(statement)] += Seconds(bound, done);
+    const std::string error = rc == SQLITE_DONE ? "" : sqlite3_errmsg(db_);
     sqlite3_reset(statement);
     sqlite3_clear_bindings(statement);
-    return rc == SQLITE_DONE || Failed(sql, "step");
+    return rc == SQLITE_DONE || Failed(sql, "step: " + error, totals);
   }
 
  private:
-  // The statement SQLite runs for `sql` in kvctb: its shape's, the literals
-  // and the placeholders bound (the connection's own scanner takes the text
-  // apart), kept by the shape's key; a text with no shape (a pragma) is kept
-  // by its text, its placeholders bound by name. Nullptr when SQLite refuses
-  // the text or a value.
-  sqlite3_stmt* PreparedAndBound(const std::string& sql, const nlohmann::json& params) {
+  // The statement SQLite runs for `sql` in kvctb, prepared and bound; nullptr
+  // with the reason in `why` when SQLite refuses the text or a value, or the
+  // trace has no value for a parameter.
+  sqlite3_stmt* PreparedAndBound(const std::string& sql, const nlohmann::json& params,
+                                 std::string& why) {
     const std::optional<kvc::db::StatementShape> shape = kvc::db::ShapeStatement(sql);
-    sqlite3_stmt* statement = Prepared(shape ? shape->text : sql, shape ? shape->Key() : sql);
+    if (!shape) Forget();  // as the connection does for a text with no shape
+    sqlite3_stmt* statement = Prepared(shape ? shape->text : sql, shape ? shape->Key() : sql, why);
     if (statement == nullptr) return nullptr;
     if (!shape) {
       for (int i = 1; i <= sqlite3_bind_parameter_count(statement); ++i) {
         const char* name = sqlite3_bind_parameter_name(statement, i);
-        if (name == nullptr || !params.contains(name + 1) ||
-            !BindJson(statement, i, params[name + 1]))
-          return nullptr;
+        if (name == nullptr || !Bind(statement, i, name + 1, params, why)) return nullptr;
       }
       return statement;
     }
@@ -152,43 +171,66 @@ class Replay {
           ok = sqlite3_bind_double(statement, i, slot.real) == SQLITE_OK;
           break;
         case kvc::db::ShapeSlot::Kind::kPlaceholder:
-          ok = params.contains(slot.text) && BindJson(statement, i, params[slot.text]);
+          if (!Bind(statement, i, slot.text.c_str(), params, why)) return nullptr;
+          ok = true;
           break;
       }
-      if (!ok) return nullptr;
+      if (!ok) {
+        why = fmt::format("bind of value {}: {}", i, sqlite3_errmsg(db_));
+        return nullptr;
+      }
     }
     return statement;
   }
 
-  sqlite3_stmt* Prepared(const std::string& text, const std::string& key) {
+  // Binds the trace's value of parameter `name`, found as the connection
+  // finds it (whatever the case of its letters).
+  bool Bind(sqlite3_stmt* statement, int i, const char* name, const nlohmann::json& params,
+            std::string& why) {
+    for (const auto& [key, value] : params.items()) {
+      if (!SameName(key, name)) continue;
+      if (BindJson(statement, i, value)) return true;
+      why = fmt::format("bind of :{}: {}", name, sqlite3_errmsg(db_));
+      return false;
+    }
+    why = fmt::format("the trace has no value for :{}", name);
+    return false;
+  }
+
+  sqlite3_stmt* Prepared(const std::string& text, const std::string& key, std::string& why) {
     if (auto found = prepared_.find(key); found != prepared_.end()) return found->second;
     // As in the connection, a bounded set: texts that keep their literals
     // are each a shape of their own.
-    if (prepared_.size() == kMaxPrepared) {
-      for (auto& [old_key, old] : prepared_) sqlite3_finalize(old);
-      prepared_.clear();
-    }
+    if (prepared_.size() == kMaxPrepared) Forget();
     sqlite3_stmt* statement = nullptr;
     if (sqlite3_prepare_v2(db_, text.c_str(), static_cast<int>(text.size()), &statement, nullptr) !=
             SQLITE_OK ||
         statement == nullptr) {
+      why = std::string("prepare: ") + sqlite3_errmsg(db_);
       sqlite3_finalize(statement);
       return nullptr;
     }
     return prepared_.emplace(key, statement).first->second;
   }
 
-  bool Failed(const std::string& sql, const char* where) {
-    if (++failures_ <= 5)
-      fmt::print(stderr, "engine_floor: {} failed: {}\n  {:.200}\n", where, sqlite3_errmsg(db_),
-                 sql);
+  void Forget() {
+    for (auto& [key, statement] : prepared_) sqlite3_finalize(statement);
+    prepared_.clear();
+  }
+
+  bool Failed(const std::string& sql, const std::string& why, Totals& totals) {
+    if (++totals.failed <= 5) fmt::print(stderr, "engine_floor: {}\n  {:.200}\n", why, sql);
     return false;
   }
 
   sqlite3* db_;
   std::unordered_map<std::string, sqlite3_stmt*> prepared_;
-  long failures_ = 0;
 };
+
+struct CloseDatabase {
+  void operator()(sqlite3* db) const { sqlite3_close(db); }
+};
+using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 
 bool Execute(sqlite3* db, const char* sql) {
   char* error = nullptr;
@@ -203,57 +245,59 @@ int Main(int argc, char** argv) {
     fmt::print(stderr, "usage: engine_floor DATABASE TRACE\n");
     return 2;
   }
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(argv[1], &db, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
-    fmt::print(stderr, "engine_floor: {}: {}\n", argv[1], db ? sqlite3_errmsg(db) : "cannot open");
-    sqlite3_close(db);
+  sqlite3* opened = nullptr;
+  const int rc = sqlite3_open_v2(argv[1], &opened, SQLITE_OPEN_READWRITE, nullptr);
+  const Database db(opened);
+  if (rc != SQLITE_OK) {
+    fmt::print(stderr, "engine_floor: {}: {}\n", argv[1],
+               db ? sqlite3_errmsg(db.get()) : "cannot open");
     return 2;
   }
   std::ifstream trace(argv[2]);
   if (!trace) {
     fmt::print(stderr, "engine_floor: {}: cannot read\n", argv[2]);
-    sqlite3_close(db);
     return 2;
   }
   for (const char* setup : kSessionSetup)
-    if (!Execute(db, setup)) return 2;
-  if (!Execute(db, "begin immediate")) return 2;
+    if (!Execute(db.get(), setup)) return 2;
+  if (!Execute(db.get(), "begin immediate")) return 2;
 
   Totals totals;
-  int status = 0;
   {
-    Replay replay(db);
+    Replay replay(db.get());
     std::string line;
     long line_number = 0;
     while (std::getline(trace, line)) {
       ++line_number;
       nlohmann::json entry = nlohmann::json::parse(line, nullptr, /*allow_exceptions=*/false);
       if (!entry.is_object() || !entry.contains("sql") || !entry["sql"].is_string()) {
-        fmt::print(stderr, "engine_floor: {} line {}: not a traced statement\n", argv[2],
-                   line_number);
-        status = 2;
-        break;
+        fmt::print(stderr, "engine_floor: {} line {}: not a traced statement; nothing committed\n",
+                   argv[2], line_number);
+        Execute(db.get(), "rollback");
+        return 2;
       }
       ++totals.statements;
-      if (!replay.Run(entry["sql"].get_ref<const std::string&>(),
-                      entry.value("params", nlohmann::json::object()), totals))
-        ++totals.failed;
+      if (entry.value("failed", false)) {
+        ++totals.skipped;
+        continue;
+      }
+      replay.Run(entry["sql"].get_ref<const std::string&>(),
+                 entry.value("params", nlohmann::json::object()), totals);
     }
   }
   const Clock::time_point commit = Clock::now();
-  if (!Execute(db, "commit")) status = 2;
+  if (!Execute(db.get(), "commit")) return 2;
   totals.commit = Seconds(commit, Clock::now());
-  sqlite3_close(db);
-  if (status != 0) return status;
 
-  fmt::print("statements {} failed {} execution {:.3f} prepare {:.3f} commit {:.3f}\n",
-             totals.statements, totals.failed, totals.execution, totals.prepare, totals.commit);
+  fmt::print("statements {} failed {} execution {:.3f} prepare {:.3f} commit {:.3f} skipped {}\n",
+             totals.statements, totals.failed, totals.execution, totals.prepare, totals.commit,
+             totals.skipped);
   std::multimap<double, std::string, std::greater<>> slowest;
   for (const auto& [text, seconds] : totals.by_shape) slowest.emplace(seconds, text);
   int shown = 0;
   for (const auto& [seconds, text] : slowest) {
     if (shown++ == 5) break;
-    fmt::print("  {:8.3f} s  {}\n", seconds, text);
+    fmt::print("  {:8.3f} s  {}\n", seconds, Label(text));
   }
   return totals.failed > 0 ? 1 : 0;
 }

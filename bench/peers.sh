@@ -441,8 +441,9 @@ if [ "$floor" = 1 ]; then
   cp "$template" "$floor_engine"
   # floor_op OPERATION TOOL OUTPUT COMMAND...: COMMAND (kvctb writing its
   # trace) with its output in OUTPUT, then the trace through engine_floor;
-  # appends OPERATION, statements, execution, prepare and commit seconds to
-  # the floor results, and the statements that took longest to the list.
+  # appends OPERATION, statements, execution, prepare and commit seconds and
+  # the statements not run (failed in kvctb's run) to the floor results, and
+  # the statement shapes that took longest to the list.
   floor_op() {
     local op=$1 out=$3 replay
     shift 3
@@ -450,20 +451,31 @@ if [ "$floor" = 1 ]; then
       say "failed: $* (see $out.err)"
       exit 1
     }
+    # The trace's writes reach the disk before the replay starts, not during it.
+    sync
     replay=$("$engine_floor" "$floor_engine" "$trace") || {
       say "engine_floor failed on the statements of $op:"
       printf '%s\n' "$replay" >&2
       exit 1
     }
     rm -f "$trace"
-    awk -v op="$op" 'NR == 1 { printf "%s\t%s\t%s\t%s\t%s\n", op, $2, $6, $8, $10 }' \
+    awk -v op="$op" 'NR == 1 { printf "%s\t%s\t%s\t%s\t%s\t%s\n", op, $2, $6, $8, $10, $12 }' \
       <<<"$replay" >>"$floor_results"
     printf '%s\n%s\n' "$op" "$(tail -n +2 <<<"$replay")" >>"$floor_statements"
   }
   k=("$kvctb" --db "sqlite:$floor_kvctb" --quiet --trace-sql "$trace")
   kvctb_first floor_op floor 1 "${k[@]}"
   kvctb_rest floor_op floor 1 "${k[@]}"
-  rm -f "$floor_kvctb" "$floor_engine"
+  # The statements replayed left the books kvctb left, and kvctb's traced
+  # operations the books of the measured runs.
+  for db in "$floor_kvctb" "$floor_engine"; do
+    "$kvctb" --db "sqlite:$db" --quiet --format csv trial-balance --month 202512 >"$db.tb.csv"
+  done
+  cmp -s "$floor_kvctb.tb.csv" "$floor_engine.tb.csv" ||
+    die "SQLite alone left other books than kvctb (compare $floor_kvctb.tb.csv and $floor_engine.tb.csv)"
+  cmp -s "$floor_kvctb.tb.csv" "$run_dir/kvctb-tb-closed-1.csv" ||
+    die "the traced operations left other books than the measured runs (compare $floor_kvctb.tb.csv and $run_dir/kvctb-tb-closed-1.csv)"
+  rm -f "$floor_kvctb" "$floor_engine" "$floor_kvctb.tb.csv" "$floor_engine.tb.csv"
 fi
 
 # ---- do the tools agree? ----
@@ -662,6 +674,11 @@ report="$run_dir/report.txt"
       esac
       printf '  %-31s %9.3f %15.3f %11s  %s\n' "$op" "$(secs "$op" kvctb)" "$alone" "$(commas "$n")" "$on_alone"
     done
+    skipped=$(awk -F'\t' '{ n += $6 } END { print n + 0 }' "$floor_results")
+    if [ "$skipped" != 0 ]; then
+      echo "  $skipped statements that failed in kvctb's runs were not run alone (their effects undone)."
+    fi
+    echo "  The books SQLite alone left are kvctb's: the same trial balance at the end."
   fi
 
   if [ "$servers" -gt 0 ]; then

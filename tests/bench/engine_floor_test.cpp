@@ -5,6 +5,7 @@
 // refuses is counted, not hidden.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -58,11 +59,31 @@ TEST(EngineFloor, APostingsStatementsReplayedLeaveTheBooksKvctbLeft) {
   ASSERT_TRUE(std::regex_search(
       floor.out, line,
       std::regex(
-          R"(^statements (\d+) failed 0 execution [0-9.]+ prepare [0-9.]+ commit [0-9.]+\n)")))
+          R"(^statements (\d+) failed 0 execution [0-9.]+ prepare [0-9.]+ commit [0-9.]+ skipped 0\n)")))
       << floor.out;
   const std::string trace = ReadFile(dir + "/trace.jsonl");
   EXPECT_EQ(std::stol(line[1]), std::count(trace.begin(), trace.end(), '\n'));
   EXPECT_EQ(Books(dir + "/books.db"), Books(dir + "/engine.db"));
+}
+
+// A literal and a parameter reach SQLite with the type the connection gives
+// them: an amount written with decimals or bound as a double is a real, a
+// whole number an integer, a quoted text a text.
+TEST(EngineFloor, LiteralsAndParametersAreBoundWithTheConnectionsTypes) {
+  const std::string dir = DirectoryWithSmallBooks("engine_floor_types");
+  WriteFile(
+      dir + "/trace.jsonl",
+      R"j({"params":{"v":1.5,"I":7,"T":"x"},"sql":"insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) select 1, 1, typeof(:V) || typeof(:I) || typeof(:T), 'A'"})j"
+      "\n"
+      R"j({"params":{},"sql":"insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) select 1, 1, 'literals', 'A' where typeof(2.5) = 'real' and typeof(3) = 'integer' and typeof('t') = 'text'"})j"
+      "\n");
+  const RunResult floor = RunEngineFloor(dir, "books.db", "trace.jsonl");
+  ASSERT_EQ(floor.exit_code, 0) << floor.err;
+  auto connection = db::Connect("sqlite:" + dir + "/books.db");
+  EXPECT_EQ(kvc::testing::CountRows(*connection, "CTB_CONTA where CONTA = 'realintegertext'"), 1)
+      << "a parameter found whatever its case, bound with its JSON type";
+  EXPECT_EQ(kvc::testing::CountRows(*connection, "CTB_CONTA where CONTA = 'literals'"), 1)
+      << "the literals taken out of the text, bound with their own types";
 }
 
 TEST(EngineFloor, AStatementSQLiteRefusesIsCountedAndTheRestRuns) {
@@ -71,27 +92,51 @@ TEST(EngineFloor, AStatementSQLiteRefusesIsCountedAndTheRestRuns) {
       dir + "/trace.jsonl",
       R"j({"params":{},"sql":"select SALDO from NO_SUCH_TABLE"})j"
       "\n"
+      R"j({"params":{},"sql":"insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '1.1.1.01', 'A')"})j"
+      "\n"
       R"j({"params":{"CONTA":"9.9"},"sql":"insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, :CONTA, 'A')"})j"
       "\n");
   const RunResult floor = RunEngineFloor(dir, "books.db", "trace.jsonl");
   EXPECT_EQ(floor.exit_code, 1);
-  EXPECT_NE(floor.out.find("statements 2 failed 1 "), std::string::npos) << floor.out;
+  EXPECT_NE(floor.out.find("statements 3 failed 2 "), std::string::npos) << floor.out;
   EXPECT_NE(floor.err.find("NO_SUCH_TABLE"), std::string::npos) << floor.err;
+  EXPECT_NE(floor.err.find("UNIQUE"), std::string::npos) << "the account is there: " << floor.err;
   auto connection = db::Connect("sqlite:" + dir + "/books.db");
   EXPECT_EQ(kvc::testing::Scalar(*connection, "select NIVEL from CTB_CONTA where CONTA = '9.9'")
                 .AsString(),
             "A");
 }
 
-TEST(EngineFloor, ALineThatIsNoTracedStatementIsRefusedWithItsNumber) {
+// kvctb went on without the effects of a statement that failed in its run:
+// the replay does not run it.
+TEST(EngineFloor, AStatementTheTraceMarksFailedIsSkipped) {
+  const std::string dir = DirectoryWithSmallBooks("engine_floor_skipped");
+  WriteFile(
+      dir + "/trace.jsonl",
+      R"j({"failed":true,"params":{},"sql":"insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '9.8', 'A')"})j"
+      "\n");
+  const RunResult floor = RunEngineFloor(dir, "books.db", "trace.jsonl");
+  EXPECT_EQ(floor.exit_code, 0) << floor.err;
+  EXPECT_NE(floor.out.find("statements 1 failed 0 "), std::string::npos) << floor.out;
+  EXPECT_NE(floor.out.find(" skipped 1\n"), std::string::npos) << floor.out;
+  auto connection = db::Connect("sqlite:" + dir + "/books.db");
+  EXPECT_EQ(kvc::testing::CountRows(*connection, "CTB_CONTA where CONTA = '9.8'"), 0);
+}
+
+TEST(EngineFloor, ALineThatIsNoTracedStatementIsRefusedWithItsNumberAndNothingCommitted) {
   const std::string dir = DirectoryWithSmallBooks("engine_floor_bad_line");
-  WriteFile(dir + "/trace.jsonl", R"j({"params":{},"sql":"select 1"})j"
-                                  "\n"
-                                  "not json\n");
+  WriteFile(
+      dir + "/trace.jsonl",
+      R"j({"params":{},"sql":"insert into CTB_CONTA (EMPRESA, REVENDA, CONTA, NIVEL) values (1, 1, '9.7', 'A')"})j"
+      "\n"
+      "not json\n");
   const RunResult floor = RunEngineFloor(dir, "books.db", "trace.jsonl");
   EXPECT_EQ(floor.exit_code, 2);
-  EXPECT_NE(floor.err.find("trace.jsonl line 2: not a traced statement"), std::string::npos)
+  EXPECT_NE(floor.err.find("trace.jsonl line 2: not a traced statement; nothing committed"),
+            std::string::npos)
       << floor.err;
+  auto connection = db::Connect("sqlite:" + dir + "/books.db");
+  EXPECT_EQ(kvc::testing::CountRows(*connection, "CTB_CONTA where CONTA = '9.7'"), 0);
 }
 
 }  // namespace
