@@ -9,8 +9,9 @@
 //   engine_floor DATABASE TRACE
 //
 // TRACE is a file (a named pipe works too, but a process writing it beside
-// this one slows both on two cores). The session is kvctb's: a second thread
-// for large sorts and an 8 MiB page cache; the trace's own pragma statements
+// this one slows both on two cores). The session is kvctb's, its settings
+// taken from the connection's SQLite dialect (a busy timeout, a second thread
+// for large sorts, an 8 MiB page cache); the trace's own pragma statements
 // (a posting's larger cache) run where they stand. Everything runs in one
 // immediate transaction, committed at the end, as kvctb runs each operation
 // it is used on (a posting, a closing, a roll-up) in one transaction.
@@ -34,7 +35,6 @@
 // committed and the exit status is 2.
 #include <sqlite3.h>
 
-#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -45,10 +45,13 @@
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "accounting/db/dialect.h"
+#include "accounting/db/result_set.h"
 #include "accounting/db/statement_shape.h"
 
 namespace {
@@ -70,18 +73,6 @@ std::string Label(const std::string& sql) {
   }
   return label;
 }
-
-bool SameName(const std::string& a, const char* b) {
-  size_t i = 0;
-  for (; i < a.size() && b[i] != '\0'; ++i)
-    if (std::tolower(static_cast<unsigned char>(a[i])) !=
-        std::tolower(static_cast<unsigned char>(b[i])))
-      return false;
-  return i == a.size() && b[i] == '\0';
-}
-
-// kvctb's session settings on an SQLite file.
-constexpr const char* kSessionSetup[] = {"pragma threads = 2", "pragma cache_size = -8192"};
 
 struct Totals {
   long statements = 0;
@@ -188,7 +179,7 @@ class Replay {
   bool Bind(sqlite3_stmt* statement, int i, const char* name, const nlohmann::json& params,
             std::string& why) {
     for (const auto& [key, value] : params.items()) {
-      if (!SameName(key, name)) continue;
+      if (!kvc::db::SameFieldName(key, name)) continue;
       if (BindJson(statement, i, value)) return true;
       why = fmt::format("bind of :{}: {}", name, sqlite3_errmsg(db_));
       return false;
@@ -258,8 +249,11 @@ int Main(int argc, char** argv) {
     fmt::print(stderr, "engine_floor: {}: cannot read\n", argv[2]);
     return 2;
   }
-  for (const char* setup : kSessionSetup)
-    if (!Execute(db.get(), setup)) return 2;
+  // kvctb's session settings on an SQLite file, from the connection's dialect.
+  const kvc::db::Dialect& sqlite = kvc::db::DialectFor(kvc::db::ServerKind::kSqlite);
+  for (const std::vector<std::string>& settings : {sqlite.SessionSetup(), sqlite.FirstUseSetup()})
+    for (const std::string& setting : settings)
+      if (!Execute(db.get(), setting.c_str())) return 2;
   if (!Execute(db.get(), "begin immediate")) return 2;
 
   Totals totals;
