@@ -582,6 +582,25 @@ verdict() {
   all=$(printf '(%s) && ' "$@")
   awk "BEGIN { print (${all//n\/a/0}1) ? \"met\" : \"NOT met\" }"
 }
+# The targets: the posting's records a second, the trial balance's speed
+# against each peer, the peak memory of both; time_limit OPERATION: the
+# seconds an operation is judged by, limit_text OPERATION as the report
+# writes it ("< 3 s", "< 50 ms").
+min_rate=30000 min_ledger=20 min_hledger=100 max_mib=50
+time_limit() {
+  case "$1" in
+    "$op_close") echo 3 ;;
+    "$op_result") echo 2 ;;
+    "$op_rollup" | "$op_rollup_div") echo 1 ;;
+    "$op_gen") echo 0.05 ;;
+    "$op_bal") echo 0.001 ;;
+  esac
+}
+limit_text() {
+  awk -v l="$(time_limit "$1")" 'BEGIN { if (l < 1) printf "< %g ms", l * 1000; else printf "< %g s", l }'
+}
+# rate SECONDS: the posting's records a second in SECONDS.
+rate() { awk -v n="$records" -v s="$1" 'BEGIN { if (s > 0) printf "%.0f", n / s; else print 0 }'; }
 # reach CONDITION...: as verdict, said of SQLite alone: "within reach" or
 # "out of reach".
 reach() { verdict "$@" | sed 's/^NOT met$/out of reach/; s/^met$/within reach/'; }
@@ -618,32 +637,32 @@ report="$run_dir/report.txt"
   echo
 
   # The targets, on the medians above.
-  post_s=$(secs "$op_post" kvctb)
-  post_rate=$(awk -v n="$records" -v s="$post_s" 'BEGIN { if (s > 0) printf "%.0f", n / s; else print 0 }')
+  post_rate=$(rate "$(secs "$op_post" kvctb)")
   ledger_s=$(secs "$op_tb" ledger)
   hledger_s=$(secs "$op_tb" hledger)
   echo "targets (kvctb on SQLite, medians above):"
   printf '  %-31s %-41s %-38s %s\n' operation target measured verdict
   target() { printf '  %-31s %-41s %-38s %s\n' "$@"; }
-  target "$op_post" ">= 30,000 records/s, < 50 MiB" \
+  target "$op_post" ">= $(commas "$min_rate") records/s, < $max_mib MiB" \
     "$(commas "$post_rate") records/s, $(mib "$op_post" kvctb) MiB" \
-    "$(verdict "$post_rate >= 30000" "$(mib "$op_post" kvctb) < 50")"
+    "$(verdict "$post_rate >= $min_rate" "$(mib "$op_post" kvctb) < $max_mib")"
   for op in "$op_tb" "$op_tb_closed"; do
     s=$(secs "$op" kvctb)
     rl=$(ratio "$ledger_s" "$s")
     rh=$(ratio "$hledger_s" "$s")
-    target "$op" ">= 20x ledger, >= 100x hledger, < 50 MiB" \
+    target "$op" ">= ${min_ledger}x ledger, >= ${min_hledger}x hledger, < $max_mib MiB" \
       "${rl}x ledger, ${rh}x hledger, $(mib "$op" kvctb) MiB" \
-      "$(verdict "$rl >= 20" "$rh >= 100" "$(mib "$op" kvctb) < 50")"
+      "$(verdict "$rl >= $min_ledger" "$rh >= $min_hledger" "$(mib "$op" kvctb) < $max_mib")"
   done
-  for t in "$op_close 3" "$op_result 2" "$op_rollup 1" "$op_rollup_div 1"; do
-    op=${t% *}
+  for op in "$op_close" "$op_result" "$op_rollup" "$op_rollup_div"; do
     s=$(secs "$op" kvctb)
-    target "$op" "< ${t##* } s" "$s s" "$(verdict "$s < ${t##* }")"
+    target "$op" "$(limit_text "$op")" "$s s" "$(verdict "$s < $(time_limit "$op")")"
   done
-  target "$op_bal" "< 1 ms (the read)" "$(secs "$op_bal" kvctb) s, the whole process" "not judged here"
+  target "$op_bal" "$(limit_text "$op_bal") (the read)" "$(secs "$op_bal" kvctb) s, the whole process" \
+    "not judged here"
   s=$(secs "$op_gen" kvctb)
-  target "$op_gen" "< 50 ms" "$s s, the whole process" "$(verdict "$s < 0.05")"
+  target "$op_gen" "$(limit_text "$op_gen")" "$s s, the whole process" \
+    "$(verdict "$s < $(time_limit "$op_gen")")"
   echo "  The analytic balance's 1 ms is below what a process timing can show: the process starts,"
   echo "  connects and checks the schema around one read. bench/balance_bench measures the read in-process."
   echo "  The general balance is judged on the whole process, start included."
@@ -660,17 +679,14 @@ report="$run_dir/report.txt"
       alone=$(awk -v e="$exe" -v c="$commit" 'BEGIN { printf "%.6f", e + c }')
       case "$op" in
         "$op_post")
-          rate=$(awk -v n="$records" -v s="$alone" 'BEGIN { if (s > 0) printf "%.0f", n / s; else print 0 }')
-          on_alone="$(commas "$rate") records/s: $(reach "$rate >= 30000")" ;;
+          r=$(rate "$alone")
+          on_alone="$(commas "$r") records/s: $(reach "$r >= $min_rate")" ;;
         "$op_tb" | "$op_tb_closed")
           rl=$(ratio "$ledger_s" "$alone")
           rh=$(ratio "$hledger_s" "$alone")
-          on_alone="${rl}x ledger, ${rh}x hledger: $(reach "$rl >= 20" "$rh >= 100")" ;;
-        "$op_close") on_alone="< 3 s: $(reach "$alone < 3")" ;;
-        "$op_result") on_alone="< 2 s: $(reach "$alone < 2")" ;;
-        "$op_rollup" | "$op_rollup_div") on_alone="< 1 s: $(reach "$alone < 1")" ;;
-        "$op_gen") on_alone="< 50 ms: $(reach "$alone < 0.05")" ;;
-        *) on_alone="< 1 ms (the reads): $(reach "$alone < 0.001")" ;;
+          on_alone="${rl}x ledger, ${rh}x hledger: $(reach "$rl >= $min_ledger" "$rh >= $min_hledger")" ;;
+        "$op_bal") on_alone="$(limit_text "$op") (the reads): $(reach "$alone < $(time_limit "$op")")" ;;
+        *) on_alone="$(limit_text "$op"): $(reach "$alone < $(time_limit "$op")")" ;;
       esac
       printf '  %-31s %9.3f %15.3f %11s  %s\n' "$op" "$(secs "$op" kvctb)" "$alone" "$(commas "$n")" "$on_alone"
     done
